@@ -1,0 +1,20 @@
+# Compiles SOURCE, without FAULT as it is; with FAULT it must fail with DIAGNOSTIC in the compiler's output.
+set(fault)
+if(FAULT)
+  set(fault "-D${FAULT}")
+endif()
+execute_process(COMMAND "${COMPILER}" -std=c++20 -fsyntax-only -Wall -Wextra "-I${INCLUDES}" ${fault} "${SOURCE}"
+  RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+
+set(complaint)
+if(NOT FAULT AND result)
+  set(complaint "The source does not compile.")
+elseif(FAULT AND NOT result)
+  set(complaint "The source compiles with ${FAULT}.")
+elseif(FAULT AND NOT output MATCHES "${DIAGNOSTIC}")
+  set(complaint "With ${FAULT} the compiler does not say '${DIAGNOSTIC}'.")
+endif()
+if(complaint)
+  message("${complaint}\n${output}")
+  message(FATAL_ERROR "${SOURCE}")
+endif()

@@ -1,0 +1,17 @@
+#pragma once
+#include <string>
+#include <string_view>
+
+namespace tarn::test {
+
+/// One gzip member.
+std::string gzip(std::string_view bytes);
+/// Content-Encoding "deflate" as standardised: a zlib stream.
+std::string zlibDeflate(std::string_view bytes);
+/// Content-Encoding "deflate" as some servers send it: without the zlib frame.
+std::string rawDeflate(std::string_view bytes);
+/// The content of one gzip member; throws std::runtime_error when it is damaged or anything follows
+/// it.
+std::string gunzip(std::string_view bytes);
+
+}  // namespace tarn::test

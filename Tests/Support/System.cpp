@@ -1,0 +1,88 @@
+#include <Support/System.hpp>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <stdlib.h>
+#include <system_error>
+#include <utility>
+
+namespace tarn::test {
+namespace {
+
+std::size_t entryCount(const char* directory) {
+  std::size_t count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    static_cast<void>(entry);
+    ++count;
+  }
+  return count;
+}
+
+std::optional<std::string> environmentValue(const std::string& name) {
+  const char* value = std::getenv(name.c_str());
+  return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+}  // namespace
+
+TemporaryDirectory::TemporaryDirectory()
+    : path_((std::filesystem::temp_directory_path() / "tarn-test-XXXXXX").string()) {
+  if (!::mkdtemp(path_.data())) {
+    throw std::runtime_error("cannot make a temporary directory: " +
+                             std::string(std::strerror(errno)));
+  }
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+ScopedEnvironment::ScopedEnvironment(std::string name, const std::string& value)
+    : name_(std::move(name)), former_(environmentValue(name_)) {
+  ::setenv(name_.c_str(), value.c_str(), 1);
+}
+
+ScopedEnvironment::ScopedEnvironment(std::string name, std::nullopt_t)
+    : name_(std::move(name)), former_(environmentValue(name_)) {
+  ::unsetenv(name_.c_str());
+}
+
+ScopedEnvironment::~ScopedEnvironment() {
+  if (former_) {
+    ::setenv(name_.c_str(), former_->c_str(), 1);
+  } else {
+    ::unsetenv(name_.c_str());
+  }
+}
+
+std::size_t openFileDescriptorCount() {
+  return entryCount("/proc/self/fd") - 1;  // without the one that reads the directory
+}
+
+std::size_t threadCount() { return entryCount("/proc/self/task"); }
+
+std::string readFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  if (!file.is_open() || file.bad()) throw std::runtime_error("cannot read " + path);
+  return content;
+}
+
+void writeFile(const std::string& path, const std::string& content) {
+  std::ofstream file(path, std::ios::binary);
+  file.write(content.data(), static_cast<std::streamsize>(content.size()));
+  file.close();
+  if (!file) throw std::runtime_error("cannot write " + path);
+}
+
+bool fileExists(const std::string& path) {
+  std::error_code ignored;
+  return std::filesystem::exists(path, ignored);
+}
+
+}  // namespace tarn::test
