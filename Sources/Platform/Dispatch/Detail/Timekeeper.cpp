@@ -1,0 +1,190 @@
+#include <Platform/Dispatch/Detail/Thread.hpp>
+#include <Platform/Dispatch/Detail/Timekeeper.hpp>
+#include <Platform/Dispatch/Detail/WorkerPool.hpp>
+#include <Platform/Types/FatalError.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <sys/timerfd.h>
+#include <type_traits>
+#include <unistd.h>
+#include <utility>
+
+namespace tarn::detail {
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds tickInterval{1};
+
+static_assert(std::is_same_v<steady_clock::duration, std::chrono::nanoseconds>);
+
+RealTime realTime(DispatchTime time) noexcept {
+  return RealTime(std::chrono::nanoseconds(time.nanoseconds()));
+}
+
+}  // namespace
+
+Timekeeper& Timekeeper::shared() {
+  static Timekeeper* const timekeeper = new Timekeeper;
+  return *timekeeper;
+}
+
+Timekeeper::Timekeeper() : timerFd_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC)) {
+  if (timerFd_ < 0) fatalError("The system grants no timer to keep the time with");
+  if (!startThread("tarn.timer", &threadMain, this)) {
+    fatalError("The system grants no thread to keep the time on");
+  }
+}
+
+DispatchTime Timekeeper::now() const noexcept {
+  if (manual_.load(std::memory_order_acquire)) return DispatchTime(manualNow_.load());
+  return DispatchTime(steady_clock::now().time_since_epoch().count());
+}
+
+Timekeeper::Key Timekeeper::schedule(DispatchTime deadline, Work callback) {
+  const MutexLock lock(mutex_);
+  const Key key{deadline, ++lastSequence_};
+  scheduled_.emplace(key, std::move(callback));
+  if (!manual_.load()) wakeBy(realTime(deadline));
+  return key;
+}
+
+void Timekeeper::cancel(const Key& key) {
+  Work callback;  // released without the lock
+  const MutexLock lock(mutex_);
+  const auto place = scheduled_.find(key);
+  if (place == scheduled_.end()) return;
+  callback = std::move(place->second);
+  scheduled_.erase(place);
+}
+
+void Timekeeper::startWatching() {
+  const MutexLock lock(mutex_);
+  if (watching_.exchange(true)) return;
+  tick_ = steady_clock::now() + tickInterval;
+  wakeBy(tick_);
+}
+
+void Timekeeper::stopWatching() {
+  const MutexLock lock(mutex_);
+  // Off first and looked again then: who submits afterwards finds it off and starts it anew.
+  watching_.store(false);
+  if (WorkerPool::shared().needsTick()) {
+    watching_.store(true);
+    return;
+  }
+  tick_ = RealTime::max();
+  setTimer(nextWakeUp());
+}
+
+void Timekeeper::threadMain(void* timekeeper) noexcept {
+  static_cast<Timekeeper*>(timekeeper)->run();
+}
+
+void Timekeeper::run() noexcept {
+  for (;;) {
+    std::uint64_t expirations = 0;
+    if (read(timerFd_, &expirations, sizeof expirations) < 0 && errno != EINTR) {
+      fatalError("The system's timer fails");
+    }
+    std::vector<Work> due;
+    bool ticks = false;
+    {
+      const MutexLock lock(mutex_);
+      timerSetTo_ = RealTime::max();
+      if (!manual_.load()) due = takeDue();
+      const RealTime now = steady_clock::now();
+      ticks = tick_ <= now;
+      if (ticks) tick_ = now + tickInterval;
+    }
+    for (Work& callback : due) callback();
+    if (ticks && !WorkerPool::shared().tick()) relax();
+    const MutexLock lock(mutex_);
+    wakeBy(nextWakeUp());
+  }
+}
+
+RealTime Timekeeper::nextWakeUp() const {
+  if (manual_.load() || scheduled_.empty()) return tick_;
+  return std::min(tick_, realTime(scheduled_.begin()->first.deadline));
+}
+
+void Timekeeper::setTimer(RealTime time) {
+  if (time == timerSetTo_) return;
+  timerSetTo_ = time;
+  itimerspec setting{};
+  if (time != RealTime::max()) {
+    // Zero would mean never.
+    const auto nanoseconds = std::max<std::int64_t>(time.time_since_epoch().count(), 1);
+    setting.it_value.tv_sec = static_cast<std::time_t>(nanoseconds / 1'000'000'000);
+    setting.it_value.tv_nsec = static_cast<long>(nanoseconds % 1'000'000'000);
+  }
+  timerfd_settime(timerFd_, TFD_TIMER_ABSTIME, &setting, nullptr);
+}
+
+void Timekeeper::wakeBy(RealTime time) {
+  if (time < timerSetTo_) setTimer(time);
+}
+
+std::vector<Work> Timekeeper::takeDue() {
+  std::vector<Work> due;
+  const DispatchTime present = now();
+  while (!scheduled_.empty() && scheduled_.begin()->first.deadline <= present) {
+    due.push_back(std::move(scheduled_.begin()->second));
+    scheduled_.erase(scheduled_.begin());
+  }
+  return due;
+}
+
+bool Timekeeper::beginManual() {
+  const MutexLock lock(mutex_);
+  if (manual_.load()) return false;
+  manualNow_.store(now().nanoseconds());
+  delays_.clear();
+  manual_.store(true, std::memory_order_release);
+  return true;
+}
+
+void Timekeeper::endManual() {
+  const MutexLock lock(mutex_);
+  manual_.store(false);
+  wakeBy(nextWakeUp());
+}
+
+void Timekeeper::advance(TimeInterval interval) {
+  std::vector<Work> due;
+  {
+    const MutexLock lock(mutex_);
+    const DispatchTime present(manualNow_.load());
+    manualNow_.store(std::max(present, present + interval).nanoseconds());
+    due = takeDue();
+  }
+  for (Work& callback : due) callback();
+}
+
+void Timekeeper::recordDelay(TimeInterval delay) {
+  if (!manual_.load()) return;
+  {
+    const MutexLock lock(mutex_);
+    delays_.push_back(delay);
+  }
+  delayRecorded_.notifyAll();
+}
+
+std::vector<TimeInterval> Timekeeper::recordedDelays() {
+  const MutexLock lock(mutex_);
+  return delays_;
+}
+
+bool Timekeeper::waitForRecordedDelays(std::size_t count, RealTime deadline) {
+  const MutexLock lock(mutex_);
+  while (delays_.size() < count) {
+    if (!delayRecorded_.waitUntil(mutex_, deadline)) return delays_.size() >= count;
+  }
+  return true;
+}
+
+}  // namespace tarn::detail

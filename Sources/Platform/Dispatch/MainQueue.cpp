@@ -1,0 +1,166 @@
+#include <Platform/Dispatch/Detail/MainQueueCore.hpp>
+#include <Platform/Dispatch/MainQueue.hpp>
+#include <Platform/Types/FatalError.hpp>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <sys/eventfd.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace tarn {
+namespace detail {
+
+MainQueueCore::MainQueueCore() : QueueCore("tarn.main", QualityOfService::userInteractive) {}
+
+const std::shared_ptr<MainQueueCore>& MainQueueCore::shared() {
+  static const auto* const core =
+      new std::shared_ptr<MainQueueCore>(std::make_shared<MainQueueCore>());
+  return *core;
+}
+
+void MainQueueCore::async(Work work) {
+  {
+    const MutexLock lock(mutex_);
+    items_.push(std::move(work));
+    if (items_.size() > 1) return;
+    showReadable(true);
+  }
+  parker_.unpark();
+}
+
+void MainQueueCore::runThere(Work work) {
+  bool isDrainer = false;
+  {
+    const MutexLock lock(mutex_);
+    isDrainer = drainer_ == std::this_thread::get_id();
+  }
+  if (isDrainer) fatalError("sync on the main queue from the thread that drains it");
+  Parker parker;
+  std::exception_ptr error;
+  async([&] {
+    try {
+      work();
+    } catch (...) {
+      error = std::current_exception();
+    }
+    parker.unpark();
+  });
+  {
+    const BlockingScope blocking;
+    parker.park();
+  }
+  if (error) std::rethrow_exception(std::move(error));
+}
+
+void MainQueueCore::beginDraining() {
+  bool wasDraining = false;
+  {
+    const MutexLock lock(mutex_);
+    wasDraining = std::exchange(draining_, true);
+    if (!wasDraining) drainer_ = std::this_thread::get_id();
+  }
+  if (wasDraining) fatalError("The main queue is being drained already");
+}
+
+void MainQueueCore::endDraining() {
+  const MutexLock lock(mutex_);
+  draining_ = false;
+}
+
+bool MainQueueCore::run(RealTime deadline) {
+  beginDraining();
+  std::optional<bool> stopped;
+  while (!stopped) {
+    Work work;
+    {
+      const MutexLock lock(mutex_);
+      if (std::exchange(stopped_, false)) {
+        stopped = true;
+      } else if (!items_.empty()) {
+        work = pop();
+      }
+    }
+    if (work) {
+      runItem(std::move(work));
+      if (deadline != RealTime::max() && std::chrono::steady_clock::now() >= deadline) {
+        stopped = false;
+      }
+    } else if (!stopped && !parker_.parkUntil(deadline)) {
+      stopped = false;
+    }
+  }
+  endDraining();
+  return *stopped;
+}
+
+void MainQueueCore::stop() {
+  {
+    const MutexLock lock(mutex_);
+    stopped_ = true;
+  }
+  parker_.unpark();
+}
+
+std::size_t MainQueueCore::drain() {
+  if (isCurrent()) return 0;
+  beginDraining();
+  std::size_t waiting = 0;
+  {
+    const MutexLock lock(mutex_);
+    waiting = items_.size();
+  }
+  for (std::size_t i = 0; i < waiting; ++i) {
+    Work work;
+    {
+      const MutexLock lock(mutex_);
+      work = pop();
+    }
+    runItem(std::move(work));
+  }
+  endDraining();
+  return waiting;
+}
+
+int MainQueueCore::fileDescriptor() {
+  const MutexLock lock(mutex_);
+  if (eventFd_ < 0) {
+    eventFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (eventFd_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+    if (!items_.empty()) showReadable(true);
+  }
+  return eventFd_;
+}
+
+Work MainQueueCore::pop() {
+  Work work = items_.pop();
+  if (items_.empty()) showReadable(false);
+  return work;
+}
+
+void MainQueueCore::showReadable(bool readable) {
+  if (eventFd_ < 0) return;
+  std::uint64_t count = 1;
+  // Neither can fail: the counter is 0 while no item waits and 1 otherwise.
+  [[maybe_unused]] const ssize_t size =
+      readable ? write(eventFd_, &count, sizeof count) : read(eventFd_, &count, sizeof count);
+}
+
+}  // namespace detail
+
+void MainQueue::run() { detail::MainQueueCore::shared()->run(detail::RealTime::max()); }
+
+bool MainQueue::run(TimeInterval limit) {
+  return detail::MainQueueCore::shared()->run(detail::realTimeAfter(limit));
+}
+
+void MainQueue::stop() { detail::MainQueueCore::shared()->stop(); }
+
+std::size_t MainQueue::drain() { return detail::MainQueueCore::shared()->drain(); }
+
+int MainQueue::fileDescriptor() { return detail::MainQueueCore::shared()->fileDescriptor(); }
+
+}  // namespace tarn
