@@ -1,0 +1,262 @@
+#include <curl/curl.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <Platform/Trust/TLSVerification.hpp>
+#include <Platform/Types/FatalError.hpp>
+#include <Platform/URLLoading/Curl/Engine.hpp>
+#include <Platform/URLLoading/Curl/SessionCore.hpp>
+#include <Platform/URLLoading/Curl/Task.hpp>
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <limits>
+#include <system_error>
+
+namespace tarn::detail {
+
+namespace {
+
+constexpr std::uint64_t wakeUpTag = std::numeric_limits<std::uint64_t>::max();
+
+// How often one round lets new work follow from what it did, before it looks at the sockets again.
+constexpr int mostTurns = 4;
+
+std::mutex engineMutex;
+Engine* engine = nullptr;  // never freed: reachable for leak checkers, valid for late callers
+
+int checked(int result, const char* what) {
+  if (result < 0) throw std::system_error(errno, std::generic_category(), what);
+  return result;
+}
+
+}  // namespace
+
+Engine& Engine::shared() {
+  static const bool prepared = [] {
+    initializeTLSLibrary();
+    curl_global_init(CURL_GLOBAL_ALL);
+    // Where the application set OpenSSL up before, OpenSSL's clean-up is registered by now: ours, being later, runs
+    // first.
+    std::atexit([] { stopAtExit(); });
+    pthread_atfork([] { engineMutex.lock(); }, [] { engineMutex.unlock(); },
+                   [] {
+                     abandonInChild();
+                     engineMutex.unlock();
+                   });
+    return true;
+  }();
+  static_cast<void>(prepared);
+  const std::lock_guard lock(engineMutex);
+  if (engine == nullptr) {
+    auto* fresh = new Engine;
+    engine = fresh;
+    fresh->startThread();
+  }
+  return *engine;
+}
+
+Engine::Engine()
+    : epoll_(checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
+      wakeUp_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
+      now_(Clock::now()) {
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.u64 = wakeUpTag;
+  checked(epoll_ctl(epoll_, EPOLL_CTL_ADD, wakeUp_, &event), "epoll_ctl");
+}
+
+void Engine::startThread() {
+  // The thread inherits a mask without any signal: those are the application's.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const int error = pthread_create(
+      &thread_, nullptr,
+      [](void* self) -> void* {
+        pthread_setname_np(pthread_self(), "tarn-loading");
+        static_cast<Engine*>(self)->run();
+        return nullptr;
+      },
+      this);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  if (error != 0) throw std::system_error(error, std::generic_category(), "pthread_create");
+}
+
+void Engine::stopAtExit() noexcept {
+  const std::lock_guard lock(engineMutex);
+  if (engine != nullptr) engine->stop();
+}
+
+void Engine::stop() noexcept {
+  stopped_ = true;
+  wake();
+  if (pthread_equal(pthread_self(), thread_) != 0) return;  // exit() on the loop thread itself
+  timespec limit{};
+  clock_gettime(CLOCK_REALTIME, &limit);
+  limit.tv_sec += 1;  // the end of the process does not wait for a name server
+  pthread_timedjoin_np(thread_, nullptr, &limit);
+}
+
+void Engine::abandonInChild() noexcept {
+  if (engine == nullptr) return;
+  // Neither its thread nor a lock that was held elsewhere came along; its descriptors still lead to the parent.
+  engine->stopped_ = true;
+  close(engine->epoll_);
+  close(engine->wakeUp_);
+  engine = nullptr;
+}
+
+void Engine::post(Work work) {
+  if (stopped_) return;
+  bool sleeping = false;
+  {
+    const MutexLock lock(mutex_);
+    inbox_.push_back(std::move(work));
+    sleeping = std::exchange(asleep_, false);
+  }
+  if (sleeping) wake();
+}
+
+void Engine::wake() noexcept {
+  const std::uint64_t one = 1;
+  // Fails only where the counter is full, and then the loop is awake anyway.
+  static_cast<void>(write(wakeUp_, &one, sizeof one) == sizeof one);
+}
+
+void Engine::run() noexcept {
+  while (!stopped_) {
+    waitForEvents();
+    settle();
+    deliver();
+  }
+}
+
+void Engine::waitForEvents() noexcept {
+  std::array<epoll_event, 64> events;
+  int limit = timeout();
+  {
+    const MutexLock lock(mutex_);
+    if (!inbox_.empty()) limit = 0;
+    asleep_ = limit != 0;
+  }
+  const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), limit);
+  now_ = Clock::now();
+  for (int i = 0; i < count; ++i) {
+    const auto& event = events[static_cast<std::size_t>(i)];
+    dispatch(event.data.u64, event.events);
+  }
+  drainInbox();
+}
+
+int Engine::timeout() const noexcept {
+  if (timers_.empty()) return -1;
+  const auto left = timers_.earliest() - Clock::now();
+  if (left <= Clock::duration::zero()) return 0;
+  const auto rounded = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+  return static_cast<int>(std::min<std::int64_t>(rounded, std::numeric_limits<int>::max()));
+}
+
+void Engine::dispatch(std::uint64_t tag, std::uint32_t events) noexcept {
+  if (tag == wakeUpTag) {
+    std::uint64_t count = 0;
+    static_cast<void>(read(wakeUp_, &count, sizeof count) == sizeof count);
+    return;
+  }
+  const auto socket = static_cast<std::uint32_t>(tag);
+  const Watch& watch = watches_[socket];
+  if (watch.session == nullptr || watch.generation != static_cast<std::uint32_t>(tag >> 32)) return;
+  watch.session->socketReady(static_cast<int>(socket), events);
+}
+
+void Engine::drainInbox() noexcept {
+  {
+    const MutexLock lock(mutex_);
+    asleep_ = false;
+    work_.swap(inbox_);
+  }
+  for (auto& work : work_) {
+    try {
+      work();
+    } catch (...) {
+      reportUncaughtError(Error::current(), "URL loading");
+    }
+    work = Work();
+  }
+  work_.clear();
+}
+
+void Engine::settle() noexcept {
+  for (int turn = 0; turn < mostTurns; ++turn) {
+    fireTimers();
+    if (sessions_.empty()) break;
+    serveSessions();
+  }
+}
+
+void Engine::fireTimers() noexcept {
+  // Bounded: a timer may set itself anew for at once.
+  for (std::size_t left = timers_.size(); left > 0; --left) {
+    Timer* timer = timers_.takeDue(now_);
+    if (timer == nullptr) break;
+    timer->timerFired();
+  }
+}
+
+void Engine::serveSessions() noexcept {
+  // Serving one session can only add others behind the end.
+  for (std::size_t i = 0; i < sessions_.size(); ++i) sessions_[i]->serve();
+  sessions_.clear();
+}
+
+void Engine::deliver() noexcept {
+  for (auto& task : deliveries_) task->flush();
+  deliveries_.clear();
+}
+
+void Engine::watch(int socket, std::uint32_t events, SessionCore& session) {
+  const auto index = static_cast<std::size_t>(socket);
+  if (index >= watches_.size()) watches_.resize(index + 1);
+  Watch& watch = watches_[index];
+  if (events == 0) {
+    ++watch.generation;
+    watch.session = nullptr;
+    watch.events = 0;
+    epoll_ctl(epoll_, EPOLL_CTL_DEL, socket, nullptr);
+    return;
+  }
+  if (watch.session == &session && watch.events == events) return;
+  if (watch.session != &session) ++watch.generation;
+  const bool known = watch.session != nullptr;
+  watch.session = &session;
+  watch.events = events;
+  epoll_event event{};
+  event.events = events;
+  event.data.u64 = std::uint64_t{watch.generation} << 32 | static_cast<std::uint32_t>(socket);
+  if (epoll_ctl(epoll_, known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, socket, &event) != 0) {
+    // A descriptor that was closed and opened again under the same number is not what was registered.
+    epoll_ctl(epoll_, errno == ENOENT ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, socket, &event);
+  }
+}
+
+void Engine::forget(const SessionCore& session) noexcept {
+  for (Watch& watch : watches_) {
+    if (watch.session != &session) continue;
+    ++watch.generation;
+    watch.session = nullptr;
+  }
+}
+
+void Engine::serveLater(std::shared_ptr<SessionCore> session) {
+  sessions_.push_back(std::move(session));
+}
+
+void Engine::deliverLater(std::shared_ptr<CurlTask> task) {
+  deliveries_.push_back(std::move(task));
+}
+
+}  // namespace tarn::detail

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <Platform/Dispatch/Mutex.hpp>
+#include <Platform/Dispatch/UniqueFunction.hpp>
+#include <Platform/URLLoading/Curl/TimerHeap.hpp>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace tarn::detail {
+
+class CurlTask;
+class SessionCore;
+
+/// The one thread that drives every transfer of the process: sockets, deadlines and an inbox of work.
+///
+/// Made on first use, never destroyed. At exit its thread is stopped and joined, so that nothing runs while the TLS
+/// library is torn down; work posted later is dropped. A child after fork() starts with a new engine, and sessions of
+/// the parent are dead in it.
+class Engine {
+ public:
+  /// Throws std::system_error where the process has no thread or descriptor left.
+  static Engine& shared();
+
+  /// Runs `work` on the loop thread. Callable from any thread.
+  void post(Work work) TARN_EXCLUDES(mutex_);
+
+  // All below: on the loop thread only.
+
+  /// The time at which this round of the loop began to work.
+  Clock::time_point now() const noexcept { return now_; }
+  TimerHeap& timers() noexcept { return timers_; }
+
+  /// Registers interest in a socket for a session; `events` are epoll's, none of them ends it.
+  void watch(int socket, std::uint32_t events, SessionCore& session);
+  /// Ends every registration of a session.
+  void forget(const SessionCore& session) noexcept;
+  /// Has the session look for finished transfers at the end of this round.
+  void serveLater(std::shared_ptr<SessionCore> session);
+  /// Has the task hand its events over at the end of this round, so that those of a small answer go together.
+  void deliverLater(std::shared_ptr<CurlTask> task);
+
+ private:
+  Engine();
+  ~Engine() = delete;
+
+  void startThread();
+  void stop() noexcept;
+  static void stopAtExit() noexcept;
+  static void abandonInChild() noexcept;
+
+  void run() noexcept;
+  void waitForEvents() noexcept;
+  int timeout() const noexcept;
+  void dispatch(std::uint64_t tag, std::uint32_t events) noexcept;
+  void drainInbox() noexcept;
+  void settle() noexcept;
+  void fireTimers() noexcept;
+  void serveSessions() noexcept;
+  void deliver() noexcept;
+  void wake() noexcept;
+
+  /// One descriptor's registration. The generation tells a late event for a former owner of the number.
+  struct Watch {
+    SessionCore* session = nullptr;
+    std::uint32_t events = 0;
+    std::uint32_t generation = 0;
+  };
+
+  const int epoll_;
+  const int wakeUp_;
+  pthread_t thread_{};
+  std::atomic<bool> stopped_{false};
+
+  Mutex mutex_;
+  std::vector<Work> inbox_ TARN_GUARDED_BY(mutex_);
+  bool asleep_ TARN_GUARDED_BY(mutex_) = false;
+
+  Clock::time_point now_;
+  TimerHeap timers_;
+  std::vector<Watch> watches_;
+  std::vector<Work> work_;
+  std::vector<std::shared_ptr<SessionCore>> sessions_;
+  std::vector<std::shared_ptr<CurlTask>> deliveries_;
+};
+
+}  // namespace tarn::detail

@@ -1,0 +1,40 @@
+#include <Platform/URLLoading/Curl/Mailbox.hpp>
+#include <utility>
+
+namespace tarn::detail {
+
+bool Mailbox::isFull() {
+  const MutexLock lock(mutex_);
+  loopWaits_ = undelivered_ + outgoing_.data.size() > capacity;
+  return loopWaits_;
+}
+
+bool Mailbox::flush() {
+  if (outgoing_.empty()) return false;
+  const MutexLock lock(mutex_);
+  undelivered_ += outgoing_.data.size();
+  if (outgoing_.redirect) inbox_.redirect = std::move(outgoing_.redirect);
+  if (inbox_.data.empty()) {
+    inbox_.data = std::move(outgoing_.data);
+  } else {
+    inbox_.data.append(outgoing_.data);
+  }
+  inbox_.completed = outgoing_.completed;
+  outgoing_ = TaskEvents();
+  return !std::exchange(scheduled_, true);
+}
+
+TaskEvents Mailbox::take() {
+  const MutexLock lock(mutex_);
+  return std::exchange(inbox_, TaskEvents());
+}
+
+Mailbox::Next Mailbox::delivered(std::size_t bytes) {
+  const MutexLock lock(mutex_);
+  undelivered_ -= bytes;
+  scheduled_ = !inbox_.empty();
+  const bool room = undelivered_ <= capacity / 2 && std::exchange(loopWaits_, false);
+  return {scheduled_, room};
+}
+
+}  // namespace tarn::detail

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <Platform/Dispatch/Mutex.hpp>
+#include <Platform/Types/Data.hpp>
+#include <Platform/URLLoading/HTTPURLResponse.hpp>
+#include <Platform/URLLoading/URLRequest.hpp>
+#include <cstddef>
+#include <memory>
+
+namespace tarn::detail {
+
+/// What a delegate has to be asked before a task goes elsewhere.
+struct RedirectQuestion {
+  std::shared_ptr<const HTTPURLResponse> response;
+  URLRequest newRequest;
+};
+
+/// What waits to be told to the delegate of one task. At most one of each: data is merged, and after a question or the
+/// end nothing else comes before it has been taken. They are told in this order.
+struct TaskEvents {
+  std::unique_ptr<RedirectQuestion> redirect;
+  Data data;
+  bool completed = false;
+
+  bool empty() const noexcept { return !redirect && data.empty() && !completed; }
+};
+
+/// Carries the events of one task from the loop thread to the delegate queue, one batch at a time, so that they are told
+/// one after another however many threads the queue has.
+class Mailbox {
+ public:
+  /// Undelivered bytes from which on nothing more is read from the network.
+  static constexpr std::size_t capacity = 1024 * 1024;
+
+  /// The batch being put together. On the loop thread only.
+  TaskEvents& outgoing() noexcept { return outgoing_; }
+  /// Whether the delegate is too far behind; if so, a later delivered() tells that there is room. On the loop thread.
+  bool isFull() TARN_EXCLUDES(mutex_);
+  /// Makes the outgoing batch visible. True: an operation that takes it has to be put on the queue. On the loop thread.
+  bool flush() TARN_EXCLUDES(mutex_);
+
+  /// On the queue: the batch to tell.
+  TaskEvents take() TARN_EXCLUDES(mutex_);
+  struct Next {
+    bool more;  ///< another batch waits: another operation has to be put on the queue
+    bool room;  ///< the loop waits for room, and there is
+  };
+  /// On the queue: the batch, with this many bytes, has been told.
+  Next delivered(std::size_t bytes) TARN_EXCLUDES(mutex_);
+
+ private:
+  TaskEvents outgoing_;
+  Mutex mutex_;
+  TaskEvents inbox_ TARN_GUARDED_BY(mutex_);
+  std::size_t undelivered_ TARN_GUARDED_BY(mutex_) = 0;
+  bool scheduled_ TARN_GUARDED_BY(mutex_) = false;
+  bool loopWaits_ TARN_GUARDED_BY(mutex_) = false;
+};
+
+}  // namespace tarn::detail

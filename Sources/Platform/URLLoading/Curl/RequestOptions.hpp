@@ -1,0 +1,35 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <Platform/URLLoading/Curl/Origin.hpp>
+#include <Platform/URLLoading/Curl/ProxySettings.hpp>
+#include <Platform/URLLoading/URLRequest.hpp>
+#include <memory>
+
+namespace tarn::detail {
+
+struct CurlDeleter {
+  void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
+  void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
+};
+using EasyHandle = std::unique_ptr<CURL, CurlDeleter>;
+using HeaderLines = std::unique_ptr<curl_slist, CurlDeleter>;
+
+/// Sets one option; throws std::bad_alloc, the only way in which a right option can fail.
+template <class T>
+void setOption(CURL* easy, CURLoption option, T value) {
+  if (curl_easy_setopt(easy, option, value) != CURLE_OK) throw std::bad_alloc();
+}
+
+/// Whether a body goes out with the request: HEAD never has one.
+bool sendsBody(const URLRequest& request) noexcept;
+
+/// The header fields as libcurl wants them. Left out are those by which the engine itself frames the message.
+HeaderLines headerLines(const URLRequest& request);
+
+/// What does not depend on the transfer: the address, the method, limits, proxies, protocol versions.
+void setRequestOptions(CURL* easy, const URLRequest& request, const Origin& origin,
+                       const ProxySettings& proxies);
+
+}  // namespace tarn::detail

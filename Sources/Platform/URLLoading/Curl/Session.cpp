@@ -1,0 +1,89 @@
+#include <Platform/Types/FatalError.hpp>
+#include <Platform/URLLoading/Curl/Engine.hpp>
+#include <Platform/URLLoading/Curl/Session.hpp>
+#include <Platform/URLLoading/Curl/SessionCore.hpp>
+#include <Platform/URLLoading/Curl/Task.hpp>
+
+namespace tarn::detail {
+
+CurlSession::CurlSession(URLSessionConfiguration configuration,
+                         std::shared_ptr<URLSessionDelegate> delegate,
+                         std::shared_ptr<OperationQueue> delegateQueue)
+    : URLSession(std::move(configuration)),
+      queue_(delegateQueue ? std::move(delegateQueue)
+                           : std::make_shared<OperationQueue>("URLSession delegate")),
+      core_(std::make_shared<SessionCore>(Engine::shared(), this->configuration(),
+                                          ProxySettings::fromEnvironment())),
+      delegate_(delegate ? std::move(delegate) : std::make_shared<URLSessionDelegate>()) {}
+
+CurlSession::~CurlSession() {
+  // Without an application that could still see it, there is nobody to tell that the session became invalid.
+  try {
+    closeCore();
+  } catch (...) {
+    reportUncaughtError(Error::current(), "URLSession");
+  }
+}
+
+std::shared_ptr<URLSessionDataTask> CurlSession::dataTask(URLRequest request) {
+  std::shared_ptr<CurlTask> task;  // should anything fail, it goes after the lock: it takes it
+  const MutexLock lock(mutex_);
+  task = std::make_shared<CurlTask>(++lastIdentifier_, shared_from_this(), delegate_,
+                                    std::move(request), phase_ == Phase::active);
+  if (phase_ != Phase::invalid) tasks_.emplace(lastIdentifier_, task);
+  return task;
+}
+
+void CurlSession::invalidateAndCancel() {
+  std::vector<std::shared_ptr<CurlTask>> tasks;
+  {
+    const MutexLock lock(mutex_);
+    if (phase_ == Phase::active) phase_ = Phase::closing;
+    tasks.reserve(tasks_.size());
+    for (const auto& entry : tasks_) {
+      if (auto task = entry.second.lock()) tasks.push_back(std::move(task));
+    }
+  }
+  for (const auto& task : tasks) task->cancel();
+  endIfIdle();
+}
+
+void CurlSession::finishTasksAndInvalidate() {
+  {
+    const MutexLock lock(mutex_);
+    if (phase_ == Phase::active) phase_ = Phase::closing;
+  }
+  endIfIdle();
+}
+
+void CurlSession::retire(std::int64_t taskIdentifier) noexcept {
+  try {
+    {
+      const MutexLock lock(mutex_);
+      tasks_.erase(taskIdentifier);
+    }
+    endIfIdle();
+  } catch (...) {
+    reportUncaughtError(Error::current(), "URLSession");
+  }
+}
+
+void CurlSession::endIfIdle() {
+  std::shared_ptr<URLSessionDelegate> delegate;
+  {
+    const MutexLock lock(mutex_);
+    if (phase_ != Phase::closing || !tasks_.empty()) return;
+    phase_ = Phase::invalid;
+    delegate = std::move(delegate_);
+  }
+  closeCore();
+  queue_->addOperation([self = shared_from_this(), delegate = std::move(delegate)] {
+    delegate->didBecomeInvalid(*self, std::nullopt);
+  });
+}
+
+void CurlSession::closeCore() {
+  core_->engine().post([core = core_] { core->close(); });
+}
+
+}  // namespace tarn::detail

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <Platform/Dispatch/Mutex.hpp>
+#include <Platform/URLLoading/URLSession.hpp>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+namespace tarn::detail {
+
+class CurlTask;
+class SessionCore;
+
+/// A session as any thread sees it; what drives its transfers is its SessionCore.
+class CurlSession final : public URLSession, public std::enable_shared_from_this<CurlSession> {
+ public:
+  CurlSession(URLSessionConfiguration configuration, std::shared_ptr<URLSessionDelegate> delegate,
+              std::shared_ptr<OperationQueue> delegateQueue);
+  ~CurlSession() override;
+
+  std::shared_ptr<URLSessionDataTask> dataTask(URLRequest request) override TARN_EXCLUDES(mutex_);
+  void invalidateAndCancel() override TARN_EXCLUDES(mutex_);
+  void finishTasksAndInvalidate() override TARN_EXCLUDES(mutex_);
+
+  const std::shared_ptr<SessionCore>& core() const noexcept { return core_; }
+  OperationQueue& queue() const noexcept { return *queue_; }
+  /// A task has told its last event, or is gone without ever having been started.
+  void retire(std::int64_t taskIdentifier) noexcept TARN_EXCLUDES(mutex_);
+
+ private:
+  /// Closing: no new tasks, those that are there come to their end.
+  enum class Phase { active, closing, invalid };
+
+  void endIfIdle() TARN_EXCLUDES(mutex_);
+  void closeCore();
+
+  const std::shared_ptr<OperationQueue> queue_;
+  const std::shared_ptr<SessionCore> core_;
+
+  Mutex mutex_;
+  Phase phase_ TARN_GUARDED_BY(mutex_) = Phase::active;
+  std::shared_ptr<URLSessionDelegate> delegate_ TARN_GUARDED_BY(mutex_);
+  std::int64_t lastIdentifier_ TARN_GUARDED_BY(mutex_) = 0;
+  std::unordered_map<std::int64_t, std::weak_ptr<CurlTask>> tasks_ TARN_GUARDED_BY(mutex_);
+};
+
+}  // namespace tarn::detail

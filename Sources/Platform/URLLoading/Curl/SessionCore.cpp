@@ -1,0 +1,194 @@
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <Platform/URLLoading/Curl/SessionCore.hpp>
+#include <Platform/URLLoading/Curl/Transfer.hpp>
+#include <algorithm>
+#include <new>
+
+namespace tarn::detail {
+
+namespace {
+
+// Without it libcurl keeps four for each transfer under way, too few when a burst ends.
+constexpr long mostIdleConnections = 64;
+
+}  // namespace
+
+SessionCore::SessionCore(Engine& engine, const URLSessionConfiguration& configuration,
+                         ProxySettings proxies)
+    : engine_(engine),
+      configuration_(configuration),
+      connectionsPerHost_(std::max(1, configuration.httpMaximumConnectionsPerHost)),
+      proxies_(std::move(proxies)),
+      queues_(connectionsPerHost_) {}
+
+SessionCore::~SessionCore() = default;
+
+void SessionCore::open() {
+  multi_ = curl_multi_init();
+  cookies_ = curl_share_init();
+  if (multi_ == nullptr || cookies_ == nullptr) throw std::bad_alloc();
+  // Only this thread uses the share: it needs no lock functions.
+  curl_share_setopt(cookies_, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+  curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, onSocket);
+  curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
+  curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, onTimer);
+  curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+  curl_multi_setopt(multi_, CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
+  curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, long{connectionsPerHost_});
+  curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, mostIdleConnections);
+}
+
+void SessionCore::close() noexcept {
+  engine_.timers().remove(*this);
+  if (multi_ != nullptr) curl_multi_cleanup(multi_);
+  multi_ = nullptr;
+  if (cookies_ != nullptr) curl_share_cleanup(cookies_);
+  cookies_ = nullptr;
+  engine_.forget(*this);
+}
+
+void SessionCore::admit(Transfer& transfer) {
+  if (multi_ == nullptr) open();
+  queues_.enter(transfer.origin(), transfer);
+  admitNext(transfer.origin());
+}
+
+void SessionCore::attach(const Transfer& transfer, CURL* easy) {
+  if (!transfer.origin().secure) dropSurprisedSockets();
+  if (curl_multi_add_handle(multi_, easy) != CURLM_OK) throw std::bad_alloc();
+}
+
+void SessionCore::detach(const Transfer& transfer, CURL* easy) noexcept {
+  curl_multi_remove_handle(multi_, easy);
+  for (auto& plain : plainSockets_) {
+    if (plain.user == &transfer) plain.user = nullptr;
+  }
+}
+
+void SessionCore::release(const Origin& origin) {
+  queues_.release(origin);
+  admitNext(origin);
+}
+
+void SessionCore::withdraw(Transfer& transfer) noexcept {
+  queues_.leave(transfer.origin(), transfer);
+}
+
+// Not at once: a start that fails frees its slot again, and a long queue of those would nest as deep.
+void SessionCore::admitNext(const Origin& origin) {
+  if (!queues_.hasWaiting(origin)) return;
+  movedOn_.push_back(origin);
+  touch();
+}
+
+void SessionCore::setMultiplexed(const Origin& origin, bool multiplexed) {
+  if (queues_.setMultiplexed(origin, multiplexed)) admitNext(origin);
+}
+
+void SessionCore::touch() {
+  if (touched_) return;
+  engine_.serveLater(shared_from_this());
+  touched_ = true;
+}
+
+void SessionCore::socketReady(int socket, std::uint32_t events) noexcept {
+  int mask = 0;
+  if ((events & EPOLLIN) != 0) mask |= CURL_CSELECT_IN;
+  if ((events & EPOLLOUT) != 0) mask |= CURL_CSELECT_OUT;
+  if ((events & (EPOLLERR | EPOLLHUP)) != 0) mask |= CURL_CSELECT_ERR;
+  int running = 0;
+  curl_multi_socket_action(multi_, socket, mask, &running);
+  touch();
+}
+
+void SessionCore::timerFired() noexcept {
+  int running = 0;
+  curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
+  touch();
+}
+
+void SessionCore::serve() noexcept {
+  touched_ = false;
+  int left = 0;
+  while (multi_ != nullptr) {
+    const CURLMsg* message = curl_multi_info_read(multi_, &left);
+    if (message == nullptr) break;
+    Transfer* transfer = nullptr;
+    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
+    transfer->transferEnded(message->data.result);
+  }
+  startWaiting();
+}
+
+void SessionCore::startWaiting() noexcept {
+  for (std::size_t i = 0; i < movedOn_.size(); ++i) {
+    const Origin origin = std::move(movedOn_[i]);
+    while (Transfer* next = queues_.next(origin)) next->start();
+  }
+  movedOn_.clear();
+}
+
+// Bytes that arrive on a connection while it is idle belong to no request; libcurl would take them for the answer to the
+// next one.
+void SessionCore::dropSurprisedSockets() noexcept {
+  for (const auto& plain : plainSockets_) {
+    if (plain.user != nullptr) continue;
+    char byte = 0;
+    if (recv(plain.socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0) {
+      shutdown(plain.socket, SHUT_RDWR);
+    }
+  }
+}
+
+void SessionCore::socketOpened(int socket, const Transfer& transfer) {
+  plainSockets_.push_back({socket, &transfer});
+}
+
+int SessionCore::socketClosed(void* self, curl_socket_t socket) noexcept {
+  auto& sockets = static_cast<SessionCore*>(self)->plainSockets_;
+  std::erase_if(sockets, [socket](const auto& plain) { return plain.socket == socket; });
+  return ::close(socket);
+}
+
+void SessionCore::socketChanged(CURL* easy, curl_socket_t socket, int what) {
+  std::uint32_t events = 0;
+  if (what != CURL_POLL_REMOVE) {
+    if ((what & CURL_POLL_IN) != 0) events |= EPOLLIN;
+    if ((what & CURL_POLL_OUT) != 0) events |= EPOLLOUT;
+    Transfer* transfer = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
+    for (auto& plain : plainSockets_) {
+      if (plain.socket == socket) plain.user = transfer;
+    }
+  }
+  engine_.watch(socket, events, *this);
+}
+
+int SessionCore::onSocket(CURL* easy, curl_socket_t socket, int what, void* self, void*) noexcept {
+  try {
+    static_cast<SessionCore*>(self)->socketChanged(easy, socket, what);
+    return 0;
+  } catch (...) {
+    return -1;  // libcurl then gives the transfer up
+  }
+}
+
+int SessionCore::onTimer(CURLM*, long milliseconds, void* self) noexcept {
+  auto& core = *static_cast<SessionCore*>(self);
+  try {
+    if (milliseconds < 0) {
+      core.engine_.timers().remove(core);
+    } else {
+      core.engine_.timers().set(core,
+                                core.engine_.now() + std::chrono::milliseconds(milliseconds));
+    }
+    return 0;
+  } catch (...) {
+    return -1;
+  }
+}
+
+}  // namespace tarn::detail

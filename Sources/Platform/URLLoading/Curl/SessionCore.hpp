@@ -1,0 +1,87 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <Platform/URLLoading/Curl/Engine.hpp>
+#include <Platform/URLLoading/Curl/HostQueues.hpp>
+#include <Platform/URLLoading/Curl/ProxySettings.hpp>
+#include <Platform/URLLoading/URLSessionConfiguration.hpp>
+#include <memory>
+#include <vector>
+
+namespace tarn::detail {
+
+class Transfer;
+
+/// The part of a session that lives on the loop thread: its connections, its cookies, its queues.
+///
+/// One libcurl multi handle a session: connections, and with them what was once trusted, are never shared between
+/// sessions.
+class SessionCore final : public std::enable_shared_from_this<SessionCore>, private Timer {
+ public:
+  SessionCore(Engine& engine, const URLSessionConfiguration& configuration, ProxySettings proxies);
+  ~SessionCore() override;
+
+  Engine& engine() noexcept { return engine_; }
+
+  // All below: on the loop thread only.
+
+  /// Gives the transfer a connection slot now, or when its turn comes.
+  void admit(Transfer& transfer);
+  /// Hands `easy` to libcurl. Throws std::bad_alloc.
+  void attach(const Transfer& transfer, CURL* easy);
+  /// Takes `easy` back from libcurl.
+  void detach(const Transfer& transfer, CURL* easy) noexcept;
+  /// Gives a connection slot back.
+  void release(const Origin& origin);
+  /// Forgets a transfer that still waits for its turn.
+  void withdraw(Transfer& transfer) noexcept;
+  /// Has whoever may start at this origin started, in this round.
+  void admitNext(const Origin& origin);
+  /// What an answer shows of the origin: over HTTP/2 one connection carries many transfers.
+  void setMultiplexed(const Origin& origin, bool multiplexed);
+
+  /// Ends the session's connections. No transfer may be left.
+  void close() noexcept;
+
+  // Called by the engine.
+  void socketReady(int socket, std::uint32_t events) noexcept;
+  void serve() noexcept;
+
+  // Called by Transfer for a new connection of it and by libcurl for one that ends.
+  void socketOpened(int socket, const Transfer& transfer);
+  static int socketClosed(void* self, curl_socket_t socket) noexcept;
+
+  CURLSH* cookies() const noexcept { return cookies_; }
+  const ProxySettings& proxies() const noexcept { return proxies_; }
+  const URLSessionConfiguration& configuration() const noexcept { return configuration_; }
+
+ private:
+  /// A connection without TLS; such a one is used by one transfer at a time.
+  struct PlainSocket {
+    int socket;
+    const Transfer* user;
+  };
+
+  void open();
+  void touch();
+  void timerFired() noexcept override;
+  void startWaiting() noexcept;
+  void dropSurprisedSockets() noexcept;
+  void socketChanged(CURL* easy, curl_socket_t socket, int what);
+  static int onSocket(CURL* easy, curl_socket_t socket, int what, void* self, void*) noexcept;
+  static int onTimer(CURLM* multi, long milliseconds, void* self) noexcept;
+
+  Engine& engine_;
+  const URLSessionConfiguration configuration_;
+  const int connectionsPerHost_;
+  const ProxySettings proxies_;
+  CURLM* multi_ = nullptr;
+  CURLSH* cookies_ = nullptr;
+  HostQueues queues_;
+  std::vector<PlainSocket> plainSockets_;
+  std::vector<Origin> movedOn_;  // where somebody may start now
+  bool touched_ = false;
+};
+
+}  // namespace tarn::detail

@@ -1,0 +1,248 @@
+#include <Platform/Types/FatalError.hpp>
+#include <Platform/URLLoading/Curl/Engine.hpp>
+#include <Platform/URLLoading/Curl/Session.hpp>
+#include <Platform/URLLoading/Curl/SessionCore.hpp>
+#include <Platform/URLLoading/Curl/Task.hpp>
+#include <Platform/URLLoading/Curl/Transfer.hpp>
+#include <algorithm>
+
+namespace tarn::detail {
+
+namespace {
+
+/// Hands the delegate's answer to the loop, once. Dropped without an answer, it cancels the task, which would otherwise
+/// wait for ever.
+class RedirectAnswer {
+ public:
+  RedirectAnswer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core)
+      : task_(std::move(task)), core_(std::move(core)) {}
+  RedirectAnswer(const RedirectAnswer&) = delete;
+  RedirectAnswer& operator=(const RedirectAnswer&) = delete;
+  ~RedirectAnswer() {
+    if (!answered_.test_and_set()) task_->cancel();
+  }
+
+  void give(std::optional<URLRequest> request) {
+    if (answered_.test_and_set()) return;
+    core_->engine().post([task = task_, request = std::move(request)]() mutable {
+      task->redirectAnswered(std::move(request));
+    });
+  }
+
+ private:
+  const std::shared_ptr<CurlTask> task_;
+  const std::shared_ptr<SessionCore> core_;
+  std::atomic_flag answered_;
+};
+
+template <class Action>
+void guarded(const char* where, Action&& action) noexcept {
+  try {
+    action();
+  } catch (...) {
+    reportUncaughtError(Error::current(), where);
+  }
+}
+
+}  // namespace
+
+CurlTask::CurlTask(std::int64_t identifier, std::shared_ptr<CurlSession> session,
+                   std::shared_ptr<URLSessionDelegate> delegate, URLRequest request, bool admitted)
+    : URLSessionDataTask(identifier),
+      originalRequest_(std::move(request)),
+      core_(session->core()),
+      admitted_(admitted),
+      session_(std::move(session)),
+      delegate_(std::move(delegate)) {}
+
+CurlTask::~CurlTask() {
+  if (session_) session_->retire(taskIdentifier());
+}
+
+URLRequest CurlTask::currentRequest() const {
+  const MutexLock lock(mutex_);
+  return redirectedRequest_ ? *redirectedRequest_ : originalRequest_;
+}
+
+std::shared_ptr<const URLResponse> CurlTask::response() const {
+  const MutexLock lock(mutex_);
+  return response_;
+}
+
+std::optional<Error> CurlTask::error() const {
+  const MutexLock lock(mutex_);
+  return error_;
+}
+
+// The state is changed here and acted upon on the loop, which looks at the state as it is then: however the two are
+// interleaved between threads, the last change is the one that holds.
+void CurlTask::resume() {
+  auto expected = State::suspended;
+  if (state_.compare_exchange_strong(expected, State::running)) post(&CurlTask::reconcile);
+}
+
+void CurlTask::suspend() {
+  auto expected = State::running;
+  if (state_.compare_exchange_strong(expected, State::suspended)) post(&CurlTask::reconcile);
+}
+
+void CurlTask::cancel() {
+  auto state = state_.load();
+  while (state == State::running || state == State::suspended) {
+    if (state_.compare_exchange_weak(state, State::canceling)) {
+      post(&CurlTask::reconcile);
+      return;
+    }
+  }
+}
+
+void CurlTask::post(void (CurlTask::*action)()) {
+  core_->engine().post([self = shared_from_this(), action] { (*self.*action)(); });
+}
+
+void CurlTask::reconcile() {
+  if (finished_) return;
+  switch (state_) {
+    case State::canceling:
+      finish(std::nullopt);
+      break;
+    case State::suspended:
+      if (transfer_) transfer_->setSuspended(true);
+      break;
+    case State::running:
+      if (transfer_) {
+        transfer_->setSuspended(false);
+      } else {
+        begin();
+      }
+      break;
+    case State::completed:
+      break;
+  }
+}
+
+void CurlTask::begin() {
+  if (!admitted_) {
+    finish(URLError(URLError::cancelled, "The session is invalid.",
+                    originalRequest_.url().redacted()));
+    return;
+  }
+  transfer_ = std::make_unique<Transfer>(shared_from_this(), core_);
+  transfer_->begin();
+}
+
+void CurlTask::continueReading() {
+  if (transfer_) transfer_->roomMade();
+}
+
+void CurlTask::redirectAnswered(std::optional<URLRequest> request) {
+  if (transfer_) transfer_->redirectAnswered(std::move(request));
+}
+
+void CurlTask::setCurrentRequest(URLRequest request) {
+  const MutexLock lock(mutex_);
+  redirectedRequest_ = std::move(request);
+}
+
+void CurlTask::setResponse(std::shared_ptr<const HTTPURLResponse> response) {
+  const MutexLock lock(mutex_);
+  response_ = std::move(response);
+}
+
+void CurlTask::countReceived(std::size_t bytes) noexcept {
+  bytesReceived_.fetch_add(static_cast<std::int64_t>(bytes), std::memory_order_relaxed);
+}
+
+void CurlTask::addData(const std::uint8_t* bytes, std::size_t size, std::int64_t expected) {
+  // Room for all that is announced saves the receiver from copying when it puts the pieces together; a length is only
+  // a claim, so beyond this much the storage grows with what really comes.
+  constexpr std::int64_t mostReserved = 4 * 1024 * 1024;
+  Data& data = mailbox_.outgoing().data;
+  if (data.empty() && expected > static_cast<std::int64_t>(size)) {
+    data.reserve(static_cast<std::size_t>(std::min(expected, mostReserved)));
+  }
+  data.append(bytes, size);
+  planDelivery();
+}
+
+void CurlTask::askRedirect(std::shared_ptr<const HTTPURLResponse> response, URLRequest newRequest) {
+  mailbox_.outgoing().redirect = std::make_unique<RedirectQuestion>(
+      RedirectQuestion{std::move(response), std::move(newRequest)});
+  planDelivery();
+}
+
+void CurlTask::finish(std::optional<URLError> error) noexcept {
+  finished_ = true;
+  const auto self = shared_from_this();
+  transfer_.reset();
+  guarded("URL loading", [&] {
+    // Once cancel() has been accepted, the outcome is that, even where the last byte came first.
+    if (state_.exchange(State::completed) == State::canceling) {
+      error = URLError(URLError::cancelled, {}, currentRequest().url().redacted());
+    }
+    if (error) {
+      const MutexLock lock(mutex_);
+      error_.emplace(std::move(*error));
+    }
+    mailbox_.outgoing().completed = true;
+    planDelivery();
+  });
+}
+
+void CurlTask::planDelivery() {
+  if (deliveryPlanned_) return;
+  core_->engine().deliverLater(shared_from_this());
+  deliveryPlanned_ = true;
+}
+
+void CurlTask::flush() noexcept {
+  deliveryPlanned_ = false;
+  guarded("URL loading", [this] {
+    if (mailbox_.flush()) schedule();
+  });
+}
+
+void CurlTask::schedule() {
+  // An operation holds the task, so the queue may outlive all other owners.
+  session_->queue().addOperation([self = shared_from_this()] { self->deliver(); });
+}
+
+void CurlTask::deliver() noexcept {
+  auto events = mailbox_.take();
+  const std::size_t bytes = events.data.size();
+  const bool last = events.completed;
+  tell(events);
+  const auto next = mailbox_.delivered(bytes);
+  guarded("URL loading", [&] {
+    if (next.room) post(&CurlTask::continueReading);
+    if (next.more) schedule();
+  });
+  if (!last) return;
+  delegate_.reset();
+  if (const auto session = std::exchange(session_, nullptr)) session->retire(taskIdentifier());
+}
+
+void CurlTask::tell(TaskEvents& events) noexcept {
+  if (!delegate_) return;
+  if (events.redirect) {
+    guarded("willPerformHTTPRedirection", [&] { tellRedirect(*events.redirect); });
+  }
+  if (!events.data.empty()) {
+    guarded("didReceiveData",
+            [&] { delegate_->didReceiveData(*session_, *this, std::move(events.data)); });
+  }
+  if (events.completed) guarded("didComplete", [&] { tellCompletion(); });
+}
+
+void CurlTask::tellRedirect(RedirectQuestion& question) {
+  auto answer = std::make_shared<RedirectAnswer>(shared_from_this(), core_);
+  delegate_->willPerformHTTPRedirection(*session_, *this, question.response,
+                                        std::move(question.newRequest),
+                                        [answer](std::optional<URLRequest> request) {
+                                          answer->give(std::move(request));
+                                        });
+}
+
+void CurlTask::tellCompletion() { delegate_->didComplete(*session_, *this, error()); }
+
+}  // namespace tarn::detail

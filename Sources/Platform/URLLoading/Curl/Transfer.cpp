@@ -1,0 +1,295 @@
+#include <Platform/Trust/TLSVerification.hpp>
+#include <Platform/URLLoading/Curl/Failure.hpp>
+#include <Platform/URLLoading/Curl/Mailbox.hpp>
+#include <Platform/URLLoading/Curl/Redirects.hpp>
+#include <Platform/URLLoading/Curl/SessionCore.hpp>
+#include <Platform/URLLoading/Curl/Task.hpp>
+#include <Platform/URLLoading/Curl/Transfer.hpp>
+#include <algorithm>
+#include <cmath>
+
+namespace tarn::detail {
+
+namespace {
+
+Clock::duration clamped(TimeInterval interval) noexcept {
+  constexpr TimeInterval longest{100.0 * 365 * 24 * 60 * 60};  // far from what would overflow
+  return std::chrono::duration_cast<Clock::duration>(std::min(interval, longest));
+}
+
+bool isUsable(TimeInterval interval) noexcept { return interval.count() > 0; }  // not for NaN either
+
+// A request that was not given an interval of its own has the default one.
+Clock::duration idleLimit(const URLRequest& request,
+                          const URLSessionConfiguration& configuration) noexcept {
+  constexpr TimeInterval fallback{60};
+  const bool own = isUsable(request.timeoutInterval()) && request.timeoutInterval() != fallback;
+  if (own) return clamped(request.timeoutInterval());
+  const auto general = configuration.timeoutIntervalForRequest;
+  return clamped(isUsable(general) ? general : fallback);
+}
+
+Clock::duration resourceLimit(const URLSessionConfiguration& configuration) noexcept {
+  constexpr TimeInterval fallback{7.0 * 24 * 60 * 60};
+  const auto limit = configuration.timeoutIntervalForResource;
+  return clamped(isUsable(limit) ? limit : fallback);
+}
+
+std::optional<std::pair<std::string, std::string>> credentialsOf(const URL& url) {
+  auto user = url.user();
+  if (!user) return std::nullopt;
+  return std::pair(std::move(*user), url.password().value_or(""));
+}
+
+}  // namespace
+
+Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core)
+    : task_(std::move(task)),
+      core_(std::move(core)),
+      idleLimit_(idleLimit(task_->request(), core_->configuration())),
+      resourceDeadline_(core_->engine().now() + resourceLimit(core_->configuration())),
+      request_(&task_->request()),
+      lastProgress_(core_->engine().now()) {}
+
+Transfer::~Transfer() {
+  if (stage_ == Stage::queued && !hasSlot_) core_->withdraw(*this);
+  leaveConnection();
+  core_->engine().timers().remove(*this);
+}
+
+void Transfer::begin() {
+  credentials_ = credentialsOf(request_->url());
+  guarded(&Transfer::enterQueue);
+}
+
+void Transfer::enterQueue() {
+  auto origin = Origin::of(request_->url());
+  if (!origin) {
+    const auto scheme = request_->url().scheme();
+    const bool http = scheme == "http" || scheme == "https";
+    return finish(http ? error(URLError::badURL, "The address names no host.")
+                       : error(URLError::unsupportedURL, "The scheme is not http or https."));
+  }
+  stage_ = Stage::queued;
+  origin_ = std::move(*origin);
+  core_->admit(*this);
+  armTimer();
+}
+
+void Transfer::start() noexcept {
+  hasSlot_ = true;
+  guarded(&Transfer::attach);
+}
+
+void Transfer::attach() {
+  stage_ = Stage::running;
+  EasyHandle easy(curl_easy_init());
+  if (!easy) throw std::bad_alloc();
+  configure(easy.get());
+  core_->attach(*this, easy.get());
+  easy_ = std::move(easy);
+  lastProgress_ = core_->engine().now();
+  armTimer();
+}
+
+void Transfer::leaveConnection() noexcept {
+  if (easy_) core_->detach(*this, easy_.get());
+  easy_.reset();
+  headerLines_.reset();
+  try {
+    if (std::exchange(hasSlot_, false)) core_->release(origin_);
+  } catch (const std::bad_alloc&) {
+    // The slot is free all the same; who waits for it starts with the next one that is given back.
+  }
+}
+
+void Transfer::finish(std::optional<URLError> error) noexcept {
+  // The task destroys this object.
+  const auto task = task_;
+  task->finish(std::move(error));
+}
+
+void Transfer::guarded(void (Transfer::*action)()) noexcept {
+  try {
+    (this->*action)();
+  } catch (const std::exception& failure) {
+    finish(URLError(URLError::unknown, failure.what()));
+  }
+}
+
+void Transfer::transferEnded(CURLcode result) noexcept {
+  try {
+    outcome_ = failureOf(result);
+  } catch (const std::exception& failure) {
+    outcome_.emplace(URLError::unknown, failure.what());
+  }
+  leaveConnection();
+  if (stage_ == Stage::asking) return;
+  // A redirect is known by its head: whether its body, which nobody may want, came whole does not matter.
+  guarded(redirectResponse_ ? &Transfer::askRedirect : &Transfer::conclude);
+}
+
+void Transfer::conclude() {
+  if (!decoderDry_) {
+    stage_ = Stage::draining;
+    return armTimer();
+  }
+  if (!outcome_ && decoder_ && !decoder_->isComplete()) {
+    outcome_ = error(URLError::cannotDecodeRawData, "The encoded body ends too early.");
+  }
+  finish(std::move(outcome_));
+}
+
+std::optional<URLError> Transfer::failureOf(CURLcode result) {
+  if (refusal_) return std::move(refusal_);
+  if (result == CURLE_OK) {
+    if (head_.complete()) return std::nullopt;
+    return error(URLError::networkConnectionLost, "The connection ended within the answer's head.");
+  }
+  long systemError = 0;
+  long requestSize = 0;
+  Failure failure;
+  curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &systemError);
+  curl_easy_getinfo(easy_.get(), CURLINFO_REQUEST_SIZE, &requestSize);
+  curl_easy_getinfo(easy_.get(), CURLINFO_HTTP_CONNECTCODE, &failure.proxyAnswer);
+  failure.curlCode = result;
+  failure.systemError = static_cast<int>(systemError);
+  failure.requestSent = requestSize > 0;
+  failure.answerStarted = head_.started();
+  failure.lengthAnnounced = head_.complete() && head_.announcedLength().has_value();
+  failure.bodyStarted = bodyStarted_;
+  failure.curlText = curlText_.data();
+  failure.tls = tls_.get();
+  return makeError(failure, request_->url().redacted());
+}
+
+URLError Transfer::error(std::int32_t code, std::string detail) const {
+  return URLError(code, std::move(detail), request_->url().redacted());
+}
+
+// -- Reading on and off
+
+void Transfer::setSuspended(bool suspended) {
+  if (std::exchange(suspended_, suspended) == suspended) return;
+  if (suspended) {
+    // Before there is a connection this has no effect; the callbacks then hold the transfer up.
+    if (easy_) curl_easy_pause(easy_.get(), CURLPAUSE_ALL);
+    return;
+  }
+  lastProgress_ = core_->engine().now();
+  armTimer();
+  if (stage_ == Stage::queued) core_->admitNext(origin_);
+  if (easy_) guarded(&Transfer::unpause);
+}
+
+void Transfer::roomMade() {
+  backedUp_ = false;
+  lastProgress_ = core_->engine().now();
+  armTimer();
+  guarded(&Transfer::readOn);
+}
+
+void Transfer::readOn() {
+  if (decoder_ && !decoderDry_ && !drainDecoder()) return finish(std::move(refusal_));
+  if (!decoderDry_ || stage_ == Stage::asking) return;
+  if (stage_ == Stage::draining) return conclude();
+  if (easy_ && !suspended_) unpause();
+}
+
+// libcurl hands over at once what it held back, so this calls bodyPart() again.
+void Transfer::unpause() {
+  const auto result = curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
+  if (refusal_) transferEnded(result);
+}
+
+bool Transfer::hasRoom() {
+  backedUp_ = task_->isBackedUp();
+  return !backedUp_;
+}
+
+// -- Time-outs
+
+bool Transfer::idleTimeCounts() const noexcept {
+  return stage_ == Stage::running && !suspended_ && !backedUp_;
+}
+
+void Transfer::armTimer() {
+  auto deadline = resourceDeadline_;
+  if (idleTimeCounts()) deadline = std::min(deadline, lastProgress_ + idleLimit_);
+  core_->engine().timers().set(*this, deadline);
+}
+
+// Progress only notes the time; the timer finds out here whether it has to wait on.
+void Transfer::timerFired() noexcept {
+  const auto now = core_->engine().now();
+  if (now >= resourceDeadline_) {
+    return finish(URLError(URLError::timedOut, "The load took longer than it may in all.",
+                           request_->url().redacted()));
+  }
+  if (redirectBodyFull_ && stage_ == Stage::running) return guarded(&Transfer::askRedirect);
+  if (idleTimeCounts() && now >= lastProgress_ + idleLimit_) {
+    return finish(URLError(URLError::timedOut, "Nothing moved for too long.",
+                           request_->url().redacted()));
+  }
+  guarded(&Transfer::armTimer);
+}
+
+// -- Redirects
+
+void Transfer::askRedirect() {
+  if (++redirectCount_ > mostRedirects) {
+    return finish(error(URLError::httpTooManyRedirects, "Too many redirects."));
+  }
+  auto next = redirectedRequest(*request_, *redirectResponse_);
+  if (auto* impossible = std::get_if<URLError>(&next)) return finish(std::move(*impossible));
+  stage_ = Stage::asking;
+  task_->askRedirect(redirectResponse_, std::get<URLRequest>(std::move(next)));
+  armTimer();
+}
+
+void Transfer::redirectAnswered(std::optional<URLRequest> request) {
+  if (stage_ != Stage::asking) return;
+  answer_ = std::move(request);
+  guarded(answer_ ? &Transfer::follow : &Transfer::takeRedirectAsAnswer);
+}
+
+void Transfer::follow() {
+  leaveConnection();
+  URLRequest next = std::move(*std::exchange(answer_, std::nullopt));
+  // The application may have put a name and password of its own into the address.
+  auto credentials = credentialsOf(next.url());
+  if (credentials || Origin::of(next.url()) != origin_) credentials_ = std::move(credentials);
+  task_->setCurrentRequest(next);
+  redirected_ = std::move(next);
+  request_ = &*redirected_;
+  bodyOffset_ = 0;
+  requestCount_ = 0;
+  head_ = HeadParser();
+  bodyStarted_ = false;
+  redirectResponse_.reset();
+  redirectBody_.clear();
+  redirectBodyFull_ = false;
+  decoder_.reset();
+  decoderDry_ = true;
+  bytesToCome_ = -1;
+  bytesSent_ = 0;
+  refusal_.reset();
+  outcome_.reset();
+  enterQueue();
+}
+
+void Transfer::takeRedirectAsAnswer() {
+  stage_ = Stage::running;
+  lastProgress_ = core_->engine().now();
+  const auto body = std::exchange(redirectBody_, {});
+  publishResponse(std::exchange(redirectResponse_, nullptr));
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(body.data());
+  if (!body.empty() && !deliverBody(bytes, body.size())) {
+    return finish(std::move(refusal_));
+  }
+  armTimer();
+  if (!easy_) return conclude();
+  if (!suspended_) unpause();
+}
+
+}  // namespace tarn::detail

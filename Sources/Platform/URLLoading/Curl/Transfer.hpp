@@ -1,0 +1,132 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <Platform/Types/URLError.hpp>
+#include <Platform/URLLoading/Curl/ContentDecoder.hpp>
+#include <Platform/URLLoading/Curl/HeadParser.hpp>
+#include <Platform/URLLoading/Curl/Origin.hpp>
+#include <Platform/URLLoading/Curl/RequestOptions.hpp>
+#include <Platform/URLLoading/Curl/TimerHeap.hpp>
+#include <Platform/URLLoading/HTTPURLResponse.hpp>
+#include <Platform/URLLoading/URLRequest.hpp>
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace tarn::detail {
+
+class CurlTask;
+class SessionCore;
+struct TLSRecord;
+
+/// A task under way, from its first resume() to its end: waits for a connection, drives libcurl, follows redirects.
+///
+/// On the loop thread only. Owned by its task and keeps it alive; `finish` ends both, so nothing may be touched after it.
+class Transfer final : private Timer {
+ public:
+  Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core);
+  ~Transfer() override;
+
+  const Origin& origin() const noexcept { return origin_; }
+  bool isSuspended() const noexcept { return suspended_; }
+
+  // By the task.
+  void begin();
+  void setSuspended(bool suspended);
+  /// The delegate has caught up: reading may go on.
+  void roomMade();
+  /// The delegate's answer to a redirect; nothing for "take the redirecting answer itself".
+  void redirectAnswered(std::optional<URLRequest> request);
+
+  // By the session's core.
+  /// A connection slot is free for this transfer.
+  void start() noexcept;
+  void transferEnded(CURLcode result) noexcept;
+
+ private:
+  friend struct TransferCallbacks;
+
+  /// queued: waits for a slot. running: libcurl has it. asking: the delegate decides on a redirect. draining: libcurl is
+  /// done, the decoder still holds more than the delegate has room for.
+  enum class Stage { queued, running, asking, draining };
+
+  void enterQueue();
+  void attach();
+  void configure(CURL* easy);
+  void leaveConnection() noexcept;
+  void finish(std::optional<URLError> error) noexcept;
+  void conclude();
+  void guarded(void (Transfer::*action)()) noexcept;
+
+  // What libcurl calls; see TransferCallbacks.
+  std::size_t headLine(const char* text, std::size_t size);
+  std::size_t bodyPart(const std::uint8_t* bytes, std::size_t size);
+  std::size_t readBody(char* buffer, std::size_t size);
+  int seekBody(curl_off_t offset) noexcept;
+  int requestStarts();
+  CURLcode prepareTLS(void* context);
+  curl_socket_t openSocket(const curl_sockaddr& address);
+  void progressed() noexcept;
+
+  void answerArrived();
+  std::shared_ptr<const HTTPURLResponse> makeResponse(std::int64_t expectedContentLength);
+  void publishResponse(std::shared_ptr<const HTTPURLResponse> response);
+  bool deliverBody(const std::uint8_t* bytes, std::size_t size);
+  bool drainDecoder();
+  bool hasRoom();
+  void readOn();
+  void unpause();
+
+  std::size_t holdRedirectBody(const std::uint8_t* bytes, std::size_t size);
+  void askRedirect();
+  void follow();
+  void takeRedirectAsAnswer();
+
+  std::optional<URLError> failureOf(CURLcode result);
+  URLError error(std::int32_t code, std::string detail) const;
+
+  void timerFired() noexcept override;
+  void armTimer();
+  bool idleTimeCounts() const noexcept;
+
+  const std::shared_ptr<CurlTask> task_;
+  const std::shared_ptr<SessionCore> core_;
+  const Clock::duration idleLimit_;
+  const Clock::time_point resourceDeadline_;
+  std::optional<URLRequest> redirected_;  // once a redirect was followed
+  const URLRequest* request_;             // the one on its way
+  Origin origin_;
+  std::optional<std::pair<std::string, std::string>> credentials_;  // of the address
+
+  Stage stage_ = Stage::queued;
+  bool hasSlot_ = false;
+  bool suspended_ = false;
+  bool backedUp_ = false;
+  int redirectCount_ = 0;
+  std::optional<URLRequest> answer_;  // to the last redirect
+  Clock::time_point lastProgress_;
+
+  // Of the present attempt.
+  EasyHandle easy_;
+  HeaderLines headerLines_;
+  std::size_t bodyOffset_ = 0;
+  curl_off_t bytesSent_ = 0;
+  int requestCount_ = 0;
+  HeadParser head_;
+  std::int64_t bytesToCome_ = -1;
+  bool bodyStarted_ = false;
+  std::unique_ptr<ContentDecoder> decoder_;
+  bool decoderDry_ = true;  // it has given all that its input holds
+  std::shared_ptr<const HTTPURLResponse> redirectResponse_;
+  std::string redirectBody_;  // as it came, should the delegate want it
+  bool redirectBodyFull_ = false;
+  std::shared_ptr<TLSRecord> tls_;
+  std::optional<URLError> refusal_;  // why a callback of ours made libcurl stop
+  std::optional<URLError> outcome_;  // of libcurl's part
+  std::array<char, CURL_ERROR_SIZE> curlText_{};
+};
+
+}  // namespace tarn::detail

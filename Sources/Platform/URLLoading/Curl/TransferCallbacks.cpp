@@ -1,0 +1,242 @@
+#include <sys/socket.h>
+
+#include <Platform/Trust/TLSVerification.hpp>
+#include <Platform/URLLoading/Curl/Redirects.hpp>
+#include <Platform/URLLoading/Curl/SessionCore.hpp>
+#include <Platform/URLLoading/Curl/Task.hpp>
+#include <Platform/URLLoading/Curl/Transfer.hpp>
+#include <algorithm>
+#include <cstring>
+
+// The part of Transfer that libcurl calls.
+namespace tarn::detail {
+
+namespace {
+
+// So much of a redirecting answer's body is kept for a delegate that may want it, before it is asked.
+constexpr std::size_t mostRedirectBody = 256 * 1024;
+
+}  // namespace
+
+/// The C functions: none lets an exception through, what is thrown fails the transfer.
+struct TransferCallbacks {
+  template <class Result, class Action>
+  static Result guarded(void* self, Result failed, Action&& action) noexcept {
+    auto& transfer = *static_cast<Transfer*>(self);
+    try {
+      return action(transfer);
+    } catch (const std::exception& failure) {
+      try {
+        transfer.refusal_.emplace(URLError::unknown, failure.what());
+      } catch (...) {
+        // libcurl's own code for the refused call has to do.
+      }
+      return failed;
+    }
+  }
+
+  static std::size_t header(char* text, std::size_t, std::size_t size, void* self) noexcept {
+    return guarded(self, std::size_t{0}, [&](Transfer& t) { return t.headLine(text, size); });
+  }
+  static std::size_t write(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
+    return guarded(self, std::size_t{CURL_WRITEFUNC_ERROR}, [&](Transfer& t) {
+      return t.bodyPart(reinterpret_cast<const std::uint8_t*>(bytes), size);
+    });
+  }
+  static std::size_t read(char* buffer, std::size_t, std::size_t size, void* self) noexcept {
+    return guarded(self, std::size_t{CURL_READFUNC_ABORT},
+                   [&](Transfer& t) { return t.readBody(buffer, size); });
+  }
+  static int seek(void* self, curl_off_t offset, int) noexcept {
+    return static_cast<Transfer*>(self)->seekBody(offset);
+  }
+  static int beforeRequest(void* self, char*, char*, int, int) noexcept {
+    return guarded(self, int{CURL_PREREQFUNC_ABORT},
+                   [](Transfer& t) { return t.requestStarts(); });
+  }
+  static int progress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) noexcept {
+    auto& transfer = *static_cast<Transfer*>(self);
+    if (std::exchange(transfer.bytesSent_, sent) != sent) transfer.progressed();
+    return 0;
+  }
+  static CURLcode sslContext(CURL*, void* context, void* self) noexcept {
+    return guarded(self, CURLE_OUT_OF_MEMORY, [&](Transfer& t) { return t.prepareTLS(context); });
+  }
+  static curl_socket_t open(void* self, curlsocktype, curl_sockaddr* address) noexcept {
+    return guarded(self, curl_socket_t{CURL_SOCKET_BAD},
+                   [&](Transfer& t) { return t.openSocket(*address); });
+  }
+};
+
+void Transfer::configure(CURL* easy) {
+  setRequestOptions(easy, *request_, origin_, core_->proxies());
+  headerLines_ = detail::headerLines(*request_);
+  setOption(easy, CURLOPT_HTTPHEADER, headerLines_.get());
+  setOption(easy, CURLOPT_SHARE, core_->cookies());
+  if (credentials_) {
+    setOption(easy, CURLOPT_USERNAME, credentials_->first.c_str());
+    setOption(easy, CURLOPT_PASSWORD, credentials_->second.c_str());
+  }
+  curlText_[0] = '\0';
+  setOption(easy, CURLOPT_ERRORBUFFER, curlText_.data());
+  setOption(easy, CURLOPT_PRIVATE, static_cast<void*>(this));
+  setOption(easy, CURLOPT_HEADERFUNCTION, &TransferCallbacks::header);
+  setOption(easy, CURLOPT_HEADERDATA, static_cast<void*>(this));
+  setOption(easy, CURLOPT_WRITEFUNCTION, &TransferCallbacks::write);
+  setOption(easy, CURLOPT_WRITEDATA, static_cast<void*>(this));
+  setOption(easy, CURLOPT_OPENSOCKETFUNCTION, &TransferCallbacks::open);
+  setOption(easy, CURLOPT_OPENSOCKETDATA, static_cast<void*>(this));
+  // A connection outlives the transfer that opened it.
+  setOption(easy, CURLOPT_CLOSESOCKETFUNCTION, &SessionCore::socketClosed);
+  setOption(easy, CURLOPT_CLOSESOCKETDATA, static_cast<void*>(core_.get()));
+  if (sendsBody(*request_)) {
+    setOption(easy, CURLOPT_READFUNCTION, &TransferCallbacks::read);
+    setOption(easy, CURLOPT_READDATA, static_cast<void*>(this));
+    setOption(easy, CURLOPT_SEEKFUNCTION, &TransferCallbacks::seek);
+    setOption(easy, CURLOPT_SEEKDATA, static_cast<void*>(this));
+    setOption(easy, CURLOPT_XFERINFOFUNCTION, &TransferCallbacks::progress);
+    setOption(easy, CURLOPT_XFERINFODATA, static_cast<void*>(this));
+    setOption(easy, CURLOPT_NOPROGRESS, 0L);
+  }
+  if (!request_->allowsResend()) {
+    setOption(easy, CURLOPT_PREREQFUNCTION, &TransferCallbacks::beforeRequest);
+    setOption(easy, CURLOPT_PREREQDATA, static_cast<void*>(this));
+  }
+  if (origin_.secure) {
+    setOption(easy, CURLOPT_SSL_CTX_FUNCTION, &TransferCallbacks::sslContext);
+    setOption(easy, CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
+  }
+}
+
+void Transfer::progressed() noexcept { lastProgress_ = core_->engine().now(); }
+
+std::size_t Transfer::headLine(const char* text, std::size_t size) {
+  progressed();
+  switch (head_.line({text, size})) {
+    case HeadParser::Event::none:
+      return size;
+    case HeadParser::Event::headComplete:
+      answerArrived();
+      return size;
+    case HeadParser::Event::refused:
+      break;
+  }
+  refusal_ = error(URLError::cannotParseResponse, head_.refusal());
+  return 0;
+}
+
+void Transfer::answerArrived() {
+  core_->setMultiplexed(origin_, head_.httpVersion() == "HTTP/2");
+  const auto length = head_.announcedLength().value_or(-1);
+  if (isRedirect(head_.statusCode(), head_.fields())) {
+    redirectResponse_ = makeResponse(length);
+  } else {
+    publishResponse(makeResponse(length));
+  }
+}
+
+std::shared_ptr<const HTTPURLResponse> Transfer::makeResponse(std::int64_t expectedContentLength) {
+  const auto encoding = head_.fields().value("Content-Encoding");
+  const int status = head_.statusCode();
+  const bool hasBody = request_->httpMethod() != "HEAD" && status != 204 && status != 304;
+  decoder_ = encoding && hasBody ? ContentDecoder::forCodings(*encoding) : nullptr;
+  if (decoder_) expectedContentLength = -1;
+  return std::make_shared<const HTTPURLResponse>(request_->url(), status, head_.httpVersion(),
+                                                 head_.fields(), expectedContentLength);
+}
+
+void Transfer::publishResponse(std::shared_ptr<const HTTPURLResponse> response) {
+  bytesToCome_ = response->expectedContentLength();
+  task_->setResponse(std::move(response));
+}
+
+std::size_t Transfer::bodyPart(const std::uint8_t* bytes, std::size_t size) {
+  if (suspended_) return CURL_WRITEFUNC_PAUSE;
+  progressed();
+  if (redirectResponse_) return holdRedirectBody(bytes, size);
+  if (!decoderDry_ || !hasRoom()) return CURL_WRITEFUNC_PAUSE;
+  return deliverBody(bytes, size) ? size : CURL_WRITEFUNC_ERROR;
+}
+
+std::size_t Transfer::holdRedirectBody(const std::uint8_t* bytes, std::size_t size) {
+  if (redirectBody_.size() + size > mostRedirectBody) {
+    // Too long to wait for its end: the delegate is asked as soon as libcurl has returned.
+    redirectBodyFull_ = true;
+    core_->engine().timers().set(*this, core_->engine().now());
+    return CURL_WRITEFUNC_PAUSE;
+  }
+  redirectBody_.append(reinterpret_cast<const char*>(bytes), size);
+  return size;
+}
+
+bool Transfer::deliverBody(const std::uint8_t* bytes, std::size_t size) {
+  bodyStarted_ = true;
+  task_->countReceived(size);
+  if (decoder_) {
+    decoder_->feed(bytes, size);
+    return drainDecoder();
+  }
+  task_->addData(bytes, size, bytesToCome_);
+  if (bytesToCome_ >= 0) bytesToCome_ -= static_cast<std::int64_t>(size);
+  return true;
+}
+
+// Decodes until the input is used up or the delegate has enough; the rest waits for roomMade().
+bool Transfer::drainDecoder() {
+  std::array<std::uint8_t, 32 * 1024> buffer;
+  decoderDry_ = false;
+  while (hasRoom()) {
+    const auto count = decoder_->read(buffer.data(), buffer.size());
+    if (!count) {
+      decoderDry_ = true;
+      refusal_ = error(URLError::cannotDecodeRawData, "The encoded body is corrupt.");
+      return false;
+    }
+    if (*count > 0) task_->addData(buffer.data(), *count, -1);
+    if (*count < buffer.size()) {
+      decoderDry_ = true;
+      return true;
+    }
+  }
+  decoder_->keepInput();
+  return true;
+}
+
+std::size_t Transfer::readBody(char* buffer, std::size_t size) {
+  if (suspended_) return CURL_READFUNC_PAUSE;
+  const auto rest = request_->httpBody()->view().substr(bodyOffset_, size);
+  if (!rest.empty()) std::memcpy(buffer, rest.data(), rest.size());
+  bodyOffset_ += rest.size();
+  return rest.size();
+}
+
+int Transfer::seekBody(curl_off_t offset) noexcept {
+  if (offset < 0 || static_cast<std::size_t>(offset) > request_->httpBody()->size()) {
+    return CURL_SEEKFUNC_FAIL;
+  }
+  bodyOffset_ = static_cast<std::size_t>(offset);
+  return CURL_SEEKFUNC_OK;
+}
+
+// libcurl sends a request again when a kept-alive connection turns out to be dead.
+int Transfer::requestStarts() {
+  if (++requestCount_ == 1) return CURL_PREREQFUNC_OK;
+  refusal_ = error(URLError::networkConnectionLost,
+                   "The connection was lost, and the request must not be sent again.");
+  return CURL_PREREQFUNC_ABORT;
+}
+
+CURLcode Transfer::prepareTLS(void* context) {
+  tls_ = std::make_shared<TLSRecord>();
+  tls_->host = origin_.host;
+  return configureTLSContext(context, tls_) ? CURLE_OK : CURLE_OUT_OF_MEMORY;
+}
+
+curl_socket_t Transfer::openSocket(const curl_sockaddr& address) {
+  const int socket =
+      ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
+  if (socket >= 0 && !origin_.secure) core_->socketOpened(socket, *this);
+  return socket;
+}
+
+}  // namespace tarn::detail

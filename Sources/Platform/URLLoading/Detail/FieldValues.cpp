@@ -1,0 +1,176 @@
+#include <Platform/Types/Data.hpp>
+#include <Platform/URLLoading/Detail/FieldValues.hpp>
+#include <Platform/URLLoading/HTTPHeaderFields.hpp>
+#include <algorithm>
+
+namespace tarn::detail {
+
+namespace {
+
+int hexValue(char c) noexcept {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+std::optional<std::string> percentDecoded(std::string_view text) {
+  std::string result;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      result.push_back(text[i]);
+      continue;
+    }
+    const int high = i + 1 < text.size() ? hexValue(text[i + 1]) : -1;
+    const int low = i + 2 < text.size() ? hexValue(text[i + 2]) : -1;
+    if (high < 0 || low < 0) return std::nullopt;
+    result.push_back(static_cast<char>(high * 16 + low));
+    i += 2;
+  }
+  return result;
+}
+
+std::string latin1ToUTF8(std::string_view text) {
+  std::string result;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x80) {
+      result.push_back(c);
+    } else {
+      result.push_back(static_cast<char>(0xC0 | (byte >> 6)));
+      result.push_back(static_cast<char>(0x80 | (byte & 0x3F)));
+    }
+  }
+  return result;
+}
+
+// charset'language'percent-encoded
+std::optional<std::string> extendedValue(std::string_view text) {
+  const auto charsetEnd = text.find('\'');
+  if (charsetEnd == std::string_view::npos) return std::nullopt;
+  const auto languageEnd = text.find('\'', charsetEnd + 1);
+  if (languageEnd == std::string_view::npos) return std::nullopt;
+  auto decoded = percentDecoded(text.substr(languageEnd + 1));
+  if (!decoded) return std::nullopt;
+  const auto charset = text.substr(0, charsetEnd);
+  if (equalsIgnoringCase(charset, "utf-8")) {
+    return isValidUTF8(*decoded) ? decoded : std::nullopt;
+  }
+  if (equalsIgnoringCase(charset, "iso-8859-1")) return latin1ToUTF8(*decoded);
+  return std::nullopt;
+}
+
+/// Walks over one field value.
+class Scanner {
+ public:
+  explicit Scanner(std::string_view text) : rest_(text) {}
+
+  bool atEnd() const noexcept { return rest_.empty(); }
+
+  std::string_view until(std::string_view stops) {
+    const auto end = std::min(rest_.find_first_of(stops), rest_.size());
+    const auto part = rest_.substr(0, end);
+    rest_.remove_prefix(end);
+    return trimmed(part);
+  }
+
+  bool take(char c) {
+    rest_ = rest_.substr(std::min(rest_.find_first_not_of(" \t"), rest_.size()));
+    if (rest_.empty() || rest_.front() != c) return false;
+    rest_.remove_prefix(1);
+    return true;
+  }
+
+  void skip() { rest_.remove_prefix(1); }
+
+  // After the opening quote; a missing closing one ends with the text.
+  std::string quoted() {
+    std::string text;
+    while (!rest_.empty() && rest_.front() != '"') {
+      if (rest_.front() == '\\' && rest_.size() > 1) rest_.remove_prefix(1);
+      text.push_back(rest_.front());
+      rest_.remove_prefix(1);
+    }
+    if (!rest_.empty()) rest_.remove_prefix(1);
+    return text;
+  }
+
+ private:
+  std::string_view rest_;
+};
+
+}  // namespace
+
+std::string_view trimmed(std::string_view text) noexcept {
+  const auto first = text.find_first_not_of(" \t");
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+std::string lowercased(std::string_view text) {
+  std::string result(text);
+  for (char& c : result) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return result;
+}
+
+bool isToken(std::string_view text) noexcept {
+  constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
+  return !text.empty() && std::all_of(text.begin(), text.end(), [marks](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           marks.find(c) != std::string_view::npos;
+  });
+}
+
+std::optional<std::string_view> ParameterizedValue::parameter(
+    std::string_view name) const noexcept {
+  for (const auto& [key, text] : parameters) {
+    if (key == name) return text;
+  }
+  return std::nullopt;
+}
+
+ParameterizedValue parseParameterizedValue(std::string_view text) {
+  Scanner scanner(text);
+  ParameterizedValue result;
+  result.value = lowercased(scanner.until(";,"));
+  while (!scanner.atEnd()) {
+    scanner.skip();
+    const auto name = scanner.until("=;,");
+    if (!scanner.take('=')) continue;
+    if (scanner.take('"')) {
+      result.parameters.emplace_back(lowercased(name), scanner.quoted());
+      scanner.until(";,");
+    } else {
+      result.parameters.emplace_back(lowercased(name), scanner.until(";,"));
+    }
+  }
+  return result;
+}
+
+std::vector<std::string_view> listItems(std::string_view text) {
+  std::vector<std::string_view> items;
+  while (!text.empty()) {
+    const auto end = std::min(text.find(','), text.size());
+    if (const auto item = trimmed(text.substr(0, end)); !item.empty()) items.push_back(item);
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return items;
+}
+
+std::optional<std::string> contentDispositionFilename(std::string_view value) {
+  std::optional<std::string> filename;
+  for (auto& [name, text] : parseParameterizedValue(value).parameters) {
+    std::optional<std::string> candidate;
+    if (name == "filename*") {
+      candidate = extendedValue(text);
+    } else if (name == "filename") {
+      candidate = isValidUTF8(text) ? std::move(text) : latin1ToUTF8(text);
+    }
+    if (candidate && !candidate->empty()) filename = std::move(candidate);
+  }
+  return filename;
+}
+
+}  // namespace tarn::detail

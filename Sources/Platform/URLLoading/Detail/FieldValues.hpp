@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tarn::detail {
+
+/// Without spaces and tabs at either end.
+std::string_view trimmed(std::string_view text) noexcept;
+std::string lowercased(std::string_view text);
+/// Letters, digits and the few marks that a method or field name may hold (RFC 9110, 5.6.2).
+bool isToken(std::string_view text) noexcept;
+
+/// A field value of the form `value; name=text; name="quoted \"text\""` (RFC 9110, 5.6.6).
+struct ParameterizedValue {
+  std::string value;                                             ///< in lower case
+  std::vector<std::pair<std::string, std::string>> parameters;  ///< names in lower case, unquoted
+
+  std::optional<std::string_view> parameter(std::string_view name) const noexcept;
+};
+/// Reads as far as it makes sense; a comma ends a parameter too, as where two fields were joined.
+ParameterizedValue parseParameterizedValue(std::string_view text);
+
+/// The items of a comma-separated list, trimmed, empty ones left out.
+std::vector<std::string_view> listItems(std::string_view text);
+
+/// The file name of a Content-Disposition value, the last valid one; `filename*` in UTF-8 or ISO-8859-1
+/// (RFC 6266, RFC 8187).
+std::optional<std::string> contentDispositionFilename(std::string_view value);
+
+}  // namespace tarn::detail

@@ -1,0 +1,139 @@
+#include <Platform/Types/Data.hpp>
+#include <Platform/Types/URL.hpp>
+#include <Platform/URLLoading/Detail/SuggestedFilename.hpp>
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace tarn::detail {
+
+namespace {
+
+constexpr std::size_t longestName = 255;  // of a file, in bytes, on the usual file systems
+
+constexpr std::array<std::pair<std::string_view, std::string_view>, 44> extensions{{
+    {"application/gzip", "gz"},
+    {"application/java-archive", "jar"},
+    {"application/javascript", "js"},
+    {"application/json", "json"},
+    {"application/msword", "doc"},
+    {"application/pdf", "pdf"},
+    {"application/postscript", "ps"},
+    {"application/rtf", "rtf"},
+    {"application/vnd.ms-excel", "xls"},
+    {"application/vnd.ms-powerpoint", "ppt"},
+    {"application/vnd.openxmlformats-officedocument.presentationml.presentation", "pptx"},
+    {"application/vnd.openxmlformats-officedocument.spreadsheetml.sheet", "xlsx"},
+    {"application/vnd.openxmlformats-officedocument.wordprocessingml.document", "docx"},
+    {"application/x-7z-compressed", "7z"},
+    {"application/x-bzip2", "bz2"},
+    {"application/x-gzip", "gz"},
+    {"application/x-tar", "tar"},
+    {"application/xhtml+xml", "xhtml"},
+    {"application/xml", "xml"},
+    {"application/zip", "zip"},
+    {"audio/mp4", "m4a"},
+    {"audio/mpeg", "mp3"},
+    {"audio/ogg", "ogg"},
+    {"audio/wav", "wav"},
+    {"audio/x-wav", "wav"},
+    {"font/woff", "woff"},
+    {"font/woff2", "woff2"},
+    {"image/avif", "avif"},
+    {"image/bmp", "bmp"},
+    {"image/gif", "gif"},
+    {"image/heic", "heic"},
+    {"image/jpeg", "jpg"},
+    {"image/png", "png"},
+    {"image/svg+xml", "svg"},
+    {"image/tiff", "tiff"},
+    {"image/webp", "webp"},
+    {"text/calendar", "ics"},
+    {"text/css", "css"},
+    {"text/csv", "csv"},
+    {"text/html", "html"},
+    {"text/javascript", "js"},
+    {"text/plain", "txt"},
+    {"text/xml", "xml"},
+    {"video/mp4", "mp4"},
+}};
+
+// Bytes C2 80 to C2 9F are the second set of control characters.
+std::string withoutSeparatorsAndControls(std::string_view text) {
+  std::string name;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte < 0x20 || byte == 0x7F) continue;
+    if (byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0) {
+      ++i;
+      continue;
+    }
+    name.push_back(text[i] == '/' || text[i] == '\\' ? '_' : text[i]);
+  }
+  return name;
+}
+
+std::optional<std::string> usableName(std::string_view text) {
+  if (!isValidUTF8(text)) return std::nullopt;
+  std::string name = withoutSeparatorsAndControls(text);
+  const auto first = name.find_first_not_of(' ');
+  if (first == std::string::npos) return std::nullopt;
+  name = name.substr(first, name.find_last_not_of(' ') - first + 1);
+  if (name == "." || name == "..") return std::nullopt;
+  return name;
+}
+
+std::string_view extensionOf(std::string_view name) noexcept {
+  const auto dot = name.rfind('.');
+  if (dot == std::string_view::npos || dot == 0) return {};
+  return name.substr(dot + 1);
+}
+
+std::size_t characterBoundary(std::string_view text, std::size_t at) noexcept {
+  while (at > 0 && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) --at;
+  return at;
+}
+
+std::string shortened(std::string name) {
+  if (name.size() <= longestName) return name;
+  constexpr std::size_t longestExtension = 32;
+  std::string suffix;
+  if (const auto extension = extensionOf(name);
+      !extension.empty() && extension.size() <= longestExtension) {
+    suffix = "." + std::string(extension);
+  }
+  name.resize(characterBoundary(name, longestName - suffix.size()));
+  return name + suffix;
+}
+
+}  // namespace
+
+std::string_view usualExtension(std::string_view mimeType) noexcept {
+  const auto entry = std::lower_bound(extensions.begin(), extensions.end(), mimeType,
+                                      [](const auto& row, auto type) { return row.first < type; });
+  return entry != extensions.end() && entry->first == mimeType ? entry->second : std::string_view();
+}
+
+std::string suggestedFilename(const std::optional<std::string>& declared, const URL& url,
+                              const std::optional<std::string>& mimeType) {
+  std::optional<std::string> name;
+  if (declared) name = usableName(*declared);
+  if (const auto component = url.lastPathComponent(); !name && component != "/") {
+    name = usableName(component);
+  }
+  bool hasExtension = name && !extensionOf(*name).empty();
+  if (!name) {
+    // The end of a host name looks like an extension and is none.
+    if (const auto host = url.host()) name = usableName(*host);
+    if (!name) name = "Unknown";
+    hasExtension = false;
+  }
+  const auto extension = mimeType ? usualExtension(*mimeType) : std::string_view();
+  if (!hasExtension && !extension.empty()) {
+    if (name->back() != '.') name->push_back('.');
+    name->append(extension);
+  }
+  return shortened(std::move(*name));
+}
+
+}  // namespace tarn::detail

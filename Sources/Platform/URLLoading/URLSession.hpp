@@ -1,0 +1,44 @@
+#pragma once
+
+#include <memory>
+
+#include <Platform/Dispatch/OperationQueue.hpp>
+#include <Platform/URLLoading/URLSessionConfiguration.hpp>
+#include <Platform/URLLoading/URLSessionDelegate.hpp>
+#include <Platform/URLLoading/URLSessionTask.hpp>
+
+namespace tarn {
+
+/// Loads requests over HTTP/1.1 and HTTP/2, with its own connections, cookies and limits.
+///
+/// Callable from any thread. Holds its delegate until it becomes invalid; its tasks hold the session. Proxy variables of
+/// the environment are read once, when the session is made.
+class URLSession {
+ public:
+  /// Events go to `delegate` on `delegateQueue`; without a queue the session makes one of its own.
+  static std::shared_ptr<URLSession> make(URLSessionConfiguration configuration,
+                                          std::shared_ptr<URLSessionDelegate> delegate,
+                                          std::shared_ptr<OperationQueue> delegateQueue = nullptr);
+
+  virtual ~URLSession() = default;
+  URLSession(const URLSession&) = delete;
+  URLSession& operator=(const URLSession&) = delete;
+
+  const URLSessionConfiguration& configuration() const noexcept { return configuration_; }
+
+  /// A new suspended task. On an invalid session the task fails with URLError::cancelled when it is resumed.
+  virtual std::shared_ptr<URLSessionDataTask> dataTask(URLRequest request) = 0;
+
+  /// Cancels every task; the session becomes invalid once they have completed.
+  virtual void invalidateAndCancel() = 0;
+  /// Lets running tasks finish, then becomes invalid; tasks made later fail.
+  virtual void finishTasksAndInvalidate() = 0;
+
+ protected:
+  explicit URLSession(URLSessionConfiguration configuration) : configuration_(std::move(configuration)) {}
+
+ private:
+  URLSessionConfiguration configuration_;
+};
+
+}  // namespace tarn

@@ -1,0 +1,19 @@
+#include <Platform/URLLoading/URLSessionDelegate.hpp>
+
+namespace tarn {
+
+void URLSessionDelegate::didBecomeInvalid(URLSession&, const std::optional<Error>&) {}
+
+void URLSessionDelegate::taskIsWaitingForConnectivity(URLSession&, URLSessionTask&) {}
+
+void URLSessionDelegate::willPerformHTTPRedirection(
+    URLSession&, URLSessionTask&, const std::shared_ptr<const HTTPURLResponse>&,
+    URLRequest newRequest, std::function<void(std::optional<URLRequest>)> completionHandler) {
+  completionHandler(std::move(newRequest));
+}
+
+void URLSessionDelegate::didReceiveData(URLSession&, URLSessionDataTask&, Data) {}
+
+void URLSessionDelegate::didComplete(URLSession&, URLSessionTask&, const std::optional<Error>&) {}
+
+}  // namespace tarn

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include <Platform/Types/Error.hpp>
+#include <Platform/URLLoading/URLRequest.hpp>
+#include <Platform/URLLoading/URLResponse.hpp>
+
+namespace tarn {
+
+/// One load within a session. Made suspended by the session; every member is callable from any thread and returns at
+/// once.
+class URLSessionTask {
+ public:
+  enum class State { running, suspended, canceling, completed };
+
+  virtual ~URLSessionTask() = default;
+  URLSessionTask(const URLSessionTask&) = delete;
+  URLSessionTask& operator=(const URLSessionTask&) = delete;
+
+  /// Counts from 1 within its session.
+  std::int64_t taskIdentifier() const noexcept { return taskIdentifier_; }
+  virtual State state() const noexcept = 0;
+  virtual URLRequest originalRequest() const = 0;
+  /// The request on its way now; differs from the original after a redirect.
+  virtual URLRequest currentRequest() const = 0;
+  /// The head of the final answer, once it has come.
+  virtual std::shared_ptr<const URLResponse> response() const = 0;
+  /// Why the task failed, once it has.
+  virtual std::optional<Error> error() const = 0;
+  /// Body bytes taken from the network so far, before content decoding.
+  virtual std::int64_t countOfBytesReceived() const noexcept = 0;
+
+  /// Starts the task or goes on after suspend(). No effect on a finished task.
+  virtual void resume() = 0;
+  /// Stops reading; time-outs stand still meanwhile. No effect on a finished task.
+  virtual void suspend() = 0;
+  /// Ends the task with URLError::cancelled, which the delegate receives like any failure. Only the first call counts.
+  virtual void cancel() = 0;
+
+ protected:
+  explicit URLSessionTask(std::int64_t taskIdentifier) : taskIdentifier_(taskIdentifier) {}
+
+ private:
+  std::int64_t taskIdentifier_;
+};
+
+/// A task whose body comes to the delegate in memory.
+class URLSessionDataTask : public URLSessionTask {
+ protected:
+  using URLSessionTask::URLSessionTask;
+};
+
+}  // namespace tarn

@@ -1,0 +1,227 @@
+#pragma once
+#include <gtest/gtest.h>
+
+#include <Platform/URLLoading/URLSession.hpp>
+#include <Support/ScriptedServer.hpp>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tarn::test {
+
+/// What a delegate was told of one task.
+struct TaskRecord {
+  Data body;
+  int dataEvents = 0;
+  std::vector<std::pair<int, std::string>> redirects;  // status, then the address offered
+  int completions = 0;
+  int misplacedEvents = 0;  // after the end, or while another event of the task ran
+  bool busy = false;
+  std::optional<Error> error;
+
+  /// The code of the failure; 0 for none.
+  std::int64_t code() const { return error ? error->code() : 0; }
+};
+
+/// A delegate that writes down all it is told, for the test to wait on.
+class RecordingDelegate : public URLSessionDelegate {
+ public:
+  using RedirectAnswer = std::function<void(std::optional<URLRequest>)>;
+
+  // Set before the first task starts; each runs on the delegate queue.
+  std::function<void(URLSessionTask&, URLRequest, const RedirectAnswer&)> onRedirect;
+  std::function<void(URLSessionTask&, const Data&)> onData;
+  std::function<void(URLSessionTask&)> onComplete;
+
+  void didBecomeInvalid(URLSession&, const std::optional<Error>&) override {
+    const std::lock_guard lock(mutex_);
+    ++invalidations_;
+    changed_.notify_all();
+  }
+
+  void willPerformHTTPRedirection(URLSession&, URLSessionTask& task,
+                                  const std::shared_ptr<const HTTPURLResponse>& response,
+                                  URLRequest newRequest, RedirectAnswer answer) override {
+    told(task, [&](TaskRecord& record) {
+      record.redirects.emplace_back(response->statusCode(), newRequest.url().absoluteString());
+      return [&] {
+        if (onRedirect) {
+          onRedirect(task, newRequest, answer);
+        } else {
+          answer(newRequest);
+        }
+      };
+    });
+  }
+
+  void didReceiveData(URLSession&, URLSessionDataTask& task, Data data) override {
+    told(task, [&](TaskRecord& record) {
+      ++record.dataEvents;
+      record.body.append(data);
+      return [&] {
+        if (onData) onData(task, data);
+      };
+    });
+  }
+
+  void didComplete(URLSession&, URLSessionTask& task, const std::optional<Error>& error) override {
+    told(task, [&](TaskRecord& record) {
+      if (error) record.error.emplace(*error);
+      return [&] {
+        if (onComplete) onComplete(task);
+      };
+    });
+    const std::lock_guard lock(mutex_);
+    ++records_[task.taskIdentifier()].completions;
+    completionOrder_.push_back(task.taskIdentifier());
+    changed_.notify_all();
+  }
+
+  /// False when the condition did not come to hold in time. The condition is asked with the delegate's lock held.
+  [[nodiscard]] bool waitUntil(const std::function<bool()>& condition,
+                               std::chrono::milliseconds limit = patience) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, limit, condition);
+  }
+  [[nodiscard]] bool waitForCompletion(std::int64_t task,
+                                       std::chrono::milliseconds limit = patience) {
+    return waitUntil([&] { return records_[task].completions > 0; }, limit);
+  }
+  [[nodiscard]] bool waitForCompletions(std::size_t count,
+                                        std::chrono::milliseconds limit = patience) {
+    return waitUntil([&] { return completionOrder_.size() >= count; }, limit);
+  }
+  [[nodiscard]] bool waitForBytes(std::int64_t task, std::size_t count) {
+    return waitUntil([&] { return records_[task].body.size() >= count; });
+  }
+  [[nodiscard]] bool waitForRedirects(std::int64_t task, std::size_t count) {
+    return waitUntil([&] { return records_[task].redirects.size() >= count; });
+  }
+  [[nodiscard]] bool waitForInvalid() {
+    return waitUntil([&] { return invalidations_ > 0; });
+  }
+
+  TaskRecord record(std::int64_t task) {
+    const std::lock_guard lock(mutex_);
+    return records_[task];
+  }
+  std::vector<std::int64_t> completionOrder() {
+    const std::lock_guard lock(mutex_);
+    return completionOrder_;
+  }
+  int invalidations() {
+    const std::lock_guard lock(mutex_);
+    return invalidations_;
+  }
+
+ private:
+  // Notes the event, then runs the test's part of it without the lock.
+  template <class Note>
+  void told(const URLSessionTask& task, Note note) {
+    std::unique_lock lock(mutex_);
+    TaskRecord& record = records_[task.taskIdentifier()];
+    if (record.busy || record.completions > 0 || invalidations_ > 0) ++record.misplacedEvents;
+    record.busy = true;
+    const auto then = note(record);
+    changed_.notify_all();
+    lock.unlock();
+    struct End {
+      std::unique_lock<std::mutex>& lock;
+      TaskRecord& record;
+      ~End() {
+        lock.lock();
+        record.busy = false;
+      }
+    } end{lock, record};
+    then();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::map<std::int64_t, TaskRecord> records_;
+  std::vector<std::int64_t> completionOrder_;
+  int invalidations_ = 0;
+};
+
+/// The head of an answer of a task; null where none came.
+inline std::shared_ptr<const HTTPURLResponse> httpResponse(const URLSessionTask& task) {
+  return std::dynamic_pointer_cast<const HTTPURLResponse>(task.response());
+}
+
+/// What came of one load.
+struct Loaded {
+  TaskRecord record;
+  std::shared_ptr<const HTTPURLResponse> response;  // null where none came
+  std::shared_ptr<URLSessionDataTask> task;
+
+  int status() const { return response ? response->statusCode() : 0; }
+  std::string text() const { return std::string(record.body.view()); }
+  std::int64_t code() const { return record.code(); }
+  std::string header(std::string_view name) const {
+    return std::string(response ? response->allHeaderFields().value(name).value_or("") : "");
+  }
+};
+
+/// A session together with its recording delegate and the tasks that a test started in it.
+class RecordedSession {
+ public:
+  explicit RecordedSession(
+      const URLSessionConfiguration& configuration = URLSessionConfiguration::ephemeral())
+      : delegate_(std::make_shared<RecordingDelegate>()),
+        session_(URLSession::make(configuration, delegate_)) {}
+  ~RecordedSession() {
+    if (session_) end();
+  }
+  RecordedSession(const RecordedSession&) = delete;
+  RecordedSession& operator=(const RecordedSession&) = delete;
+
+  URLSession& operator*() { return *session_; }
+  URLSession* operator->() { return session_.get(); }
+  RecordingDelegate& delegate() { return *delegate_; }
+
+  static URLRequest request(const std::string& url) { return URLRequest(URL(url)); }
+
+  std::shared_ptr<URLSessionDataTask> start(const URLRequest& request) {
+    auto task = session_->dataTask(request);
+    started_.push_back(task->taskIdentifier());
+    task->resume();
+    return task;
+  }
+  std::shared_ptr<URLSessionDataTask> start(const std::string& url) { return start(request(url)); }
+
+  /// Waits for the end of a task.
+  Loaded finished(const std::shared_ptr<URLSessionDataTask>& task,
+                  std::chrono::milliseconds limit = patience) {
+    EXPECT_TRUE(delegate_->waitForCompletion(task->taskIdentifier(), limit)) << "no completion";
+    return {delegate_->record(task->taskIdentifier()), httpResponse(*task), task};
+  }
+  Loaded load(const URLRequest& request) { return finished(start(request)); }
+  Loaded load(const std::string& url) { return load(request(url)); }
+
+  /// The session becomes invalid once and lets go of its delegate; every task started had exactly one last event.
+  void end() {
+    session_->invalidateAndCancel();
+    EXPECT_TRUE(delegate_->waitForInvalid()) << "the session did not become invalid";
+    for (const auto task : started_) {
+      SCOPED_TRACE("task " + std::to_string(task));
+      EXPECT_EQ(delegate_->record(task).completions, 1);
+      EXPECT_EQ(delegate_->record(task).misplacedEvents, 0);
+    }
+    EXPECT_EQ(delegate_->invalidations(), 1);
+    session_.reset();
+  }
+
+ private:
+  std::shared_ptr<RecordingDelegate> delegate_;
+  std::shared_ptr<URLSession> session_;
+  std::vector<std::int64_t> started_;
+};
+
+}  // namespace tarn::test

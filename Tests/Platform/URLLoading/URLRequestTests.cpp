@@ -1,0 +1,71 @@
+#include <gtest/gtest.h>
+
+#include <Platform/URLLoading/URLRequest.hpp>
+
+namespace tarn {
+namespace {
+
+URLRequest someRequest() { return URLRequest(URL("https://example.com/")); }
+
+TEST(URLRequest, HasTheUsualDefaults) {
+  const auto request = someRequest();
+  EXPECT_EQ(request.httpMethod(), "GET");
+  EXPECT_EQ(request.timeoutInterval(), TimeInterval(60));
+  EXPECT_EQ(request.cachePolicy(), URLRequest::CachePolicy::useProtocolCachePolicy);
+  EXPECT_TRUE(request.allHTTPHeaderFields().empty());
+  EXPECT_FALSE(request.httpBody());
+  EXPECT_TRUE(request.allowsResend());
+}
+
+TEST(URLRequest, RefusesMethodsThatAreNoTokens) {
+  auto request = someRequest();
+  for (const std::string method : {"", "GET ", "GE T", "GET\r\nX: y", "G\tET", "GÄT", "GET/", "a:b"}) {
+    SCOPED_TRACE(method);
+    EXPECT_THROW(request.setHTTPMethod(method), InvalidRequestError);
+    EXPECT_EQ(request.httpMethod(), "GET");
+  }
+  for (const std::string method : {"POST", "patch", "M-SEARCH", "x!#$%&'*+.^_`|~9"}) {
+    SCOPED_TRACE(method);
+    EXPECT_NO_THROW(request.setHTTPMethod(method));
+    EXPECT_EQ(request.httpMethod(), method);
+  }
+}
+
+TEST(URLRequest, RefusesHeaderFieldsThatBreakOutOfTheirLine) {
+  const std::vector<std::pair<std::string, std::string>> bad{
+      {"X", "a\r\nEvil: 1"}, {"X", "a\nEvil: 1"},   {"X", "a\rb"},
+      {"X", std::string("a\0b", 3)}, {"", "a"},     {"X: y", "a"},
+      {"X\r\nEvil", "a"},    {"X Y", "a"},          {"X:", "a"},
+  };
+  for (const auto& [name, value] : bad) {
+    SCOPED_TRACE(name + "=" + value);
+    auto request = someRequest();
+    EXPECT_THROW(request.setValue(value, name), InvalidRequestError);
+    EXPECT_THROW(request.setAllHTTPHeaderFields({{name, value}}), InvalidRequestError);
+    EXPECT_TRUE(request.allHTTPHeaderFields().empty());
+  }
+  auto request = someRequest();
+  EXPECT_NO_THROW(request.setValue("tab\tand \xE4 bytes", "X-Fine"));
+}
+
+TEST(URLRequest, ARefusalNamesTheFieldButNeverItsValue) {
+  auto request = someRequest();
+  try {
+    request.setValue("secret\r\n", "Authorization");
+    FAIL() << "not refused";
+  } catch (const InvalidRequestError& error) {
+    EXPECT_NE(error.message().find("Authorization"), std::string::npos);
+    EXPECT_EQ(error.message().find("secret"), std::string::npos);
+  }
+}
+
+TEST(URLRequest, FindsHeaderFieldsWhateverTheCaseAndKeepsTheirNames) {
+  auto request = someRequest();
+  request.setValue("1", "x-Custom");
+  EXPECT_EQ(request.value("X-CUSTOM"), "1");
+  EXPECT_EQ(request.value("X-Other"), std::nullopt);
+  EXPECT_EQ(request.allHTTPHeaderFields().begin()->first, "x-Custom");
+}
+
+}  // namespace
+}  // namespace tarn
