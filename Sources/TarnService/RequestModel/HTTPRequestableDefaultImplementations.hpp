@@ -1,0 +1,166 @@
+#pragma once
+
+#include <Platform/Dispatch/DispatchQueue.hpp>
+#include <TarnService/RequestModel/Completion.hpp>
+#include <TarnService/RequestModel/HTTPRequestCancelable.hpp>
+#include <TarnService/RequestModel/HTTPRequestable.hpp>
+#include <TarnService/Responses/HTTPRequestError.hpp>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace tarn {
+namespace detail {
+
+std::optional<URL> buildURL(const URL& baseURL, std::string_view path,
+                            const HTTPQueryItems& queryItems);
+std::string urlString(const URL& baseURL, std::string_view path, const HTTPQueryItems& queryItems);
+URLRequest makeURLRequest(URL url, URLRequest::CachePolicy cachePolicy,
+                          TimeInterval timeoutInterval, const HTTPMediaType& acceptType,
+                          const HTTPHeaders& headers, const HTTPMethod& method);
+void setBody(URLRequest& request, Data body, const std::optional<HTTPContentEncoderType>& encoder);
+
+// How a request is sent; defined with the sending pipeline and looked up when a request is sent.
+template <class R>
+struct SendOperations;
+
+}  // namespace detail
+
+/// Supplies every requirement of HTTPRequestable that has a default; `Self` is the request type
+/// that derives from it.
+///
+/// A request overrides a default by a member of the same name, a const function or, for a property,
+/// a stored field. All members are callable from any thread.
+template <class Self>
+struct HTTPRequestableDefaults {
+  /// A request that declines is dropped without a trace: no task, no log line, no completion.
+  bool shouldSend() const { return true; }
+  /// That of the producer's session.
+  URLRequest::CachePolicy cachePolicy() const {
+    return detail::property::taskProducer(self())->session()->configuration().requestCachePolicy;
+  }
+  /// Seconds without progress until the request fails; that of the producer's session.
+  TimeInterval timeoutInterval() const {
+    return detail::property::taskProducer(self())
+        ->session()
+        ->configuration()
+        .timeoutIntervalForRequest;
+  }
+  /// Whether the request waits for a route to its host instead of failing.
+  bool shouldWaitForConnectivity() const { return false; }
+  HTTPHeaders headers() const { return {}; }
+  /// Built from the base URL, the path and the query items; URL::empty() when that gives no URL.
+  URL url() const { return _url().value_or(URL::empty()); }
+  URL baseURL() const { return URL::empty(); }
+  /// Appended to the base URL's path after a slash; an empty path leaves a trailing slash.
+  std::string path() const { return {}; }
+  HTTPQueryItems queryItems() const { return {}; }
+  HTTPMediaType acceptType() const { return HTTPMediaType::any; }
+  /// The request as it is sent. Throws HTTPRequestError::malformedURL, InvalidRequestError.
+  URLRequest urlRequest() const { return generateRequest(); }
+  /// Whether an answer with this status is a success: 200 to 206.
+  bool isAcceptable(HTTPStatus statusCode) const { return statusCode.isAcceptableByDefault(); }
+  /// Throws to keep the request from being sent.
+  void validate() const {}
+  /// Throws to turn an answer into a failure.
+  template <class Response>
+  void process(const Response& /*response*/) const {}
+
+  /// Sends the request: `completion` receives one Response, asynchronously on `completionQueue`,
+  /// or, without a queue, on DispatchQueue::global(). Returns at once.
+  template <class F>
+  void send(std::optional<DispatchQueue> completionQueue, F&& completion) const {
+    _send(std::move(completionQueue), std::forward<F>(completion));
+  }
+  /// The send itself, for request types that override send(): the only step on the way that is not
+  /// overridable.
+  template <class F, class R = Self>
+  void _send(std::optional<DispatchQueue> completionQueue, F&& completion) const {
+    detail::requireHTTPRequestable<R>();
+    detail::SendOperations<R>::send(self(), std::move(completionQueue),
+                                    std::forward<F>(completion));
+  }
+  /// A suspended task of the request's producer that reports to `completion` once it has run.
+  template <class R = Self>
+  std::shared_ptr<URLSessionTask> createTask(const std::optional<DispatchQueue>& completionQueue,
+                                             Completion<typename R::Response> completion) const {
+    return detail::SendOperations<R>::createTask(self(), completionQueue, std::move(completion));
+  }
+  /// Delivers a failure that kept the request from being sent.
+  template <class R = Self>
+  void report(Error error, const std::optional<DispatchQueue>& queue,
+              const Completion<typename R::Response>& completion) const {
+    detail::SendOperations<R>::report(self(), std::move(error), queue, completion);
+  }
+
+  /// The URL request without a body. Throws HTTPRequestError::malformedURL, InvalidRequestError.
+  URLRequest generateRequest() const {
+    return detail::makeURLRequest(
+        createURL(), detail::property::cachePolicy(self()),
+        detail::property::timeoutInterval(self()), detail::property::acceptType(self()),
+        detail::property::headers(self()), detail::property::method(self()));
+  }
+  /// The URL. Throws HTTPRequestError::malformedURL with `urlString()` where there is none.
+  URL createURL() const {
+    URL url = detail::property::url(self());
+    if (url == URL::empty()) throw HTTPRequestError::malformedURL(urlString());
+    return url;
+  }
+  /// The address for people; no URL. Without user information.
+  std::string urlString() const {
+    return detail::urlString(detail::property::baseURL(self()), detail::property::path(self()),
+                             detail::property::queryItems(self()));
+  }
+  std::optional<URL> _url() const {
+    return detail::buildURL(detail::property::baseURL(self()), detail::property::path(self()),
+                            detail::property::queryItems(self()));
+  }
+  /// Whether the answer is an HTTP answer whose status the request accepts; null is none.
+  bool isAcceptable(const URLResponse* httpResponse) const {
+    const auto* http = dynamic_cast<const HTTPURLResponse*>(httpResponse);
+    return http && self().isAcceptable(status(*http));
+  }
+  bool _shouldWaitForConnectivity() const {
+    return detail::property::shouldWaitForConnectivity(self());
+  }
+
+  void insertPendingToTaskManager() const { detail::insertPendingToTaskManager(identifier()); }
+  void insertTaskIntoTaskManager(std::shared_ptr<URLSessionTask> task) const {
+    detail::insertTaskIntoTaskManager(std::move(task), identifier());
+  }
+  void checkPendingCancelable() const { detail::checkPendingCancelable(identifier()); }
+  void checkAllCanceledStates() const { detail::checkAllCanceledStates(identifier()); }
+  void removeFromTaskManager() const { detail::removeFromTaskManager(identifier()); }
+
+ private:
+  const Self& self() const noexcept { return static_cast<const Self&>(*this); }
+  std::optional<UUID> identifier() const { return detail::cancellationIdentifier(self()); }
+};
+
+/// Supplies the defaults of HTTPBodyRequestable on top of those of a request.
+template <class Self, class Base = HTTPRequestableDefaults<Self>>
+struct HTTPBodyRequestableDefaults : Base {
+  /// Plain bytes are an octet stream; every other body has to say what it is.
+  template <class R = Self>
+  requires std::same_as<detail::BodyOf<R>, Data> HTTPMediaType contentType()
+  const { return HTTPMediaType::applicationOctetStream; }
+  std::optional<HTTPContentEncoderType> contentEncoder() const { return std::nullopt; }
+
+  /// The request with its body, encoded where it has an encoder. Throws what the body or the
+  /// encoder throws too.
+  template <class R = Self>
+  URLRequest urlRequest() const {
+    detail::requireHTTPBodyRequestable<R>();
+    const R& self = static_cast<const R&>(*this);
+    URLRequest request = self.generateRequest();
+    request.setValue(detail::property::contentType(self).rawValue, "Content-Type");
+    detail::setBody(request, detail::property::body(self).asData(),
+                    detail::property::contentEncoder(self));
+    return request;
+  }
+};
+
+}  // namespace tarn

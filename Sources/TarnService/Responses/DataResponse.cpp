@@ -1,0 +1,34 @@
+#include <Platform/Types/SourceLocation.hpp>
+#include <TarnService/Responses/DataResponse.hpp>
+#include <TarnService/Responses/HTTPResponseError.hpp>
+#include <TarnService/Responses/HTTPUnknownError.hpp>
+
+namespace tarn {
+namespace {
+
+DataResult judge(const std::optional<Data>& data, const URLResponse* response,
+                 const std::optional<Error>& error) {
+  if (error) return DataResult::failure(*error);
+  const auto* http = dynamic_cast<const HTTPURLResponse*>(response);
+  if (!http) {
+    return DataResult::failure(HTTPUnknownError::dataResponseFailedToConstruct(
+        SourceLocation::in("init(data:url:response:error:)")));
+  }
+  // Fixed in the record on purpose: what the request itself accepts is judged before, and arrives
+  // here as an error.
+  if (!status(*http).isAcceptableByDefault()) {
+    return DataResult::failure(HTTPResponseError::unacceptableStatus(status(*http)));
+  }
+  return DataResult::success(data);
+}
+
+}  // namespace
+
+DataResponse::DataResponse(std::optional<Data> body, std::optional<URL> /*url*/,
+                           std::shared_ptr<const URLResponse> response, std::optional<Error> error)
+    : HTTPResponseRecord(judge(body, response.get(), error), body, HTTPResponseMetadata(response)) {
+}
+
+static_assert(HTTPResponsable<DataResponse>);
+
+}  // namespace tarn

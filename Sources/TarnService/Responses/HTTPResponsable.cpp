@@ -1,0 +1,30 @@
+#include <TarnService/Responses/HTTPResponsable.hpp>
+
+namespace tarn {
+
+HTTPResponseMetadata::HTTPResponseMetadata(std::shared_ptr<const URLResponse> response) {
+  if (!response) return;
+  if (const auto* http = dynamic_cast<const HTTPURLResponse*>(response.get())) {
+    headers = http->allHeaderFields();
+    status = tarn::status(*http);
+  }
+  expectedContentLength = response->expectedContentLength();
+  suggestedFilename = response->suggestedFilename();
+  mimeType = response->mimeType();
+  textEncodingName = response->textEncodingName();
+  url = response->url();
+  urlResponse = std::move(response);
+}
+
+std::string detail::debugStatusAndHeaders(TypeReference type,
+                                          const HTTPResponseMetadata& metadata) {
+  std::string text = "Type: " + type.description() +
+                     "\n\nHTTP Status: " + std::string(metadata.status.description()) +
+                     "\n\nHeaders: \n";
+  if (metadata.headers) {
+    for (const auto& [name, value] : *metadata.headers) text += name + ": " + value + "\n";
+  }
+  return text;
+}
+
+}  // namespace tarn

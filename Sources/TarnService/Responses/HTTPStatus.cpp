@@ -1,0 +1,88 @@
+#include <TarnService/Responses/HTTPStatus.hpp>
+
+#include <algorithm>
+#include <array>
+
+namespace tarn {
+namespace {
+
+struct Row {
+  HTTPStatus::Case status;
+  std::string_view name;
+};
+
+// In the order of the codes; fromRawValue searches by it.
+constexpr std::array<Row, 42> rows{{
+    {HTTPStatus::continue_, "continue"},
+    {HTTPStatus::switchingProtocols, "switchingProtocols"},
+    {HTTPStatus::success, "success"},
+    {HTTPStatus::created, "created"},
+    {HTTPStatus::accepted, "accepted"},
+    {HTTPStatus::nonAuthoritativeInfo, "nonAuthoritativeInfo"},
+    {HTTPStatus::noContent, "noContent"},
+    {HTTPStatus::resetContent, "resetContent"},
+    {HTTPStatus::partialContent, "partialContent"},
+    {HTTPStatus::multipleChoices, "multipleChoices"},
+    {HTTPStatus::movedPermanently, "movedPermanently"},
+    {HTTPStatus::found, "found"},
+    {HTTPStatus::seeOther, "seeOther"},
+    {HTTPStatus::notModified, "notModified"},
+    {HTTPStatus::useProxy, "useProxy"},
+    {HTTPStatus::unused, "unused"},
+    {HTTPStatus::temporaryRedirect, "temporaryRedirect"},
+    {HTTPStatus::badRequest, "badRequest"},
+    {HTTPStatus::unauthorized, "unauthorized"},
+    {HTTPStatus::paymentRequired, "paymentRequired"},
+    {HTTPStatus::forbidden, "forbidden"},
+    {HTTPStatus::notFound, "notFound"},
+    {HTTPStatus::methodNotAllowed, "methodNotAllowed"},
+    {HTTPStatus::notAcceptable, "notAcceptable"},
+    {HTTPStatus::proxyAuthenticationRequired, "proxyAuthenticationRequired"},
+    {HTTPStatus::requestTimeout, "requestTimeout"},
+    {HTTPStatus::conflict, "conflict"},
+    {HTTPStatus::gone, "gone"},
+    {HTTPStatus::lengthRequired, "lengthRequired"},
+    {HTTPStatus::preconditionFailed, "preconditionFailed"},
+    {HTTPStatus::requestEntityTooLarge, "requestEntityTooLarge"},
+    {HTTPStatus::requestURITooLong, "requestURITooLong"},
+    {HTTPStatus::unsupportedMediaType, "unsupportedMediaType"},
+    {HTTPStatus::requestedRangeNotSatisfiable, "requestedRangeNotSatisfiable"},
+    {HTTPStatus::expectationFailed, "expectationFailed"},
+    {HTTPStatus::internalServerError, "internalServerError"},
+    {HTTPStatus::notImplemented, "notImplemented"},
+    {HTTPStatus::badGateway, "badGateway"},
+    {HTTPStatus::serviceUnavailable, "serviceUnavailable"},
+    {HTTPStatus::gatewayTimeout, "gatewayTimeout"},
+    {HTTPStatus::httpVersionNotSupported, "httpVersionNotSupported"},
+    {HTTPStatus::unknown, "unknown"},
+}};
+
+const Row* find(std::int64_t code) noexcept {
+  const auto* row =
+      std::lower_bound(rows.begin(), rows.end(), code,
+                       [](const Row& left, std::int64_t right) { return left.status < right; });
+  return row != rows.end() && row->status == code ? row : nullptr;
+}
+
+}  // namespace
+
+std::optional<HTTPStatus> HTTPStatus::fromRawValue(std::int64_t rawValue) noexcept {
+  const Row* row = find(rawValue);
+  return row ? std::optional<HTTPStatus>(row->status) : std::nullopt;
+}
+
+HTTPStatus HTTPStatus::of(std::int64_t code) noexcept {
+  return fromRawValue(code).value_or(unknown);
+}
+
+std::string_view HTTPStatus::description() const noexcept { return find(case_)->name; }
+
+bool HTTPStatus::isAcceptableByDefault() const noexcept {
+  return case_ >= success && case_ <= partialContent;
+}
+
+HTTPStatus status(const HTTPURLResponse& response) noexcept {
+  return HTTPStatus::of(response.statusCode());
+}
+
+}  // namespace tarn

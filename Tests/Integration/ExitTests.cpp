@@ -1,0 +1,32 @@
+#include <Support/ScriptedServer.hpp>
+
+#include <gtest/gtest.h>
+
+#include <spawn.h>
+#include <string>
+#include <sys/wait.h>
+
+namespace tarn::test {
+namespace {
+
+// The program's wait status; 0 is a clean exit.
+int run(std::string program, std::string argument) {
+  char* arguments[] = {program.data(), argument.data(), nullptr};
+  pid_t child = 0;
+  if (posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments, environ) != 0) return -1;
+  int status = 0;
+  return waitpid(child, &status, 0) == child ? status : -1;
+}
+
+TEST(ExitTests, AProcessExitsCleanlyAtAnyMomentWithRequestsInFlight) {
+  ScriptedServer server(false);
+  server.setHandler([](const ReceivedRequest& request) {
+    return request.target.size() % 2 == 0 ? Script().stall() : Script().respond(200, {}, "ok");
+  });
+  for (int round = 0; round < 100; ++round) {
+    ASSERT_EQ(run(TARN_EXIT_IN_FLIGHT, server.url("")), 0) << "round " << round;
+  }
+}
+
+}  // namespace
+}  // namespace tarn::test
