@@ -340,6 +340,7 @@ TEST(DispatchQueueTests, WorkersBlockedUnseenAreMadeUpForInTheEnd) {
 TEST(DispatchQueueTests, AThrowingItemIsReportedUnderTheLabelAndTheQueueGoesOn) {
   static std::mutex mutex;
   static std::vector<std::string> reports;
+  reports.clear();
   const auto before = setUncaughtErrorHook([](const Error& error, std::string_view where) {
     const std::lock_guard lock(mutex);
     reports.push_back(std::string(where) + ": " + error.message());

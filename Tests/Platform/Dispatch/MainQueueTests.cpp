@@ -184,6 +184,7 @@ TEST(MainQueueTests, ItemsAddedFromManyThreadsAllRun) {
 
 TEST(MainQueueTests, AThrowingItemIsReportedAndTheNextOneRuns) {
   static std::vector<std::string> reports;
+  reports.clear();
   const auto before = setUncaughtErrorHook([](const Error& error, std::string_view where) {
     reports.push_back(std::string(where) + ": " + error.message());
   });
