@@ -116,8 +116,8 @@ void compare(const Workload& workload, const std::string& url) {
   const tarn::URL parsed(url);
   // The reference sends the same header fields as the library does.
   std::vector<std::string> headers;
-  for (const auto& [name, value] :
-       tarn::DataGetRequest(parsed).urlRequest().allHTTPHeaderFields()) {
+  const auto request = tarn::DataGetRequest(parsed).urlRequest();
+  for (const auto& [name, value] : request.allHTTPHeaderFields()) {
     headers.push_back(name + ": " + value);
   }
   constexpr int repetitions = 7;
