@@ -109,7 +109,7 @@ struct HTTPRequestableDefaults {
     if (url == URL::empty()) throw HTTPRequestError::malformedURL(urlString());
     return url;
   }
-  /// The address for people; no URL. Without user information.
+  /// The address as a text for people, which need not be a URL.
   std::string urlString() const {
     return detail::urlString(detail::property::baseURL(self()), detail::property::path(self()),
                              detail::property::queryItems(self()));
