@@ -29,6 +29,8 @@ function(tarn_build_flags target)
   if(TARN_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${TARN_SANITIZE} -fno-omit-frame-pointer
       -fno-sanitize-recover=all)
+    # Between the sanitizers' checks, GCC 12 loses sight of which alternative of an optional or variant is engaged.
+    target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_link_options(${target} PRIVATE -fsanitize=${TARN_SANITIZE})
   endif()
 endfunction()

@@ -24,6 +24,15 @@ int recordIndex() noexcept {
   return index;
 }
 
+const SharedRecord* sharedRecord(const SSL* ssl) noexcept {
+  return static_cast<const SharedRecord*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), recordIndex()));
+}
+
+void stateChanged(const SSL* ssl, int where, int alert) noexcept {
+  if (where != SSL_CB_READ_ALERT || (alert & 0xFF) != SSL_AD_CLOSE_NOTIFY) return;
+  if (const auto* record = sharedRecord(ssl)) (*record)->endedProperly = true;
+}
+
 bool isAddress(const std::string& host) noexcept {
   ASN1_OCTET_STRING* address = a2i_IPADDRESS(host.c_str());
   ASN1_OCTET_STRING_free(address);
@@ -114,10 +123,13 @@ bool configureTLSContext(void* sslContext, const std::shared_ptr<TLSRecord>& rec
   SSL_CTX_set1_verify_cert_store(context, anchors);
   SSL_CTX_set_cert_verify_callback(context, verifyCertificate, record.get());
   SSL_CTX_set_cert_cb(context, certificateWanted, record.get());
-  // A body that ends with the connection is whole only where TLS says so: without close_notify
-  // somebody may have cut it.
-  SSL_CTX_clear_options(context, SSL_OP_IGNORE_UNEXPECTED_EOF);
+  SSL_CTX_set_info_callback(context, stateChanged);
   return true;
+}
+
+std::shared_ptr<const TLSRecord> recordOfConnection(const void* ssl) noexcept {
+  const auto* record = sharedRecord(static_cast<const SSL*>(ssl));
+  return record != nullptr ? *record : nullptr;
 }
 
 }  // namespace tarn::detail

@@ -14,6 +14,7 @@ struct TLSRecord {
   int certificateError = 0;          ///< X509_V_OK or the first fault found
   std::string certificateErrorText;  ///< OpenSSL's words for it
   bool clientCertificateRequested = false;
+  bool endedProperly = false;  ///< the server said that nothing more comes (close_notify)
 
   /// The URLError code for a certificate that was refused.
   std::int32_t errorCode() const noexcept;
@@ -29,5 +30,8 @@ void initializeTLSLibrary() noexcept;
 /// This is the one place where a server is trusted or not: a decision left to the application
 /// belongs in here.
 bool configureTLSContext(void* sslContext, const std::shared_ptr<TLSRecord>& record) noexcept;
+
+/// The record of the connection that an SSL belongs to; null where it was not set up here.
+std::shared_ptr<const TLSRecord> recordOfConnection(const void* ssl) noexcept;
 
 }  // namespace tarn::detail

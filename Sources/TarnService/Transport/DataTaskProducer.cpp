@@ -31,10 +31,12 @@ std::shared_ptr<URLSession> DataTaskProducer::session() {
 }
 
 void DataTaskProducer::resetSession() {
-  session()->invalidateAndCancel();
-  auto fresh = makeSession();
-  const MutexLock lock(mutex_);
-  session_ = std::move(fresh);
+  const auto former = session();
+  {
+    const MutexLock lock(mutex_);
+    session_ = nullptr;
+  }
+  former->invalidateAndCancel();
 }
 
 void DataTaskProducer::didBecomeInvalid(URLSession& invalid, const std::optional<Error>& error) {
@@ -44,7 +46,8 @@ void DataTaskProducer::didBecomeInvalid(URLSession& invalid, const std::optional
                  {}, {}, SourceLocation::in("urlSession(_:didBecomeInvalidWithError:)"));
   // A session that was replaced before must not take its successor with it, whose end would then
   // reset the next.
-  if (session().get() == &invalid) resetSession();
+  const MutexLock lock(mutex_);
+  if (session_.get() == &invalid) session_ = nullptr;
 }
 
 void DataTaskProducer::taskIsWaitingForConnectivity(URLSession&, URLSessionTask& task) {

@@ -9,7 +9,8 @@ namespace tarn {
 
 /// Makes the tasks of plain requests, on an ephemeral session with default settings.
 ///
-/// A session that becomes invalid is replaced by a new one.
+/// A session that becomes invalid, or is reset, is replaced by a new one at the next use. A session
+/// keeps its producer alive: one that is no longer wanted is let go by invalidating its session.
 class DataTaskProducer final : public HTTPDataTaskProducer,
                                public URLSessionDelegate,
                                public std::enable_shared_from_this<DataTaskProducer> {
@@ -21,7 +22,7 @@ class DataTaskProducer final : public HTTPDataTaskProducer,
   /// The delegate queue of every session that this class makes.
   static const std::shared_ptr<OperationQueue>& sessionQueue();
 
-  /// Made on first use and kept.
+  /// Made on first use and kept, until it becomes invalid or is reset.
   std::shared_ptr<URLSession> session() override;
   void resetSession() override;
 

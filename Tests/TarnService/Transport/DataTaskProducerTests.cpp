@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace tarn {
 namespace {
@@ -43,7 +44,14 @@ class DataTaskProducerTests : public test::ServiceTest {
   }
 
   test::ScriptedServer server;
-  std::shared_ptr<DataTaskProducer> producer = DataTaskProducer::make();
+  // A producer and its session keep each other: as the shared one, these live as long as the
+  // process.
+  static std::shared_ptr<DataTaskProducer> makeProducer() {
+    static auto& producers = *new std::vector<std::shared_ptr<DataTaskProducer>>;
+    return producers.emplace_back(DataTaskProducer::make());
+  }
+
+  std::shared_ptr<DataTaskProducer> producer = makeProducer();
 };
 
 TEST_F(DataTaskProducerTests, TheSessionIsMadeOnceAndKept) {
@@ -95,7 +103,7 @@ TEST_F(DataTaskProducerTests, ATaskWhoseKeyIsTakenOverStillReportsOnceAndToItsOw
   start("/stall", before);
   ASSERT_TRUE(server.waitForStalls(1));
   // Another producer of the class numbers its tasks from 1 as well.
-  auto other = DataTaskProducer::make();
+  auto other = makeProducer();
   std::swap(producer, other);
   start("/ok", after);
   ASSERT_TRUE(after.waitFor(1));
@@ -120,6 +128,17 @@ TEST_F(DataTaskProducerTests, AnInvalidSessionIsLoggedAndReplaced) {
   ASSERT_TRUE(outcomes.waitFor(1));
   EXPECT_EQ(outcomes.value(0).data, Data("ok"));
   EXPECT_NE(producer->session(), session);
+}
+
+TEST_F(DataTaskProducerTests, AProducerIsLetGoOnceItsSessionIsInvalid) {
+  auto shortLived = DataTaskProducer::make();
+  const std::weak_ptr<DataTaskProducer> watched = shortLived;
+  shortLived->session()->invalidateAndCancel();
+  ASSERT_TRUE(log.waitForMessage(LogLevel::error, invalidated));
+  DataTaskProducer::sessionQueue()->waitUntilAllOperationsAreFinished();
+  shortLived.reset();
+  EXPECT_TRUE(watched.expired());
+  expectLog(LogLevel::error, invalidated);
 }
 
 TEST_F(DataTaskProducerTests, AResetEndsWithTheOldSession) {

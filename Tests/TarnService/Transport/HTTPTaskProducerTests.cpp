@@ -9,6 +9,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace shop {
 
@@ -55,7 +56,14 @@ class HTTPTaskProducerTests : public test::ServiceTest {
     return *found;
   }
 
-  std::shared_ptr<DataTaskProducer> producer = DataTaskProducer::make();
+  // A producer and its session keep each other: as the shared one, these live as long as the
+  // process.
+  static std::shared_ptr<DataTaskProducer> makeProducer() {
+    static auto& producers = *new std::vector<std::shared_ptr<DataTaskProducer>>;
+    return producers.emplace_back(DataTaskProducer::make());
+  }
+
+  std::shared_ptr<DataTaskProducer> producer = makeProducer();
   test::Collector<Report> reports;
 };
 
@@ -177,7 +185,7 @@ TEST_F(HTTPTaskProducerTests, ARecordStaysUntilATaskWithTheSameKeyReplacesIt) {
   create(*producer);
   producer->reportSuccess(1, nullptr);
   EXPECT_NO_THROW(record("1-TarnService.DataTaskProducer"));
-  const auto second = DataTaskProducer::make();
+  const auto second = makeProducer();
   const auto task = create(*second);
   EXPECT_EQ(record("1-TarnService.DataTaskProducer").task, task);
 }

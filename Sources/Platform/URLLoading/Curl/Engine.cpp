@@ -1,20 +1,22 @@
-#include <curl/curl.h>
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <Platform/Trust/TLSVerification.hpp>
 #include <Platform/Types/FatalError.hpp>
+#include <Platform/URLLoading/Curl/DeliveryChain.hpp>
 #include <Platform/URLLoading/Curl/Engine.hpp>
 #include <Platform/URLLoading/Curl/SessionCore.hpp>
 #include <Platform/URLLoading/Curl/Task.hpp>
+
+#include <curl/curl.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <limits>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace tarn::detail {
 
@@ -39,8 +41,8 @@ Engine& Engine::shared() {
   static const bool prepared = [] {
     initializeTLSLibrary();
     curl_global_init(CURL_GLOBAL_ALL);
-    // Where the application set OpenSSL up before, OpenSSL's clean-up is registered by now: ours, being later, runs
-    // first.
+    // Where the application set OpenSSL up before, OpenSSL's clean-up is registered by now: ours,
+    // being later, runs first.
     std::atexit([] { stopAtExit(); });
     pthread_atfork([] { engineMutex.lock(); }, [] { engineMutex.unlock(); },
                    [] {
@@ -104,7 +106,8 @@ void Engine::stop() noexcept {
 
 void Engine::abandonInChild() noexcept {
   if (engine == nullptr) return;
-  // Neither its thread nor a lock that was held elsewhere came along; its descriptors still lead to the parent.
+  // Neither its thread nor a lock that was held elsewhere came along; its descriptors still lead to
+  // the parent.
   engine->stopped_ = true;
   close(engine->epoll_);
   close(engine->wakeUp_);
@@ -112,7 +115,8 @@ void Engine::abandonInChild() noexcept {
 }
 
 void Engine::post(Work work) {
-  if (stopped_) return;
+  // After stop() it stays in the inbox: nobody runs it, and what it holds is not for other threads
+  // to tear down.
   bool sleeping = false;
   {
     const MutexLock lock(mutex_);
@@ -132,6 +136,7 @@ void Engine::run() noexcept {
   while (!stopped_) {
     waitForEvents();
     settle();
+    endWatches();
     deliver();
   }
 }
@@ -169,7 +174,9 @@ void Engine::dispatch(std::uint64_t tag, std::uint32_t events) noexcept {
   }
   const auto socket = static_cast<std::uint32_t>(tag);
   const Watch& watch = watches_[socket];
-  if (watch.session == nullptr || watch.generation != static_cast<std::uint32_t>(tag >> 32)) return;
+  if (watch.session == nullptr || watch.ended ||
+      watch.generation != static_cast<std::uint32_t>(tag >> 32))
+    return;
   watch.session->socketReady(static_cast<int>(socket), events);
 }
 
@@ -214,21 +221,30 @@ void Engine::serveSessions() noexcept {
 }
 
 void Engine::deliver() noexcept {
-  for (auto& task : deliveries_) task->flush();
+  std::shared_ptr<DeliveryChain> chain;
+  try {
+    for (auto& task : deliveries_) {
+      if (!task->flush()) continue;
+      if (chain && !chain->takes(*task->queue()))
+        DeliveryChain::start(std::exchange(chain, nullptr));
+      if (!chain) chain = std::make_shared<DeliveryChain>(task->queue());
+      chain->add(std::move(task));
+    }
+    if (chain) DeliveryChain::start(std::move(chain));
+  } catch (...) {
+    reportUncaughtError(Error::current(), "URL loading");
+  }
   deliveries_.clear();
 }
 
 void Engine::watch(int socket, std::uint32_t events, SessionCore& session) {
-  const auto index = static_cast<std::size_t>(socket);
-  if (index >= watches_.size()) watches_.resize(index + 1);
-  Watch& watch = watches_[index];
+  Watch& watch = watchOf(socket);
   if (events == 0) {
-    ++watch.generation;
-    watch.session = nullptr;
-    watch.events = 0;
-    epoll_ctl(epoll_, EPOLL_CTL_DEL, socket, nullptr);
+    if (!watch.lingers) return endWatch(socket, watch);
+    if (!std::exchange(watch.ended, true)) endedWatches_.push_back(socket);
     return;
   }
+  watch.ended = false;
   if (watch.session == &session && watch.events == events) return;
   if (watch.session != &session) ++watch.generation;
   const bool known = watch.session != nullptr;
@@ -238,16 +254,43 @@ void Engine::watch(int socket, std::uint32_t events, SessionCore& session) {
   event.events = events;
   event.data.u64 = std::uint64_t{watch.generation} << 32 | static_cast<std::uint32_t>(socket);
   if (epoll_ctl(epoll_, known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, socket, &event) != 0) {
-    // A descriptor that was closed and opened again under the same number is not what was registered.
+    // A descriptor that was closed and opened again under the same number is not what was
+    // registered.
     epoll_ctl(epoll_, errno == ENOENT ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, socket, &event);
   }
 }
 
+Engine::Watch& Engine::watchOf(int socket) {
+  const auto index = static_cast<std::size_t>(socket);
+  if (index >= watches_.size()) watches_.resize(index + 1);
+  return watches_[index];
+}
+
+void Engine::endWatch(int socket, Watch& watch) noexcept {
+  epoll_ctl(epoll_, EPOLL_CTL_DEL, socket, nullptr);
+  watch.clear();
+}
+
+void Engine::endWatches() noexcept {
+  for (const int socket : endedWatches_) {
+    Watch& watch = watches_[static_cast<std::size_t>(socket)];
+    if (watch.ended && watch.session != nullptr) endWatch(socket, watch);
+  }
+  endedWatches_.clear();
+}
+
+void Engine::socketOpened(int socket) { watchOf(socket).lingers = true; }
+
+void Engine::socketClosed(int socket) noexcept {
+  // Closing took it out of the kernel's set.
+  Watch& watch = watches_[static_cast<std::size_t>(socket)];
+  watch.clear();
+  watch.lingers = false;
+}
+
 void Engine::forget(const SessionCore& session) noexcept {
   for (Watch& watch : watches_) {
-    if (watch.session != &session) continue;
-    ++watch.generation;
-    watch.session = nullptr;
+    if (watch.session == &session) watch.clear();
   }
 }
 
