@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace tarn {
@@ -53,10 +54,11 @@ class Sinks {
 
   template <class Change>
   void change(Change apply) {
+    std::shared_ptr<const List> former;  // let go after the lock: a sink may log as it ends
     const std::lock_guard lock(mutex_);
     List changed = *sinks_;
     apply(changed);
-    sinks_ = std::make_shared<const List>(std::move(changed));
+    former = std::exchange(sinks_, std::make_shared<const List>(std::move(changed)));
   }
 
   mutable std::mutex mutex_;

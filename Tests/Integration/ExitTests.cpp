@@ -10,8 +10,8 @@ namespace tarn::test {
 namespace {
 
 // The program's wait status; 0 is a clean exit.
-int run(std::string program, std::string argument) {
-  char* arguments[] = {program.data(), argument.data(), nullptr};
+int run(std::string program, std::string url, std::string count) {
+  char* arguments[] = {program.data(), url.data(), count.data(), nullptr};
   pid_t child = 0;
   if (posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments, environ) != 0) return -1;
   int status = 0;
@@ -21,11 +21,13 @@ int run(std::string program, std::string argument) {
 TEST(ExitTests, AProcessExitsCleanlyAtAnyMomentWithRequestsInFlight) {
   ScriptedServer server(false);
   server.setHandler([](const ReceivedRequest& request) {
-    return request.target.size() % 2 == 0 ? Script().stall() : Script().respond(200, {}, "ok");
+    return request.target.back() == '7' ? Script().stall() : Script().respond(200, {}, "ok");
   });
   for (int round = 0; round < 100; ++round) {
-    ASSERT_EQ(run(TARN_EXIT_IN_FLIGHT, server.url("")), 0) << "round " << round;
+    ASSERT_EQ(run(TARN_EXIT_IN_FLIGHT, server.url(""), std::to_string(round % 36)), 0)
+        << "round " << round;
   }
+  EXPECT_GT(server.requestCount(), 1000u);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <memory>
 #include <random>
@@ -55,8 +56,9 @@ class StressTests : public testing::Test {
       inFlight.wait();
       const auto kind = random() % 100;
       const Shot shot(server.url("/" + std::to_string(kind < 4 ? kind : 9)));
-      shot.send(queue, [this, at = thread * sendsPerThread + index](const DataResponse&) {
+      shot.send(queue, [this, at = thread * sendsPerThread + index](const DataResponse& response) {
         ++completions[at];
+        ++outcomes[outcomeOf(response)];
         inFlight.signal();
       });
       if (random() % 3 == 0) toCancel.push_back(shot);
@@ -68,6 +70,25 @@ class StressTests : public testing::Test {
     cancel(toCancel);
   }
 
+  enum Outcome { succeeded, cancelled, timedOut, connectionLost, refused, outcomeCount };
+  static Outcome outcomeOf(const DataResponse& response) {
+    const auto error = response.result.error();
+    if (!error) return succeeded;
+    if (const auto* own = error->as<HTTPResponseError>()) {
+      return own->kind() == HTTPResponseError::Case::taskCancelled ? cancelled : refused;
+    }
+    switch (error->code()) {
+      case -999:
+        return cancelled;
+      case -1001:
+        return timedOut;
+      case -1005:
+        return connectionLost;
+      default:
+        return outcomeCount;
+    }
+  }
+
   static constexpr std::int64_t limit = 200;
 
   test::LogRecorder log;
@@ -77,6 +98,7 @@ class StressTests : public testing::Test {
   DispatchSemaphore inFlight{limit};
   std::vector<std::atomic<int>> completions =
       std::vector<std::atomic<int>>(threadCount * sendsPerThread);
+  std::array<std::atomic<int>, outcomeCount + 1> outcomes{};
 };
 
 TEST_F(StressTests, EverySendIsAnsweredOnceWhateverTheServerAndTheCallersDo) {
@@ -90,6 +112,10 @@ TEST_F(StressTests, EverySendIsAnsweredOnceWhateverTheServerAndTheCallersDo) {
   }
   for (std::size_t at = 0; at < completions.size(); ++at) ASSERT_EQ(completions[at], 1) << at;
   EXPECT_EQ(taskManager().pendingCount(), 0u);
+  // All that was to happen did, and nothing else.
+  for (std::size_t outcome = 0; outcome < outcomeCount; ++outcome)
+    EXPECT_GT(outcomes[outcome], 0) << outcome;
+  EXPECT_EQ(outcomes[outcomeCount], 0);
   for (const auto& entry : log.entries()) {
     EXPECT_EQ(entry.message, "Failure sending request Shot: Task has been cancelled");
   }

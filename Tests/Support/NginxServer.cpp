@@ -67,7 +67,7 @@ std::uint16_t listenOnAnyPort(int socket) {
 int highCopy(int descriptor) { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 100); }
 
 std::string configuration(const std::string& directory, const CertificateFiles& files,
-                          std::uint16_t httpPort, std::uint16_t httpsPort) {
+                          std::uint16_t httpPort, std::uint16_t httpsPort, bool http2) {
   // The worker would otherwise become an account that may not look into the directory.
   std::string text = ::geteuid() == 0 ? "user root;\n" : "";
   text += R"(daemon off;
@@ -89,7 +89,7 @@ http {
   default_type application/octet-stream;
   server {
     listen 127.0.0.1:HTTP_PORT;
-    listen 127.0.0.1:TLS_PORT ssl http2;
+    listen 127.0.0.1:TLS_PORT ssl PROTOCOL;
     server_name localhost;
     ssl_certificate CERT_FILE;
     ssl_certificate_key KEY_FILE;
@@ -108,12 +108,13 @@ http {
   }
 }
 )";
-  const std::array<std::pair<const char*, std::string>, 5> replacements{
+  const std::array<std::pair<const char*, std::string>, 6> replacements{
       {{"DIR", directory},
        {"CERT_FILE", files.certFile},
        {"KEY_FILE", files.keyFile},
        {"HTTP_PORT", std::to_string(httpPort)},
-       {"TLS_PORT", std::to_string(httpsPort)}}};
+       {"TLS_PORT", std::to_string(httpsPort)},
+       {" PROTOCOL", http2 ? " http2" : ""}}};
   for (const auto& [placeholder, value] : replacements) {
     for (auto at = text.find(placeholder); at != std::string::npos;
          at = text.find(placeholder, at + value.size())) {
@@ -133,7 +134,8 @@ std::string repeated(std::string_view line, std::size_t size) {
 
 }  // namespace
 
-NginxServer::NginxServer(TestAuthority& authority, std::size_t bigSize) : bigSize_(bigSize) {
+NginxServer::NginxServer(TestAuthority& authority, std::size_t bigSize, bool http2)
+    : bigSize_(bigSize) {
   if (::access(program, X_OK) != 0) {
     throw std::runtime_error(std::string(program) + " is missing: install Debian's nginx-light");
   }
@@ -151,7 +153,7 @@ NginxServer::NginxServer(TestAuthority& authority, std::size_t bigSize) : bigSiz
     httpPort_ = listenOnAnyPort(http.get());
     httpsPort_ = listenOnAnyPort(https.get());
     writeFile(directory_.file("nginx.conf"),
-              configuration(directory_.path(), authority.issue(), httpPort_, httpsPort_));
+              configuration(directory_.path(), authority.issue(), httpPort_, httpsPort_, http2));
     start(http.get(), https.get());
     // Closed here, before the first request: should nginx fail, the request fails too instead of
     // waiting.

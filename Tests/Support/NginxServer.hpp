@@ -9,7 +9,8 @@
 
 namespace tarn::test {
 
-/// Debian's nginx as a child process on loopback: plain HTTP/1.1 and HTTPS with HTTP/2.
+/// Debian's nginx as a child process on loopback: plain HTTP/1.1 and HTTPS, with HTTP/2 unless told
+/// otherwise.
 ///
 /// Serves `/hello` ("hello"), `/json` ({"name":"nginx","value":42}), `/text` (gzip when accepted),
 /// `/big`
@@ -19,7 +20,7 @@ namespace tarn::test {
 class NginxServer {
  public:
   /// Throws std::runtime_error when nginx is missing or does not start.
-  explicit NginxServer(TestAuthority& authority, std::size_t bigSize = 1 << 20);
+  explicit NginxServer(TestAuthority& authority, std::size_t bigSize = 1 << 20, bool http2 = true);
   ~NginxServer();
   NginxServer(const NginxServer&) = delete;
   NginxServer& operator=(const NginxServer&) = delete;

@@ -12,6 +12,9 @@ namespace detail {
 
 void reportSecondCompletion() noexcept;
 
+template <class R>
+struct SendOperations;
+
 }  // namespace detail
 
 /// The callback of one send: a cheap copyable handle on any callable, move-only ones too.
@@ -24,8 +27,8 @@ class Completion {
   template <class F>
   requires(!std::is_same_v<std::remove_cvref_t<F>, Completion> &&
            std::is_invocable_v<std::decay_t<F>&, Response>)
-      Completion(
-          F&& function)  // NOLINT(google-explicit-constructor): a send takes a lambda as it is
+      // NOLINTNEXTLINE(google-explicit-constructor): a send takes a lambda as it is
+      Completion(F&& function)
       : state_(std::make_shared<State>(std::forward<F>(function))) {}
 
   void operator()(Response response) const {
@@ -33,22 +36,25 @@ class Completion {
     run(std::move(response));
   }
 
-  /// Takes the one call for oneself, to be made by run() later; false where it is taken.
-  bool claim() const { return !state_->claimed.exchange(true); }
-  /// Makes the call that claim() took.
-  void run(Response response) const {
-    auto function = std::move(state_->function);
-    function(std::move(response));
-  }
-
  private:
+  template <class R>
+  friend struct detail::SendOperations;
+
   struct State {
     template <class F>
-    explicit State(F&& function) : function(std::forward<F>(function)) {}
+    explicit State(F&& callable) : function(std::forward<F>(callable)) {}
 
     std::atomic<bool> claimed = false;
     UniqueFunction<void(Response)> function;
   };
+
+  // The pipeline takes the one call when it begins to answer, and makes it later on the caller's
+  // queue.
+  bool claim() const { return !state_->claimed.exchange(true); }
+  void run(Response response) const {
+    auto function = std::move(state_->function);
+    function(std::move(response));
+  }
 
   std::shared_ptr<State> state_;
 };

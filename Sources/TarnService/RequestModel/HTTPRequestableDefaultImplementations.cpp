@@ -39,12 +39,13 @@ std::optional<URL> buildURL(const URL& baseURL, std::string_view path,
   auto components = URLComponents::from(baseURL);
   if (!components) return std::nullopt;
   components->setPath(joinedPath(baseURL, path));
-  if (!queryItems.empty()) {
-    std::vector<URLQueryItem> items;
-    items.reserve(queryItems.size());
-    for (const auto& [name, value] : queryItems) items.push_back({name, value.description()});
-    components->setQueryItems(items);
+  // A query of the base URL's own never counts, whether the request has query items or not.
+  std::optional<std::vector<URLQueryItem>> items;
+  for (const auto& [name, value] : queryItems) {
+    if (!items) items.emplace();
+    items->push_back({name, value.description()});
   }
+  components->setQueryItems(items);
   return components->url();
 }
 

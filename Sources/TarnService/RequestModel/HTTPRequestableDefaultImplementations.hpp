@@ -33,7 +33,10 @@ struct SendOperations;
 /// that derives from it.
 ///
 /// A request overrides a default by a member of the same name, a const function or, for a property,
-/// a stored field. All members are callable from any thread.
+/// a stored field. All members are callable from any thread. `Self` has to be the type that is
+/// sent: what a type derived from it adds or overrides is not seen. An override of
+/// `isAcceptable(HTTPStatus)` hides the overload on a response from callers of the type itself; the
+/// library still finds it.
 template <class Self>
 struct HTTPRequestableDefaults {
   /// A request that declines is dropped without a trace: no task, no log line, no completion.
@@ -70,7 +73,8 @@ struct HTTPRequestableDefaults {
   void process(const Response& /*response*/) const {}
 
   /// Sends the request: `completion` receives one Response, asynchronously on `completionQueue`,
-  /// or, without a queue, on DispatchQueue::global(). Returns at once.
+  /// or, with std::nullopt for a queue, on DispatchQueue::global(). Returns at once. Throws only
+  /// what `shouldSend`, the identifier or a copy of the request throws.
   template <class F>
   void send(std::optional<DispatchQueue> completionQueue, F&& completion) const {
     _send(std::move(completionQueue), std::forward<F>(completion));
@@ -80,6 +84,8 @@ struct HTTPRequestableDefaults {
   template <class F, class R = Self>
   void _send(std::optional<DispatchQueue> completionQueue, F&& completion) const {
     detail::requireHTTPRequestable<R>();
+    static_assert(std::is_convertible_v<F&&, Completion<typename R::Response>>,
+                  "The completion is callable with the request's `Response`.");
     detail::SendOperations<R>::send(self(), std::move(completionQueue),
                                     std::forward<F>(completion));
   }

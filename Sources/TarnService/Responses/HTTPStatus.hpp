@@ -60,11 +60,10 @@ class HTTPStatus {
     unknown = 1000,  // outside of HTTP's range, so that the case has a code of its own
   };
 
-  constexpr HTTPStatus(Case status) noexcept
-      : case_(status) {}  // NOLINT(google-explicit-constructor): a case is a status
-  constexpr operator Case() const noexcept {
-    return case_;
-  }  // NOLINT(google-explicit-constructor): for switch
+  // NOLINTNEXTLINE(google-explicit-constructor): a case is a status
+  constexpr HTTPStatus(Case status) noexcept : case_(status) {}
+  // NOLINTNEXTLINE(google-explicit-constructor): for switch
+  constexpr operator Case() const noexcept { return case_; }
 
   /// The status whose code this is, or nothing; 1000 is `unknown`.
   static std::optional<HTTPStatus> fromRawValue(std::int64_t rawValue) noexcept;

@@ -24,23 +24,6 @@ Error networkError(const Error& transportError);
 /// The failure of an answer that the request does not accept.
 Error unacceptableStatus(const URLResponse* response);
 
-/// Runs the completion asynchronously on the queue. What it throws is logged; it does not get past
-/// the queue.
-template <class Response>
-void deliver(const std::optional<DispatchQueue>& queue, const Completion<Response>& completion,
-             Response response) {
-  // Taken where a request was cancelled just before its task was to start: the task, which is left
-  // alone then, ends with its session, and that is no news.
-  if (!completion.claim()) return;
-  async(queue, [completion, response = std::move(response)]() mutable {
-    try {
-      completion.run(std::move(response));
-    } catch (...) {
-      reportThrowingCompletion(Error::current());
-    }
-  });
-}
-
 /// What a finished task leaves.
 struct TaskOutcome {
   std::optional<Data> data;
@@ -68,19 +51,26 @@ struct SendOperations {
     static_assert(
         std::derived_from<typename R::TaskProducer, HTTPDataTaskProducer>,
         "A request whose task producer makes no data tasks has a `createTask` of its own.");
+    // What the send holds goes once it is answered; the record of the task stays for long.
+    auto pending =
+        std::make_shared<std::optional<Pending>>(Pending{request, queue, std::move(completion)});
     return property::taskProducer(request)->create(
         request.urlRequest(), request._shouldWaitForConnectivity(),
-        [request, queue, completion = std::move(completion)](
-            std::optional<Data> data, std::shared_ptr<const URLResponse> response,
-            std::optional<Error> error) {
+        [pending = std::move(pending)](std::optional<Data> data,
+                                       std::shared_ptr<const URLResponse> response,
+                                       std::optional<Error> error) {
+          const auto ended = std::exchange(*pending, std::nullopt);
+          if (!ended) return reportSecondCompletion();
           processTaskCompletion(
-              request, {std::move(data), std::nullopt, std::move(response), std::move(error)},
-              queue, completion);
+              ended->request,
+              {std::move(data), std::nullopt, std::move(response), std::move(error)}, ended->queue,
+              ended->completion);
         });
   }
 
   static void report(const R& request, Error error, const Queue& queue,
                      const Completion<Response>& completion) {
+    if (!completion.claim()) return reportSecondCompletion();
     Response response(std::nullopt, std::nullopt, nullptr, std::move(error));
     request.removeFromTaskManager();
     deliver(queue, completion, std::move(response));
@@ -89,6 +79,9 @@ struct SendOperations {
   /// Turns a finished task into the response and delivers it.
   static void processTaskCompletion(const R& request, const TaskOutcome& outcome,
                                     const Queue& queue, const Completion<Response>& completion) {
+    // A request that was cancelled just before its task was to start has its answer; the task, let
+    // go unstarted, ends with its session.
+    if (!completion.claim()) return;
     Response response = makeResponse(outcome, check(request, outcome));
     try {
       request.process(std::as_const(response));
@@ -100,6 +93,25 @@ struct SendOperations {
   }
 
  private:
+  struct Pending {
+    R request;
+    Queue queue;
+    Completion<Response> completion;
+  };
+
+  /// Runs the claimed completion asynchronously on the queue. What it throws is logged; it does not
+  /// get past the queue.
+  static void deliver(const Queue& queue, const Completion<Response>& completion,
+                      Response response) {
+    async(queue, [completion, response = std::move(response)]() mutable {
+      try {
+        completion.run(std::move(response));
+      } catch (...) {
+        reportThrowingCompletion(Error::current());
+      }
+    });
+  }
+
   static void start(const R& request, const Queue& queue, const Completion<Response>& completion) {
     const auto failure = startTask(request, queue, completion);
     if (!failure) return;

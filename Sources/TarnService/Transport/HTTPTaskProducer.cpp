@@ -3,18 +3,23 @@
 #include <TarnService/Diagnostics/Logger.hpp>
 #include <TarnService/Transport/HTTPTaskProducer.hpp>
 
+#include <mutex>
+
 namespace tarn {
 namespace {
 
 using TaskRef = std::shared_ptr<URLSessionTaskRef>;
 
-// Records whose key a newer task has taken while their own task was not over: without them the
-// older request would never be answered, and its events would go to the newer one. Each is let go
-// at its task's end, which the end of the session brings about at the latest.
+// Records whose key a newer task has taken before their own task's end was reported: without them
+// the older request would never be answered, and its events would go to the newer one. Each is let
+// go at its task's end, which the end of the session brings about at the latest.
 ThreadSafeDictionary<const URLSessionTask*, TaskRef>& displacedTaskRefs() {
   static auto& refs = *new ThreadSafeDictionary<const URLSessionTask*, TaskRef>;
   return refs;
 }
+
+// Held while a key changes hands and while a record is marked as reported.
+std::mutex takingOver;
 
 }  // namespace
 
@@ -24,13 +29,11 @@ ThreadSafeDictionary<std::string, TaskRef>& taskDictionary() {
 }
 
 void HTTPTaskProducer::addTaskRefToQueue(TaskRef ref) const {
-  static std::mutex takingOver;
   const std::string refKey = key(ref->task->taskIdentifier());
+  TaskRef previous;  // let go after the lock: what it holds may be the application's
   const std::lock_guard lock(takingOver);
-  const auto previous = taskDictionary()[refKey].value_or(nullptr);
-  if (previous && previous->task->state() != URLSessionTask::State::completed) {
-    displacedTaskRefs().set(previous->task.get(), previous);
-  }
+  previous = taskDictionary()[refKey].value_or(nullptr);
+  if (previous && !previous->isReported) displacedTaskRefs().set(previous->task.get(), previous);
   taskDictionary().set(refKey, std::move(ref));
 }
 
@@ -110,12 +113,20 @@ void HTTPTaskProducer::reportFailure(const TaskRef& ref, std::int64_t taskIdenti
 
 void HTTPTaskProducer::reportCompletion(const URLSessionTask& task,
                                         const std::optional<Error>& error) const {
-  const auto ref = taskRef(task);
-  displacedTaskRefs().removeValue(&task);
+  const auto ref = endedTaskRef(task);
   if (error)
     reportFailure(ref, task.taskIdentifier(), task.response(), error);
   else
     reportSuccess(ref, task.taskIdentifier(), task.response());
+}
+
+TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
+  TaskRef ref;
+  const std::lock_guard lock(takingOver);
+  ref = taskRef(task);
+  if (ref) ref->isReported = true;
+  displacedTaskRefs().removeValue(&task);
+  return ref;
 }
 
 const std::string& HTTPTaskProducer::description() const {

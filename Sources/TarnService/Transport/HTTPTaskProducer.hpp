@@ -60,6 +60,7 @@ class HTTPTaskProducer {
   std::string key(std::int64_t forTaskIdentifier) const;
   TaskRef taskRef(std::int64_t taskIdentifier) const;
   TaskRef taskRef(const URLSessionTask& task) const;
+  TaskRef endedTaskRef(const URLSessionTask& task) const;
 
   static void write(Data data, const TaskRef& ref, std::int64_t taskIdentifier);
   static void reportSuccess(const TaskRef& ref, std::int64_t taskIdentifier,

@@ -45,7 +45,8 @@ TEST(UniqueFunctionTests, CallingAnEmptyOneThrows) {
   EXPECT_THROW(empty(), std::bad_function_call);
   Work moved = [] {};
   const Work taken = std::move(moved);
-  EXPECT_THROW(moved(), std::bad_function_call);  // NOLINT(bugprone-use-after-move)
+  // NOLINTNEXTLINE(bugprone-use-after-move): the state after a move is what is tested
+  EXPECT_THROW(moved(), std::bad_function_call);
 }
 
 TEST(UniqueFunctionTests, DestroysItsCallableExactlyOnce) {

@@ -314,6 +314,13 @@ TEST_F(SendTests, ARequestWithoutATaskFails) {
   expectLog(LogLevel::error, "Failure sending request Idle: createTask answered no task");
 }
 
+TEST_F(SendTests, AStoredURLIsSentAsItIs) {
+  DataGetRequest(URL(server.url("/a/../b/./c%2F?k=1#part")), {}, {{"n", 1}})
+      .send(queue, responses.callback());
+  ASSERT_TRUE(responses.waitFor(1));
+  EXPECT_EQ(server.request(0).target, "/a/../b/./c%2F?k=1");
+}
+
 TEST_F(SendTests, OneValueCanBeSentAgainAndAgain) {
   const auto request = probe("/ok");
   for (int count = 0; count < 5; ++count) request.send(queue, responses.callback());
@@ -359,6 +366,48 @@ TEST_F(SendTests, CancellingWhileTheTaskIsMadeStartsItNot) {
   EXPECT_EQ(server.connectionCount(), 0u);
   EXPECT_EQ(state(request), std::nullopt);
   expectFailureLog("Task has been cancelled");
+}
+
+TEST_F(SendTests, ATaskThatWasNotStartedEndsUnnoticed) {
+  auto request = probe("/ok");
+  int processed = 0;
+  request.onProcess = [&](const DataResponse&) { ++processed; };
+  request.onValidate = [id = request.cancellationIdentifier] { taskManager().cancel(id); };
+  send(request);
+  expectFailureLog("Task has been cancelled");
+  // The same value once more, under way while the session ends that made the task.
+  auto again = request;
+  again.onValidate = [] {};
+  again.url = URL(server.url("/stall"));
+  again.send(queue, responses.callback());
+  ASSERT_TRUE(server.waitForStalls(1));
+  resetDefaultTaskProducers();
+  ASSERT_TRUE(responses.waitFor(2));
+  expectLog(LogLevel::error,
+            "TarnService session became invalid with error: No error message attempting to reset");
+  ASSERT_TRUE(log.waitFor(2));
+  EXPECT_EQ(processed, 1);
+}
+
+TEST_F(SendTests, ABlockedValidateHoldsUpNoOtherSend) {
+  auto blocked = probe("/ok");
+  const DispatchSemaphore released(0);
+  blocked.onValidate = [released] { released.wait(); };
+  for (int count = 0; count < 8; ++count) blocked.send(queue, responses.callback());
+  EXPECT_TRUE(send(probe("/ok")).result.isSuccessful());
+  for (int count = 0; count < 8; ++count) released.signal();
+  ASSERT_TRUE(responses.waitFor(9));
+}
+
+TEST_F(SendTests, AnAddressThatCannotBeParsedIsReported) {
+  struct Broken : DataGetRequestable<Broken> {
+    URL baseURL() const { return URL("http://127.0.0.1/\r\nX-Injected: b"); }
+  };
+  Broken().send(queue, responses.callback());
+  ASSERT_TRUE(responses.waitFor(1));
+  const auto error = responses.value(0).result.error();
+  ASSERT_NE(error->as<MalformedURLError>(), nullptr);
+  expectLog(LogLevel::error, "Failure sending request Broken: " + error->message());
 }
 
 TEST_F(SendTests, CancellingInFlightTearsTheConnectionDown) {

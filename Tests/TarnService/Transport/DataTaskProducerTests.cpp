@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace tarn {
@@ -114,6 +115,25 @@ TEST_F(DataTaskProducerTests, ATaskWhoseKeyIsTakenOverStillReportsOnceAndToItsOw
   EXPECT_TRUE(before.value(0).error);
   EXPECT_EQ(after.count(), 1u);
   EXPECT_EQ(after.value(0).data, Data("ok"));
+}
+
+TEST_F(DataTaskProducerTests, ATaskWhoseEndIsStillOnItsWayReportsToItsOwnCompletion) {
+  test::Collector<Outcome> before;
+  test::Collector<Outcome> after;
+  const auto cancelled = start("/stall", before);
+  ASSERT_TRUE(server.waitForStalls(1));
+  DataTaskProducer::sessionQueue()->setSuspended(true);
+  cancelled->cancel();
+  // The task is over for all to see, and its end waits in the queue.
+  while (cancelled->state() != URLSessionTask::State::completed) std::this_thread::yield();
+  producer->resetSession();
+  start("/ok", after);
+  DataTaskProducer::sessionQueue()->setSuspended(false);
+  ASSERT_TRUE(before.waitFor(1));
+  ASSERT_TRUE(after.waitFor(1));
+  EXPECT_EQ(before.value(0).error->code(), URLError::cancelled);
+  EXPECT_EQ(after.value(0).data, Data("ok"));
+  expectLog(LogLevel::error, invalidated);
 }
 
 TEST_F(DataTaskProducerTests, AnInvalidSessionIsLoggedAndReplaced) {
