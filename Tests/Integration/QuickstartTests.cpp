@@ -72,7 +72,6 @@ class QuickstartAgainstNginxTests : public testing::Test {
     return shared;
   }
 };
-};
 
 TEST_F(QuickstartAgainstNginxTests, OverHTTP) {
   const NginxServer nginx(authority());

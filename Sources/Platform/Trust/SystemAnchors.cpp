@@ -1,7 +1,8 @@
+#include <Platform/Trust/SystemAnchors.hpp>
+
 #include <openssl/err.h>
 #include <openssl/x509_vfy.h>
 
-#include <Platform/Trust/SystemAnchors.hpp>
 #include <array>
 #include <cstdlib>
 
@@ -20,7 +21,8 @@ constexpr std::array<const char*, 4> bundles{
 X509_STORE* loadAnchors() noexcept {
   X509_STORE* store = X509_STORE_new();
   if (store == nullptr) return nullptr;
-  // With a chain that leads to an anchor which is itself signed by somebody unknown, the anchor decides.
+  // With a chain that leads to an anchor which is itself signed by somebody unknown, the anchor
+  // decides.
   X509_STORE_set_flags(store, X509_V_FLAG_PARTIAL_CHAIN | X509_V_FLAG_TRUSTED_FIRST);
   if (const char* file = std::getenv("SSL_CERT_FILE"); file != nullptr && *file != '\0') {
     X509_STORE_load_file(store, file);

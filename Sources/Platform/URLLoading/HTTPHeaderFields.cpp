@@ -1,4 +1,5 @@
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
+
 #include <algorithm>
 
 namespace tarn {

@@ -9,8 +9,8 @@
 
 namespace tarn {
 
-/// Header fields of one HTTP message in the order they were first seen; names compare without regard to ASCII case
-/// (RFC 9110, 5.1).
+/// Header fields of one HTTP message in the order they were first seen; names compare without
+/// regard to ASCII case (RFC 9110, 5.1).
 class HTTPHeaderFields {
  public:
   using value_type = std::pair<std::string, std::string>;
@@ -23,11 +23,14 @@ class HTTPHeaderFields {
   std::optional<std::string_view> value(std::string_view name) const noexcept;
   bool contains(std::string_view name) const noexcept { return value(name).has_value(); }
 
-  /// Adds a field; a second value under the same name is joined to the first by ", " (RFC 9110, 5.3).
+  /// Adds a field; a second value under the same name is joined to the first by ", " (RFC
+  /// 9110, 5.3).
   void add(std::string_view name, std::string_view value);
   /// Replaces the field or adds it.
   void set(std::string_view name, std::string_view value);
   void remove(std::string_view name);
+  /// Makes room for `count` fields in all.
+  void reserve(std::size_t count) { fields_.reserve(count); }
 
   const_iterator begin() const noexcept { return fields_.begin(); }
   const_iterator end() const noexcept { return fields_.end(); }

@@ -1,5 +1,6 @@
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
+
 #include <charconv>
 
 namespace tarn {

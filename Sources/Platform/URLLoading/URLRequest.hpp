@@ -1,14 +1,14 @@
 #pragma once
 
-#include <map>
-#include <optional>
-#include <string>
-#include <string_view>
-
 #include <Platform/Types/Data.hpp>
 #include <Platform/Types/Error.hpp>
 #include <Platform/Types/TimeInterval.hpp>
 #include <Platform/Types/URL.hpp>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace tarn {
 
@@ -26,8 +26,9 @@ class InvalidRequestError final : public CodedError {
 
 /// What a session task loads: an address, a method, header fields and a body.
 ///
-/// A value. It can't hold a method or header field that would break out of its line on the wire: the setters refuse
-/// those with InvalidRequestError, which names the field and never repeats its value.
+/// A value. It can't hold a method or header field that would break out of its line on the wire:
+/// the setters refuse those with InvalidRequestError, which names the field and never repeats its
+/// value.
 class URLRequest {
  public:
   /// How a cache may take part in an answer.
@@ -60,7 +61,8 @@ class URLRequest {
 
   /// Keys are kept exactly, case included.
   const HeaderFields& allHTTPHeaderFields() const noexcept { return headerFields_; }
-  /// Throws InvalidRequestError for a name that is no token or a value that holds CR, LF or NUL (RFC 9110, 5.5).
+  /// Throws InvalidRequestError for a name that is no token or a value that holds CR, LF or NUL
+  /// (RFC 9110, 5.5).
   void setAllHTTPHeaderFields(HeaderFields fields);
   /// As setAllHTTPHeaderFields, for one field.
   void setValue(std::string value, std::string forHTTPHeaderField);
@@ -70,8 +72,9 @@ class URLRequest {
   const std::optional<Data>& httpBody() const noexcept { return httpBody_; }
   void setHTTPBody(std::optional<Data> body) { httpBody_ = std::move(body); }
 
-  /// Whether the request may be sent a second time when a kept-alive connection turns out to be dead before any byte
-  /// of the answer came. Default true, for every method: a server may then see a request twice.
+  /// Whether the request may be sent a second time when a kept-alive connection turns out to be
+  /// dead before any byte of the answer came. Default true, for every method: a server may then see
+  /// a request twice.
   bool allowsResend() const noexcept { return allowsResend_; }
   void setAllowsResend(bool allows) noexcept { allowsResend_ = allows; }
 

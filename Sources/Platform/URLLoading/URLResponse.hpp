@@ -1,10 +1,10 @@
 #pragma once
 
+#include <Platform/Types/URL.hpp>
+
 #include <cstdint>
 #include <optional>
 #include <string>
-
-#include <Platform/Types/URL.hpp>
 
 namespace tarn {
 

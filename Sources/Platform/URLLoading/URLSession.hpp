@@ -1,18 +1,18 @@
 #pragma once
 
-#include <memory>
-
 #include <Platform/Dispatch/OperationQueue.hpp>
 #include <Platform/URLLoading/URLSessionConfiguration.hpp>
 #include <Platform/URLLoading/URLSessionDelegate.hpp>
 #include <Platform/URLLoading/URLSessionTask.hpp>
 
+#include <memory>
+
 namespace tarn {
 
 /// Loads requests over HTTP/1.1 and HTTP/2, with its own connections, cookies and limits.
 ///
-/// Callable from any thread. Holds its delegate until it becomes invalid; its tasks hold the session. Proxy variables of
-/// the environment are read once, when the session is made.
+/// Callable from any thread. Holds its delegate until it becomes invalid; its tasks hold the
+/// session. Proxy variables of the environment are read once, when the session is made.
 class URLSession {
  public:
   /// Events go to `delegate` on `delegateQueue`; without a queue the session makes one of its own.
@@ -26,7 +26,8 @@ class URLSession {
 
   const URLSessionConfiguration& configuration() const noexcept { return configuration_; }
 
-  /// A new suspended task. On an invalid session the task fails with URLError::cancelled when it is resumed.
+  /// A new suspended task. On an invalid session the task fails with URLError::cancelled when it is
+  /// resumed.
   virtual std::shared_ptr<URLSessionDataTask> dataTask(URLRequest request) = 0;
 
   /// Cancels every task; the session becomes invalid once they have completed.
@@ -35,7 +36,8 @@ class URLSession {
   virtual void finishTasksAndInvalidate() = 0;
 
  protected:
-  explicit URLSession(URLSessionConfiguration configuration) : configuration_(std::move(configuration)) {}
+  explicit URLSession(URLSessionConfiguration configuration)
+      : configuration_(std::move(configuration)) {}
 
  private:
   URLSessionConfiguration configuration_;

@@ -12,12 +12,14 @@ struct URLSessionConfiguration {
 
   /// Whether a task without a route to its host waits for one instead of failing. Default false.
   bool waitsForConnectivity = false;
-  /// Seconds without progress before a task fails with URLError::timedOut; a request's own value wins. Default 60.
+  /// Seconds without progress before a task fails with URLError::timedOut; a request's own value
+  /// wins. Default 60.
   TimeInterval timeoutIntervalForRequest{60};
   /// Seconds from the start of a task until it must be done, whatever its progress. Default 7 days.
   TimeInterval timeoutIntervalForResource{7.0 * 24 * 60 * 60};
   URLRequest::CachePolicy requestCachePolicy = URLRequest::CachePolicy::useProtocolCachePolicy;
-  /// Connections to one origin at the same time; further tasks wait, first in, first out. Default 6.
+  /// Connections to one origin at the same time; further tasks wait, first in, first out.
+  /// Default 6.
   int httpMaximumConnectionsPerHost = 6;
 };
 

@@ -1,17 +1,17 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <optional>
-
 #include <Platform/Types/Error.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 #include <Platform/URLLoading/URLResponse.hpp>
 
+#include <cstdint>
+#include <memory>
+#include <optional>
+
 namespace tarn {
 
-/// One load within a session. Made suspended by the session; every member is callable from any thread and returns at
-/// once.
+/// One load within a session. Made suspended by the session; every member is callable from any
+/// thread and returns at once.
 class URLSessionTask {
  public:
   enum class State { running, suspended, canceling, completed };
@@ -37,7 +37,8 @@ class URLSessionTask {
   virtual void resume() = 0;
   /// Stops reading; time-outs stand still meanwhile. No effect on a finished task.
   virtual void suspend() = 0;
-  /// Ends the task with URLError::cancelled, which the delegate receives like any failure. Only the first call counts.
+  /// Ends the task with URLError::cancelled, which the delegate receives like any failure. Only the
+  /// first call counts.
   virtual void cancel() = 0;
 
  protected:

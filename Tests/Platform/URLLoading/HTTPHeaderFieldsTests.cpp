@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
+
+#include <gtest/gtest.h>
 
 namespace tarn {
 namespace {

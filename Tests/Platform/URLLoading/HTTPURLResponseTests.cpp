@@ -1,11 +1,12 @@
-#include <gtest/gtest.h>
-
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
+
+#include <gtest/gtest.h>
 
 namespace tarn {
 namespace {
 
-HTTPURLResponse response(HTTPHeaderFields fields, const char* url = "https://example.com/dir/page") {
+HTTPURLResponse response(HTTPHeaderFields fields,
+                         const char* url = "https://example.com/dir/page") {
   return HTTPURLResponse(URL(url), 200, "HTTP/1.1", std::move(fields));
 }
 
@@ -116,7 +117,8 @@ INSTANTIATE_TEST_SUITE_P(
         FilenameRow{site, "attachment; filename=a.txt; filename*=koi8-r''b.txt", nullptr, "a.txt"},
         FilenameRow{site, "attachment; filename=a.txt; filename*=UTF-8''b%2", nullptr, "a.txt"},
         FilenameRow{site, "attachment; filename=a.txt; filename*=b.txt", nullptr, "a.txt"},
-        FilenameRow{site, "attachment; filename=a.txt, attachment; filename=b.txt", nullptr, "b.txt"},
+        FilenameRow{site, "attachment; filename=a.txt, attachment; filename=b.txt", nullptr,
+                    "b.txt"},
         FilenameRow{site, "attachment; filename=\"n\xE4me.txt\"", nullptr, "näme.txt"},
         FilenameRow{site, "attachment; filename=\"open.txt", nullptr, "open.txt"},
         FilenameRow{site, "attachment; filename=\"\"", nullptr, "example.com"},
@@ -131,7 +133,8 @@ INSTANTIATE_TEST_SUITE_P(
         FilenameRow{site, "attachment; filename=\".\"", nullptr, "example.com"},
         FilenameRow{site, "attachment; filename=\"../x\"", nullptr, ".._x"},
         FilenameRow{site, "attachment; filename=\"a\\\\b\"", nullptr, "a_b"},
-        FilenameRow{site, "attachment; filename*=UTF-8''a%00%0Ab%7F%C2%85c.txt", nullptr, "abc.txt"},
+        FilenameRow{site, "attachment; filename*=UTF-8''a%00%0Ab%7F%C2%85c.txt", nullptr,
+                    "abc.txt"},
         FilenameRow{site, "attachment; filename*=UTF-8''%01%02", nullptr, "example.com"},
         FilenameRow{site, "attachment; filename=\"   \"", nullptr, "example.com"},
         FilenameRow{"https://example.com/a%2Fb", nullptr, nullptr, "a_b"},
@@ -148,8 +151,9 @@ TEST(SuggestedFilename, IsCutAtACharacterAndKeepsItsExtension) {
   for (int i = 0; i < 125; ++i) expected += "ä";
   EXPECT_EQ(name, expected + ".tar");
   const std::string plain(300, 'x');
-  EXPECT_EQ(response({{"Content-Disposition", "attachment; filename=" + plain}}).suggestedFilename(),
-            plain.substr(0, 255));
+  EXPECT_EQ(
+      response({{"Content-Disposition", "attachment; filename=" + plain}}).suggestedFilename(),
+      plain.substr(0, 255));
 }
 
 }  // namespace

@@ -1,10 +1,13 @@
 #pragma once
-#include <gtest/gtest.h>
-
 #include <Platform/URLLoading/URLSession.hpp>
 #include <Support/ScriptedServer.hpp>
+#include <Support/TestAuthority.hpp>
+
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
@@ -84,7 +87,8 @@ class RecordingDelegate : public URLSessionDelegate {
     changed_.notify_all();
   }
 
-  /// False when the condition did not come to hold in time. The condition is asked with the delegate's lock held.
+  /// False when the condition did not come to hold in time. The condition is asked with the
+  /// delegate's lock held.
   [[nodiscard]] bool waitUntil(const std::function<bool()>& condition,
                                std::chrono::milliseconds limit = patience) {
     std::unique_lock lock(mutex_);
@@ -155,6 +159,16 @@ inline std::shared_ptr<const HTTPURLResponse> httpResponse(const URLSessionTask&
   return std::dynamic_pointer_cast<const HTTPURLResponse>(task.response());
 }
 
+/// The one authority that this process trusts: the system's anchors are read once.
+inline TestAuthority& trustedAuthority() {
+  static TestAuthority* const authority = [] {
+    static TestAuthority made;
+    setenv("SSL_CERT_FILE", made.caFile().c_str(), 1);
+    return &made;
+  }();
+  return *authority;
+}
+
 /// What came of one load.
 struct Loaded {
   TaskRecord record;
@@ -205,7 +219,8 @@ class RecordedSession {
   Loaded load(const URLRequest& request) { return finished(start(request)); }
   Loaded load(const std::string& url) { return load(request(url)); }
 
-  /// The session becomes invalid once and lets go of its delegate; every task started had exactly one last event.
+  /// The session becomes invalid once and lets go of its delegate; every task started had exactly
+  /// one last event.
   void end() {
     session_->invalidateAndCancel();
     EXPECT_TRUE(delegate_->waitForInvalid()) << "the session did not become invalid";

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <Platform/URLLoading/URLRequest.hpp>
+
+#include <gtest/gtest.h>
 
 namespace tarn {
 namespace {
@@ -19,7 +19,8 @@ TEST(URLRequest, HasTheUsualDefaults) {
 
 TEST(URLRequest, RefusesMethodsThatAreNoTokens) {
   auto request = someRequest();
-  for (const std::string method : {"", "GET ", "GE T", "GET\r\nX: y", "G\tET", "GÄT", "GET/", "a:b"}) {
+  for (const std::string method :
+       {"", "GET ", "GE T", "GET\r\nX: y", "G\tET", "GÄT", "GET/", "a:b"}) {
     SCOPED_TRACE(method);
     EXPECT_THROW(request.setHTTPMethod(method), InvalidRequestError);
     EXPECT_EQ(request.httpMethod(), "GET");
@@ -33,9 +34,15 @@ TEST(URLRequest, RefusesMethodsThatAreNoTokens) {
 
 TEST(URLRequest, RefusesHeaderFieldsThatBreakOutOfTheirLine) {
   const std::vector<std::pair<std::string, std::string>> bad{
-      {"X", "a\r\nEvil: 1"}, {"X", "a\nEvil: 1"},   {"X", "a\rb"},
-      {"X", std::string("a\0b", 3)}, {"", "a"},     {"X: y", "a"},
-      {"X\r\nEvil", "a"},    {"X Y", "a"},          {"X:", "a"},
+      {"X", "a\r\nEvil: 1"},
+      {"X", "a\nEvil: 1"},
+      {"X", "a\rb"},
+      {"X", std::string("a\0b", 3)},
+      {"", "a"},
+      {"X: y", "a"},
+      {"X\r\nEvil", "a"},
+      {"X Y", "a"},
+      {"X:", "a"},
   };
   for (const auto& [name, value] : bad) {
     SCOPED_TRACE(name + "=" + value);

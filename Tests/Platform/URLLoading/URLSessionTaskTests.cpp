@@ -1,8 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <Platform/Dispatch/DispatchSemaphore.hpp>
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/LoadingFixture.hpp>
+
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <random>
 #include <thread>
@@ -14,8 +15,9 @@ using State = URLSessionTask::State;
 
 TEST(URLSessionTask, TellsOfAWholeAnswer) {
   ScriptedServer server;
-  server.route("/", Script().respond(
-                        200, {{"Content-Type", "text/Plain; charset=UTF-8"}, {"X-One", "1"}}, "hello"));
+  server.route(
+      "/", Script().respond(200, {{"Content-Type", "text/Plain; charset=UTF-8"}, {"X-One", "1"}},
+                            "hello"));
   RecordedSession session;
   const auto task = session->dataTask(RecordedSession::request(server.url("/?q")));
   EXPECT_EQ(task->state(), State::suspended);
@@ -303,7 +305,8 @@ TEST(URLSessionTaskSuspend, AtRandomLosesNothingOfALargeBody) {
   }
   task->resume();
   ASSERT_TRUE(delegate->waitForCompletion(task->taskIdentifier(), std::chrono::seconds(60)));
-  EXPECT_EQ(delegate->record(task->taskIdentifier()).code(), 0);
+  const auto record = delegate->record(task->taskIdentifier());
+  EXPECT_EQ(record.code(), 0) << record.error->message();
   EXPECT_EQ(delegate->received, size);
   EXPECT_EQ(delegate->wrong, 0u);
   EXPECT_EQ(task->countOfBytesReceived(), static_cast<std::int64_t>(size));
@@ -326,7 +329,8 @@ TEST(URLSessionTaskDelivery, ASlowDelegateHoldsUpTheServer) {
   std::atomic<bool> first{true};
   const auto large = server.url("/");
   session.delegate().onData = [&](URLSessionTask& task, const Data&) {
-    if (task.originalRequest().url().absoluteString() == large && first.exchange(false)) gate.wait();
+    if (task.originalRequest().url().absoluteString() == large && first.exchange(false))
+      gate.wait();
   };
   const auto task = session.start(large);
   ASSERT_TRUE(session.delegate().waitForBytes(task->taskIdentifier(), 1));

@@ -1,8 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/LoadingFixture.hpp>
 #include <Support/System.hpp>
+
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <thread>
 
@@ -40,7 +41,8 @@ TEST(URLSession, UsesTheQueueItIsGiven) {
   task->resume();
   ASSERT_TRUE(server.waitForRequests(1));
   while (task->state() != URLSessionTask::State::completed) std::this_thread::yield();
-  // A small answer is told in one operation: what is told, data and end, was put on the queue together.
+  // A small answer is told in one operation: what is told, data and end, was put on the queue
+  // together.
   EXPECT_LE(queue->operationCount(), 1u);
   EXPECT_EQ(delegate->record(1).completions, 0);
   queue->setSuspended(false);
@@ -209,7 +211,8 @@ TEST(URLSessionHostLimit, SixConnectionsInOrderOfArrival) {
   });
   RecordedSession session;
   std::vector<std::shared_ptr<URLSessionDataTask>> tasks;
-  for (int i = 0; i < count; ++i) tasks.push_back(session.start(server.url("/" + std::to_string(i))));
+  for (int i = 0; i < count; ++i)
+    tasks.push_back(session.start(server.url("/" + std::to_string(i))));
   for (const auto& task : tasks) EXPECT_EQ(session.finished(task).status(), 200);
   EXPECT_EQ(server.peakConnections(), 6u);
   EXPECT_EQ(server.connectionCount(), 6u);

@@ -1,8 +1,9 @@
-#include <zlib.h>
-
 #include <Platform/URLLoading/Curl/ContentDecoder.hpp>
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
+
+#include <zlib.h>
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -117,8 +118,8 @@ class Layer final : public Source {
     return added;
   }
 
-  // A gzip body may be several members one after another (RFC 1952, 2.2). Anything else behind the end is ignored, as
-  // browsers do: padding is common.
+  // A gzip body may be several members one after another (RFC 1952, 2.2). Anything else behind the
+  // end is ignored, as browsers do: padding is common.
   Step startMember() {
     constexpr std::uint8_t gzipMagic = 0x1F;
     if (coding_ == Coding::gzip && !padded_ && *stream_.next_in == gzipMagic) {

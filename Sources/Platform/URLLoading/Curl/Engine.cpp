@@ -55,8 +55,14 @@ Engine& Engine::shared() {
   const std::lock_guard lock(engineMutex);
   if (engine == nullptr) {
     auto* fresh = new Engine;
+    try {
+      fresh->startThread();
+    } catch (...) {
+      close(fresh->epoll_);
+      close(fresh->wakeUp_);
+      throw;
+    }
     engine = fresh;
-    fresh->startThread();
   }
   return *engine;
 }

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <pthread.h>
-
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Dispatch/UniqueFunction.hpp>
 #include <Platform/URLLoading/Curl/TimerHeap.hpp>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <pthread.h>
 #include <vector>
 
 namespace tarn::detail {
@@ -15,11 +15,12 @@ namespace tarn::detail {
 class CurlTask;
 class SessionCore;
 
-/// The one thread that drives every transfer of the process: sockets, deadlines and an inbox of work.
+/// The one thread that drives every transfer of the process: sockets, deadlines and an inbox of
+/// work.
 ///
-/// Made on first use, never destroyed. At exit its thread is stopped and joined, so that nothing runs while the TLS
-/// library is torn down; work posted later is dropped. A child after fork() starts with a new engine, and sessions of
-/// the parent are dead in it.
+/// Made on first use, never destroyed. At exit its thread is stopped and joined, so that nothing
+/// runs while the TLS library is torn down; work posted later is dropped. A child after fork()
+/// starts with a new engine, and sessions of the parent are dead in it.
 class Engine {
  public:
   /// Throws std::system_error where the process has no thread or descriptor left.
@@ -36,14 +37,36 @@ class Engine {
 
   /// Registers interest in a socket for a session; `events` are epoll's, none of them ends it.
   void watch(int socket, std::uint32_t events, SessionCore& session);
+  /// Tells of a connection's socket. Its registration then outlives the end of interest until the
+  /// round ends: often the next transfer takes the connection over, and nothing has to be changed.
+  void socketOpened(int socket);
+  void socketClosed(int socket) noexcept;
   /// Ends every registration of a session.
   void forget(const SessionCore& session) noexcept;
   /// Has the session look for finished transfers at the end of this round.
   void serveLater(std::shared_ptr<SessionCore> session);
-  /// Has the task hand its events over at the end of this round, so that those of a small answer go together.
+  /// Has the task hand its events over at the end of this round, so that those of a small answer go
+  /// together.
   void deliverLater(std::shared_ptr<CurlTask> task);
 
  private:
+  /// One descriptor's registration. The generation tells a late event for a former owner of the
+  /// number.
+  struct Watch {
+    SessionCore* session = nullptr;
+    std::uint32_t events = 0;
+    std::uint32_t generation = 0;
+    bool lingers = false;
+    bool ended = false;  // nobody is interested any more
+
+    void clear() noexcept {
+      ++generation;
+      session = nullptr;
+      events = 0;
+      ended = false;
+    }
+  };
+
   Engine();
   ~Engine() = delete;
 
@@ -60,15 +83,11 @@ class Engine {
   void settle() noexcept;
   void fireTimers() noexcept;
   void serveSessions() noexcept;
+  void endWatches() noexcept;
+  Watch& watchOf(int socket);
+  void endWatch(int socket, Watch& watch) noexcept;
   void deliver() noexcept;
   void wake() noexcept;
-
-  /// One descriptor's registration. The generation tells a late event for a former owner of the number.
-  struct Watch {
-    SessionCore* session = nullptr;
-    std::uint32_t events = 0;
-    std::uint32_t generation = 0;
-  };
 
   const int epoll_;
   const int wakeUp_;
@@ -82,6 +101,7 @@ class Engine {
   Clock::time_point now_;
   TimerHeap timers_;
   std::vector<Watch> watches_;
+  std::vector<int> endedWatches_;
   std::vector<Work> work_;
   std::vector<std::shared_ptr<SessionCore>> sessions_;
   std::vector<std::shared_ptr<CurlTask>> deliveries_;

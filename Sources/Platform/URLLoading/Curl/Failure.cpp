@@ -1,7 +1,8 @@
-#include <curl/curl.h>
-
 #include <Platform/Trust/TLSVerification.hpp>
 #include <Platform/URLLoading/Curl/Failure.hpp>
+
+#include <curl/curl.h>
+
 #include <cerrno>
 
 namespace tarn::detail {
@@ -24,7 +25,8 @@ std::int32_t connectCode(const Failure& failure) noexcept {
   }
 }
 
-// A server that wants a certificate refuses in several ways, over TLS 1.3 only after the handshake: 35, 52, 55 and 56.
+// A server that wants a certificate refuses in several ways, over TLS 1.3 only after the handshake:
+// 35, 52, 55 and 56.
 bool clientCertificateMissed(const Failure& failure) noexcept {
   return failure.tls != nullptr && failure.tls->clientCertificateRequested &&
          !failure.answerStarted;
@@ -47,7 +49,8 @@ std::int32_t certificateCode(const Failure& failure) noexcept {
 }
 
 std::int32_t handshakeCode(const Failure& failure) noexcept {
-  // A broken signature comes as a fault of the protocol, with the certificate's own error on record.
+  // A broken signature comes as a fault of the protocol, with the certificate's own error on
+  // record.
   if (failure.tls != nullptr && failure.tls->verified && failure.tls->certificateError != 0) {
     return failure.tls->errorCode();
   }

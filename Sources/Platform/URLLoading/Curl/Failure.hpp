@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/Types/URLError.hpp>
+
 #include <cstdint>
 #include <string>
 #include <string_view>

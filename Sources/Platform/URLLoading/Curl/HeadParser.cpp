@@ -1,5 +1,6 @@
 #include <Platform/URLLoading/Curl/HeadParser.hpp>
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
+
 #include <algorithm>
 #include <charconv>
 
@@ -7,11 +8,15 @@ namespace tarn::detail {
 
 namespace {
 
-// Over one answer, interim heads and trailers included: enough for any honest server, too little to exhaust memory.
+// Over one answer, interim heads and trailers included: enough for any honest server, too little to
+// exhaust memory.
 constexpr std::size_t mostLines = 5000;
 constexpr std::size_t mostBytes = 1024 * 1024;
 
-// libcurl takes "5abc", "+5" and numbers that overflow; two readers of one message must not differ on its length.
+constexpr std::size_t usualFields = 16;
+
+// libcurl takes "5abc", "+5" and numbers that overflow; two readers of one message must not differ
+// on its length.
 std::optional<std::int64_t> strictLength(std::string_view text) noexcept {
   constexpr std::size_t mostDigits = 19;
   if (text.empty() || text.size() > mostDigits) return std::nullopt;
@@ -36,14 +41,18 @@ HeadParser::Event HeadParser::line(std::string_view text) {
 }
 
 std::optional<std::int64_t> HeadParser::announcedLength() const noexcept {
-  if (fields_.contains("Transfer-Encoding")) return std::nullopt;
-  return contentLength_;
+  return transferCoded_ ? std::nullopt : contentLength_;
+}
+
+bool HeadParser::bodyEndsWithConnection() const noexcept {
+  return !contentLength_ && !transferCoded_ && httpVersion_.starts_with("HTTP/1.");
 }
 
 HeadParser::Event HeadParser::startBlock(std::string_view line) {
   if (!line.starts_with("HTTP/")) return refuse("the answer does not begin with a status line");
   started_ = inBlock_ = true;
   fields_ = HTTPHeaderFields();
+  fields_.reserve(usualFields);
   contentLength_.reset();
   const auto versionEnd = std::min(line.find(' '), line.size());
   httpVersion_ = line.substr(0, versionEnd);
@@ -56,6 +65,7 @@ HeadParser::Event HeadParser::startBlock(std::string_view line) {
 HeadParser::Event HeadParser::endBlock() {
   inBlock_ = false;
   flushField();
+  transferCoded_ = fields_.contains("Transfer-Encoding");
   // Nobody asked to switch protocols, and what would follow is not HTTP.
   if (statusCode_ == 101) return refuse("the server switched protocols unasked");
   if (statusCode_ < 200) return Event::none;

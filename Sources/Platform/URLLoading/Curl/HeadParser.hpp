@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -8,8 +9,8 @@
 
 namespace tarn::detail {
 
-/// Puts the head of an answer together from the lines that libcurl hands over: interim answers are passed over, what
-/// follows the final head are trailers and ignored, all of it within limits.
+/// Puts the head of an answer together from the lines that libcurl hands over: interim answers are
+/// passed over, what follows the final head are trailers and ignored, all of it within limits.
 class HeadParser {
  public:
   enum class Event { none, headComplete, refused };
@@ -24,9 +25,13 @@ class HeadParser {
 
   int statusCode() const noexcept { return statusCode_; }
   const std::string& httpVersion() const noexcept { return httpVersion_; }
-  HTTPHeaderFields& fields() noexcept { return fields_; }
-  /// What the head says of the length of the body; nothing where it says nothing or the body is chunked.
+  const HTTPHeaderFields& fields() const noexcept { return fields_; }
+  HTTPHeaderFields takeFields() noexcept { return std::move(fields_); }
+  /// What the head says of the length of the body; nothing where it says nothing or the body is
+  /// chunked.
   std::optional<std::int64_t> announcedLength() const noexcept;
+  /// Over HTTP/1.x only the end of the connection shows that of a body without a length.
+  bool bodyEndsWithConnection() const noexcept;
   const char* refusal() const noexcept { return refusal_; }
 
  private:
@@ -45,6 +50,7 @@ class HeadParser {
   std::string name_;  // the field being read, until the next line
   std::string value_;
   std::optional<std::int64_t> contentLength_;
+  bool transferCoded_ = false;
   std::size_t lines_ = 0;
   std::size_t bytes_ = 0;
   const char* refusal_ = "";

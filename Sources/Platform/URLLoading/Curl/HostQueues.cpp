@@ -1,5 +1,6 @@
 #include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/Transfer.hpp>
+
 #include <algorithm>
 #include <utility>
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/URLLoading/Curl/Origin.hpp>
+
 #include <deque>
 #include <unordered_map>
 
@@ -8,7 +9,8 @@ namespace tarn::detail {
 
 class Transfer;
 
-/// Who may use a connection to which origin now, first in, first out. libcurl's own queue is not in order.
+/// Who may use a connection to which origin now, first in, first out. libcurl's own queue is not in
+/// order.
 ///
 /// On the loop thread only.
 class HostQueues {
@@ -22,9 +24,11 @@ class HostQueues {
   void leave(const Origin& origin, Transfer& transfer) noexcept;
   /// Gives a slot back.
   void release(const Origin& origin) noexcept;
-  /// The next transfer that may start now, with its slot; null for none. Suspended ones keep their place.
+  /// The next transfer that may start now, with its slot; null for none. Suspended ones keep their
+  /// place.
   Transfer* next(const Origin& origin) noexcept;
-  /// What an answer shows of the origin: over HTTP/2 one connection carries many transfers. True where that is news.
+  /// What an answer shows of the origin: over HTTP/2 one connection carries many transfers. True
+  /// where that is news.
   bool setMultiplexed(const Origin& origin, bool multiplexed) noexcept;
 
  private:

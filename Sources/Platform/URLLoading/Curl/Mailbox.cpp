@@ -1,4 +1,5 @@
 #include <Platform/URLLoading/Curl/Mailbox.hpp>
+
 #include <utility>
 
 namespace tarn::detail {

@@ -4,6 +4,7 @@
 #include <Platform/Types/Data.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
+
 #include <cstddef>
 #include <memory>
 
@@ -15,8 +16,9 @@ struct RedirectQuestion {
   URLRequest newRequest;
 };
 
-/// What waits to be told to the delegate of one task. At most one of each: data is merged, and after a question or the
-/// end nothing else comes before it has been taken. They are told in this order.
+/// What waits to be told to the delegate of one task. At most one of each: data is merged, and
+/// after a question or the end nothing else comes before it has been taken. They are told in this
+/// order.
 struct TaskEvents {
   std::unique_ptr<RedirectQuestion> redirect;
   Data data;
@@ -25,8 +27,8 @@ struct TaskEvents {
   bool empty() const noexcept { return !redirect && data.empty() && !completed; }
 };
 
-/// Carries the events of one task from the loop thread to the delegate queue, one batch at a time, so that they are told
-/// one after another however many threads the queue has.
+/// Carries the events of one task from the loop thread to the delegate queue, one batch at a time,
+/// so that they are told one after another however many threads the queue has.
 class Mailbox {
  public:
   /// Undelivered bytes from which on nothing more is read from the network.
@@ -34,9 +36,11 @@ class Mailbox {
 
   /// The batch being put together. On the loop thread only.
   TaskEvents& outgoing() noexcept { return outgoing_; }
-  /// Whether the delegate is too far behind; if so, a later delivered() tells that there is room. On the loop thread.
+  /// Whether the delegate is too far behind; if so, a later delivered() tells that there is room.
+  /// On the loop thread.
   bool isFull() TARN_EXCLUDES(mutex_);
-  /// Makes the outgoing batch visible. True: an operation that takes it has to be put on the queue. On the loop thread.
+  /// Makes the outgoing batch visible. True: an operation that takes it has to be put on the queue.
+  /// On the loop thread.
   bool flush() TARN_EXCLUDES(mutex_);
 
   /// On the queue: the batch to tell.

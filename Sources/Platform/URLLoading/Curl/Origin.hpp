@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/Types/URL.hpp>
+
 #include <optional>
 #include <string>
 

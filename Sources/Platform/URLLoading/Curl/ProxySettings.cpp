@@ -1,4 +1,5 @@
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
+
 #include <cstdlib>
 #include <initializer_list>
 

@@ -1,8 +1,9 @@
-#include <curl/curl.h>
-
 #include <Platform/URLLoading/Curl/Origin.hpp>
 #include <Platform/URLLoading/Curl/Redirects.hpp>
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
+
+#include <curl/curl.h>
+
 #include <algorithm>
 #include <array>
 #include <memory>

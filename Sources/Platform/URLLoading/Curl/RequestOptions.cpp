@@ -1,5 +1,6 @@
 #include <Platform/URLLoading/Curl/RequestOptions.hpp>
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
+
 #include <algorithm>
 #include <array>
 #include <new>
@@ -11,8 +12,9 @@ namespace {
 // How the message is framed, and what the connection does after it, is not the request's to say.
 bool belongsToEngine(std::string_view name) noexcept {
   constexpr std::array<std::string_view, 9> names{
-      "Content-Length", "Expect", "HTTP2-Settings",    "Keep-Alive", "Proxy-Connection",
-      "TE",             "Trailer", "Transfer-Encoding", "Upgrade"};
+      "Content-Length",   "Expect", "HTTP2-Settings", "Keep-Alive",
+      "Proxy-Connection", "TE",     "Trailer",        "Transfer-Encoding",
+      "Upgrade"};
   return std::any_of(names.begin(), names.end(),
                      [name](auto own) { return equalsIgnoringCase(name, own); });
 }
@@ -56,7 +58,8 @@ HeaderLines headerLines(const URLRequest& request) {
   for (const auto& [name, value] : request.allHTTPHeaderFields()) {
     if (belongsToEngine(name) || equalsIgnoringCase(name, "Cookie")) continue;
     line = name;
-    // libcurl's notation for a field without a value; with a colon it would mean "leave this field out".
+    // libcurl's notation for a field without a value; with a colon it would mean "leave this field
+    // out".
     line.append(value.find_first_not_of(" \t") == std::string::npos ? ";" : ": ");
     if (line.back() == ' ') line.append(value);
     append(lines, line.c_str());
@@ -75,6 +78,7 @@ void setRequestOptions(CURL* easy, const URLRequest& request, const Origin& orig
   constexpr long uploadBuffer = 512 * 1024;
   constexpr long never = 2'000'000'000;  // milliseconds: our own timers decide
   setOption(easy, CURLOPT_URL, request.url().absoluteString().c_str());
+  setOption(easy, CURLOPT_PATH_AS_IS, 1L);  // the address as the request has it, dot segments and all
   setOption(easy, CURLOPT_NOSIGNAL, 1L);
   setOption(easy, CURLOPT_QUICK_EXIT, 1L);
   setOption(easy, CURLOPT_PROTOCOLS_STR, "http,https");

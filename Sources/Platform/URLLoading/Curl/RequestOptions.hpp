@@ -1,10 +1,11 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <Platform/URLLoading/Curl/Origin.hpp>
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
+
+#include <curl/curl.h>
+
 #include <memory>
 
 namespace tarn::detail {
@@ -25,10 +26,12 @@ void setOption(CURL* easy, CURLoption option, T value) {
 /// Whether a body goes out with the request: HEAD never has one.
 bool sendsBody(const URLRequest& request) noexcept;
 
-/// The header fields as libcurl wants them. Left out are those by which the engine itself frames the message.
+/// The header fields as libcurl wants them. Left out are those by which the engine itself frames
+/// the message.
 HeaderLines headerLines(const URLRequest& request);
 
-/// What does not depend on the transfer: the address, the method, limits, proxies, protocol versions.
+/// What does not depend on the transfer: the address, the method, limits, proxies, protocol
+/// versions.
 void setRequestOptions(CURL* easy, const URLRequest& request, const Origin& origin,
                        const ProxySettings& proxies);
 

@@ -17,7 +17,8 @@ CurlSession::CurlSession(URLSessionConfiguration configuration,
       delegate_(delegate ? std::move(delegate) : std::make_shared<URLSessionDelegate>()) {}
 
 CurlSession::~CurlSession() {
-  // Without an application that could still see it, there is nobody to tell that the session became invalid.
+  // Without an application that could still see it, there is nobody to tell that the session became
+  // invalid.
   try {
     closeCore();
   } catch (...) {

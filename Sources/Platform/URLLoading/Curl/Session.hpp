@@ -2,6 +2,7 @@
 
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/URLLoading/URLSession.hpp>
+
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
@@ -24,7 +25,7 @@ class CurlSession final : public URLSession, public std::enable_shared_from_this
   void finishTasksAndInvalidate() override TARN_EXCLUDES(mutex_);
 
   const std::shared_ptr<SessionCore>& core() const noexcept { return core_; }
-  OperationQueue& queue() const noexcept { return *queue_; }
+  const std::shared_ptr<OperationQueue>& queue() const noexcept { return queue_; }
   /// A task has told its last event, or is gone without ever having been started.
   void retire(std::int64_t taskIdentifier) noexcept TARN_EXCLUDES(mutex_);
 

@@ -1,11 +1,11 @@
+#include <Platform/URLLoading/Curl/SessionCore.hpp>
+#include <Platform/URLLoading/Curl/Transfer.hpp>
+
+#include <algorithm>
+#include <new>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <Platform/URLLoading/Curl/SessionCore.hpp>
-#include <Platform/URLLoading/Curl/Transfer.hpp>
-#include <algorithm>
-#include <new>
 
 namespace tarn::detail {
 
@@ -77,7 +77,8 @@ void SessionCore::withdraw(Transfer& transfer) noexcept {
   queues_.leave(transfer.origin(), transfer);
 }
 
-// Not at once: a start that fails frees its slot again, and a long queue of those would nest as deep.
+// Not at once: a start that fails frees its slot again, and a long queue of those would nest as
+// deep.
 void SessionCore::admitNext(const Origin& origin) {
   if (!queues_.hasWaiting(origin)) return;
   movedOn_.push_back(origin);
@@ -131,25 +132,29 @@ void SessionCore::startWaiting() noexcept {
   movedOn_.clear();
 }
 
-// Bytes that arrive on a connection while it is idle belong to no request; libcurl would take them for the answer to the
-// next one.
+// Bytes that arrive on a connection while it is idle belong to no request; libcurl would take them
+// for the answer to the next one. With the bytes gone and its end in sight, the connection looks to
+// libcurl like one that the server closed.
 void SessionCore::dropSurprisedSockets() noexcept {
-  for (const auto& plain : plainSockets_) {
-    if (plain.user != nullptr) continue;
-    char byte = 0;
-    if (recv(plain.socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0) {
+  for (auto& plain : plainSockets_) {
+    if (plain.user != nullptr || plain.checked == engine_.now()) continue;
+    plain.checked = engine_.now();
+    constexpr std::size_t everything = 1 << 30;  // dropped in the kernel, nothing is copied
+    if (recv(plain.socket, nullptr, everything, MSG_TRUNC | MSG_DONTWAIT) > 0) {
       shutdown(plain.socket, SHUT_RDWR);
     }
   }
 }
 
 void SessionCore::socketOpened(int socket, const Transfer& transfer) {
-  plainSockets_.push_back({socket, &transfer});
+  engine_.socketOpened(socket);
+  if (!transfer.origin().secure) plainSockets_.push_back({socket, &transfer, {}});
 }
 
 int SessionCore::socketClosed(void* self, curl_socket_t socket) noexcept {
-  auto& sockets = static_cast<SessionCore*>(self)->plainSockets_;
-  std::erase_if(sockets, [socket](const auto& plain) { return plain.socket == socket; });
+  auto& core = *static_cast<SessionCore*>(self);
+  std::erase_if(core.plainSockets_, [socket](const auto& plain) { return plain.socket == socket; });
+  core.engine_.socketClosed(socket);
   return ::close(socket);
 }
 
@@ -182,8 +187,7 @@ int SessionCore::onTimer(CURLM*, long milliseconds, void* self) noexcept {
     if (milliseconds < 0) {
       core.engine_.timers().remove(core);
     } else {
-      core.engine_.timers().set(core,
-                                core.engine_.now() + std::chrono::milliseconds(milliseconds));
+      core.engine_.timers().set(core, core.engine_.now() + std::chrono::milliseconds(milliseconds));
     }
     return 0;
   } catch (...) {

@@ -1,11 +1,12 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <Platform/URLLoading/Curl/Engine.hpp>
 #include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
 #include <Platform/URLLoading/URLSessionConfiguration.hpp>
+
+#include <curl/curl.h>
+
 #include <memory>
 #include <vector>
 
@@ -15,8 +16,8 @@ class Transfer;
 
 /// The part of a session that lives on the loop thread: its connections, its cookies, its queues.
 ///
-/// One libcurl multi handle a session: connections, and with them what was once trusted, are never shared between
-/// sessions.
+/// One libcurl multi handle a session: connections, and with them what was once trusted, are never
+/// shared between sessions.
 class SessionCore final : public std::enable_shared_from_this<SessionCore>, private Timer {
  public:
   SessionCore(Engine& engine, const URLSessionConfiguration& configuration, ProxySettings proxies);
@@ -61,6 +62,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   struct PlainSocket {
     int socket;
     const Transfer* user;
+    Clock::time_point checked;  // the round in which it was last found to be quiet
   };
 
   void open();

@@ -4,14 +4,15 @@
 #include <Platform/URLLoading/Curl/SessionCore.hpp>
 #include <Platform/URLLoading/Curl/Task.hpp>
 #include <Platform/URLLoading/Curl/Transfer.hpp>
+
 #include <algorithm>
 
 namespace tarn::detail {
 
 namespace {
 
-/// Hands the delegate's answer to the loop, once. Dropped without an answer, it cancels the task, which would otherwise
-/// wait for ever.
+/// Hands the delegate's answer to the loop, once. Dropped without an answer, it cancels the task,
+/// which would otherwise wait for ever.
 class RedirectAnswer {
  public:
   RedirectAnswer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core)
@@ -74,8 +75,8 @@ std::optional<Error> CurlTask::error() const {
   return error_;
 }
 
-// The state is changed here and acted upon on the loop, which looks at the state as it is then: however the two are
-// interleaved between threads, the last change is the one that holds.
+// The state is changed here and acted upon on the loop, which looks at the state as it is then:
+// however the two are interleaved between threads, the last change is the one that holds.
 void CurlTask::resume() {
   auto expected = State::suspended;
   if (state_.compare_exchange_strong(expected, State::running)) post(&CurlTask::reconcile);
@@ -154,8 +155,9 @@ void CurlTask::countReceived(std::size_t bytes) noexcept {
 }
 
 void CurlTask::addData(const std::uint8_t* bytes, std::size_t size, std::int64_t expected) {
-  // Room for all that is announced saves the receiver from copying when it puts the pieces together; a length is only
-  // a claim, so beyond this much the storage grows with what really comes.
+  // Room for all that is announced saves the receiver from copying when it puts the pieces
+  // together; a length is only a claim, so beyond this much the storage grows with what really
+  // comes.
   constexpr std::int64_t mostReserved = 4 * 1024 * 1024;
   Data& data = mailbox_.outgoing().data;
   if (data.empty() && expected > static_cast<std::int64_t>(size)) {
@@ -195,16 +197,17 @@ void CurlTask::planDelivery() {
   deliveryPlanned_ = true;
 }
 
-void CurlTask::flush() noexcept {
+bool CurlTask::flush() noexcept {
   deliveryPlanned_ = false;
-  guarded("URL loading", [this] {
-    if (mailbox_.flush()) schedule();
-  });
+  bool needed = false;
+  guarded("URL loading", [&] { needed = mailbox_.flush(); });
+  return needed;
 }
 
-void CurlTask::schedule() {
-  // An operation holds the task, so the queue may outlive all other owners.
-  session_->queue().addOperation([self = shared_from_this()] { self->deliver(); });
+// While an operation has to be added the last event is still to come, and with it the session is
+// held.
+const std::shared_ptr<OperationQueue>& CurlTask::queue() const noexcept {
+  return session_->queue();
 }
 
 void CurlTask::deliver() noexcept {
@@ -215,7 +218,8 @@ void CurlTask::deliver() noexcept {
   const auto next = mailbox_.delivered(bytes);
   guarded("URL loading", [&] {
     if (next.room) post(&CurlTask::continueReading);
-    if (next.more) schedule();
+    // An operation holds the task, so the queue may outlive all other owners.
+    if (next.more) queue()->addOperation([self = shared_from_this()] { self->deliver(); });
   });
   if (!last) return;
   delegate_.reset();
@@ -236,11 +240,9 @@ void CurlTask::tell(TaskEvents& events) noexcept {
 
 void CurlTask::tellRedirect(RedirectQuestion& question) {
   auto answer = std::make_shared<RedirectAnswer>(shared_from_this(), core_);
-  delegate_->willPerformHTTPRedirection(*session_, *this, question.response,
-                                        std::move(question.newRequest),
-                                        [answer](std::optional<URLRequest> request) {
-                                          answer->give(std::move(request));
-                                        });
+  delegate_->willPerformHTTPRedirection(
+      *session_, *this, question.response, std::move(question.newRequest),
+      [answer](std::optional<URLRequest> request) { answer->give(std::move(request)); });
 }
 
 void CurlTask::tellCompletion() { delegate_->didComplete(*session_, *this, error()); }

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <Platform/Dispatch/Mutex.hpp>
+#include <Platform/Dispatch/OperationQueue.hpp>
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/Curl/Mailbox.hpp>
 #include <Platform/URLLoading/URLSessionDelegate.hpp>
 #include <Platform/URLLoading/URLSessionTask.hpp>
+
 #include <atomic>
 #include <memory>
 #include <optional>
@@ -15,10 +17,12 @@ class CurlSession;
 class SessionCore;
 class Transfer;
 
-/// One task: what any thread sees of it, its transfer on the loop thread, and its events on the delegate queue.
+/// One task: what any thread sees of it, its transfer on the loop thread, and its events on the
+/// delegate queue.
 class CurlTask final : public URLSessionDataTask, public std::enable_shared_from_this<CurlTask> {
  public:
-  /// `delegate` is null where the session is invalid already; a task that is not `admitted` fails when it is resumed.
+  /// `delegate` is null where the session is invalid already; a task that is not `admitted` fails
+  /// when it is resumed.
   CurlTask(std::int64_t identifier, std::shared_ptr<CurlSession> session,
            std::shared_ptr<URLSessionDelegate> delegate, URLRequest request, bool admitted);
   ~CurlTask() override;
@@ -50,7 +54,12 @@ class CurlTask final : public URLSessionDataTask, public std::enable_shared_from
   void redirectAnswered(std::optional<URLRequest> request);
 
   // On the loop thread, by the engine.
-  void flush() noexcept;
+  /// Makes the events of this round visible. True: `deliver()` has to be put on the queue.
+  bool flush() noexcept;
+  const std::shared_ptr<OperationQueue>& queue() const noexcept;
+
+  /// On the queue: tells the delegate what there is.
+  void deliver() noexcept;
 
  private:
   void post(void (CurlTask::*action)());
@@ -58,9 +67,7 @@ class CurlTask final : public URLSessionDataTask, public std::enable_shared_from
   void continueReading();
   void begin();
   void planDelivery();
-  void schedule();
 
-  void deliver() noexcept;
   void tell(TaskEvents& events) noexcept;
   void tellRedirect(RedirectQuestion& question);
   void tellCompletion();
@@ -82,7 +89,8 @@ class CurlTask final : public URLSessionDataTask, public std::enable_shared_from
   bool finished_ = false;
   bool deliveryPlanned_ = false;
 
-  // Used by the events only, one at a time; let go after the last, so that a finished task holds no session.
+  // Used by the events only, one at a time; let go after the last, so that a finished task holds no
+  // session.
   std::shared_ptr<CurlSession> session_;
   std::shared_ptr<URLSessionDelegate> delegate_;
 };

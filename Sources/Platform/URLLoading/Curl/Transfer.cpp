@@ -5,6 +5,7 @@
 #include <Platform/URLLoading/Curl/SessionCore.hpp>
 #include <Platform/URLLoading/Curl/Task.hpp>
 #include <Platform/URLLoading/Curl/Transfer.hpp>
+
 #include <algorithm>
 #include <cmath>
 
@@ -17,7 +18,9 @@ Clock::duration clamped(TimeInterval interval) noexcept {
   return std::chrono::duration_cast<Clock::duration>(std::min(interval, longest));
 }
 
-bool isUsable(TimeInterval interval) noexcept { return interval.count() > 0; }  // not for NaN either
+bool isUsable(TimeInterval interval) noexcept {
+  return interval.count() > 0;
+}  // not for NaN either
 
 // A request that was not given an interval of its own has the default one.
 Clock::duration idleLimit(const URLRequest& request,
@@ -93,7 +96,13 @@ void Transfer::attach() {
 }
 
 void Transfer::leaveConnection() noexcept {
-  if (easy_) core_->detach(*this, easy_.get());
+  if (easy_) {
+    // libcurl forgets to free what it holds back for a paused transfer: here it gets rid of it.
+    discarding_ = true;
+    curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
+    discarding_ = false;
+    core_->detach(*this, easy_.get());
+  }
   easy_.reset();
   headerLines_.reset();
   try {
@@ -125,7 +134,8 @@ void Transfer::transferEnded(CURLcode result) noexcept {
   }
   leaveConnection();
   if (stage_ == Stage::asking) return;
-  // A redirect is known by its head: whether its body, which nobody may want, came whole does not matter.
+  // A redirect is known by its head: whether its body, which nobody may want, came whole does not
+  // matter.
   guarded(redirectResponse_ ? &Transfer::askRedirect : &Transfer::conclude);
 }
 
@@ -143,8 +153,19 @@ void Transfer::conclude() {
 std::optional<URLError> Transfer::failureOf(CURLcode result) {
   if (refusal_) return std::move(refusal_);
   if (result == CURLE_OK) {
-    if (head_.complete()) return std::nullopt;
-    return error(URLError::networkConnectionLost, "The connection ended within the answer's head.");
+    if (!head_.complete()) {
+      return error(URLError::networkConnectionLost,
+                   "The connection ended within the answer's head.");
+    }
+    // Over HTTP/2 libcurl may call a paused transfer done and drop what it still kept.
+    if (heldBack_) {
+      return error(URLError::networkConnectionLost, "The end of the body was lost while paused.");
+    }
+    // Whoever can cut a connection can cut such a body, unless TLS itself says that it is whole.
+    if (endOfBody_ && !endOfBody_->endedProperly) {
+      return error(URLError::networkConnectionLost, "The connection was cut within the body.");
+    }
+    return std::nullopt;
   }
   long systemError = 0;
   long requestSize = 0;
@@ -228,8 +249,8 @@ void Transfer::timerFired() noexcept {
   }
   if (redirectBodyFull_ && stage_ == Stage::running) return guarded(&Transfer::askRedirect);
   if (idleTimeCounts() && now >= lastProgress_ + idleLimit_) {
-    return finish(URLError(URLError::timedOut, "Nothing moved for too long.",
-                           request_->url().redacted()));
+    return finish(
+        URLError(URLError::timedOut, "Nothing moved for too long.", request_->url().redacted()));
   }
   guarded(&Transfer::armTimer);
 }
@@ -266,7 +287,10 @@ void Transfer::follow() {
   requestCount_ = 0;
   head_ = HeadParser();
   bodyStarted_ = false;
+  heldBack_ = false;
   redirectResponse_.reset();
+  tls_.reset();
+  endOfBody_.reset();
   redirectBody_.clear();
   redirectBodyFull_ = false;
   decoder_.reset();

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/Curl/ContentDecoder.hpp>
 #include <Platform/URLLoading/Curl/HeadParser.hpp>
@@ -10,6 +8,9 @@
 #include <Platform/URLLoading/Curl/TimerHeap.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
+
+#include <curl/curl.h>
+
 #include <array>
 #include <memory>
 #include <optional>
@@ -22,9 +23,11 @@ class CurlTask;
 class SessionCore;
 struct TLSRecord;
 
-/// A task under way, from its first resume() to its end: waits for a connection, drives libcurl, follows redirects.
+/// A task under way, from its first resume() to its end: waits for a connection, drives libcurl,
+/// follows redirects.
 ///
-/// On the loop thread only. Owned by its task and keeps it alive; `finish` ends both, so nothing may be touched after it.
+/// On the loop thread only. Owned by its task and keeps it alive; `finish` ends both, so nothing
+/// may be touched after it.
 class Transfer final : private Timer {
  public:
   Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core);
@@ -49,8 +52,8 @@ class Transfer final : private Timer {
  private:
   friend struct TransferCallbacks;
 
-  /// queued: waits for a slot. running: libcurl has it. asking: the delegate decides on a redirect. draining: libcurl is
-  /// done, the decoder still holds more than the delegate has room for.
+  /// queued: waits for a slot. running: libcurl has it. asking: the delegate decides on a redirect.
+  /// draining: libcurl is done, the decoder still holds more than the delegate has room for.
   enum class Stage { queued, running, asking, draining };
 
   void enterQueue();
@@ -62,8 +65,9 @@ class Transfer final : private Timer {
   void guarded(void (Transfer::*action)()) noexcept;
 
   // What libcurl calls; see TransferCallbacks.
-  std::size_t headLine(const char* text, std::size_t size);
+  std::size_t headLines(std::string_view text);
   std::size_t bodyPart(const std::uint8_t* bytes, std::size_t size);
+  std::size_t takeBodyPart(const std::uint8_t* bytes, std::size_t size);
   std::size_t readBody(char* buffer, std::size_t size);
   int seekBody(curl_off_t offset) noexcept;
   int requestStarts();
@@ -105,6 +109,8 @@ class Transfer final : private Timer {
   bool hasSlot_ = false;
   bool suspended_ = false;
   bool backedUp_ = false;
+  bool heldBack_ = false;    // libcurl keeps a part of the body, to offer it again
+  bool discarding_ = false;  // what it still offers is no longer wanted
   int redirectCount_ = 0;
   std::optional<URLRequest> answer_;  // to the last redirect
   Clock::time_point lastProgress_;
@@ -123,9 +129,10 @@ class Transfer final : private Timer {
   std::shared_ptr<const HTTPURLResponse> redirectResponse_;
   std::string redirectBody_;  // as it came, should the delegate want it
   bool redirectBodyFull_ = false;
-  std::shared_ptr<TLSRecord> tls_;
-  std::optional<URLError> refusal_;  // why a callback of ours made libcurl stop
-  std::optional<URLError> outcome_;  // of libcurl's part
+  std::shared_ptr<TLSRecord> tls_;              // of the connection opened for this transfer
+  std::shared_ptr<const TLSRecord> endOfBody_;  // of the connection whose end is that of the body
+  std::optional<URLError> refusal_;             // why a callback of ours made libcurl stop
+  std::optional<URLError> outcome_;             // of libcurl's part
   std::array<char, CURL_ERROR_SIZE> curlText_{};
 };
 

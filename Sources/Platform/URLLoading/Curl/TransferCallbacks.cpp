@@ -1,19 +1,20 @@
-#include <sys/socket.h>
-
 #include <Platform/Trust/TLSVerification.hpp>
 #include <Platform/URLLoading/Curl/Redirects.hpp>
 #include <Platform/URLLoading/Curl/SessionCore.hpp>
 #include <Platform/URLLoading/Curl/Task.hpp>
 #include <Platform/URLLoading/Curl/Transfer.hpp>
+
 #include <algorithm>
 #include <cstring>
+#include <sys/socket.h>
 
 // The part of Transfer that libcurl calls.
 namespace tarn::detail {
 
 namespace {
 
-// So much of a redirecting answer's body is kept for a delegate that may want it, before it is asked.
+// So much of a redirecting answer's body is kept for a delegate that may want it, before it is
+// asked.
 constexpr std::size_t mostRedirectBody = 256 * 1024;
 
 }  // namespace
@@ -36,7 +37,7 @@ struct TransferCallbacks {
   }
 
   static std::size_t header(char* text, std::size_t, std::size_t size, void* self) noexcept {
-    return guarded(self, std::size_t{0}, [&](Transfer& t) { return t.headLine(text, size); });
+    return guarded(self, std::size_t{0}, [&](Transfer& t) { return t.headLines({text, size}); });
   }
   static std::size_t write(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
     return guarded(self, std::size_t{CURL_WRITEFUNC_ERROR}, [&](Transfer& t) {
@@ -51,8 +52,7 @@ struct TransferCallbacks {
     return static_cast<Transfer*>(self)->seekBody(offset);
   }
   static int beforeRequest(void* self, char*, char*, int, int) noexcept {
-    return guarded(self, int{CURL_PREREQFUNC_ABORT},
-                   [](Transfer& t) { return t.requestStarts(); });
+    return guarded(self, int{CURL_PREREQFUNC_ABORT}, [](Transfer& t) { return t.requestStarts(); });
   }
   static int progress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) noexcept {
     auto& transfer = *static_cast<Transfer*>(self);
@@ -98,10 +98,8 @@ void Transfer::configure(CURL* easy) {
     setOption(easy, CURLOPT_XFERINFODATA, static_cast<void*>(this));
     setOption(easy, CURLOPT_NOPROGRESS, 0L);
   }
-  if (!request_->allowsResend()) {
-    setOption(easy, CURLOPT_PREREQFUNCTION, &TransferCallbacks::beforeRequest);
-    setOption(easy, CURLOPT_PREREQDATA, static_cast<void*>(this));
-  }
+  setOption(easy, CURLOPT_PREREQFUNCTION, &TransferCallbacks::beforeRequest);
+  setOption(easy, CURLOPT_PREREQDATA, static_cast<void*>(this));
   if (origin_.secure) {
     setOption(easy, CURLOPT_SSL_CTX_FUNCTION, &TransferCallbacks::sslContext);
     setOption(easy, CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
@@ -110,24 +108,33 @@ void Transfer::configure(CURL* easy) {
 
 void Transfer::progressed() noexcept { lastProgress_ = core_->engine().now(); }
 
-std::size_t Transfer::headLine(const char* text, std::size_t size) {
+// Usually one line; those that came while the transfer was paused come all at once.
+std::size_t Transfer::headLines(std::string_view text) {
+  const std::size_t size = text.size();
+  if (discarding_) return size;
   progressed();
-  switch (head_.line({text, size})) {
-    case HeadParser::Event::none:
-      return size;
-    case HeadParser::Event::headComplete:
-      answerArrived();
-      return size;
-    case HeadParser::Event::refused:
-      break;
+  while (!text.empty()) {
+    const auto end = std::min(text.find('\n'), text.size() - 1) + 1;
+    const auto event = head_.line(text.substr(0, end));
+    if (event == HeadParser::Event::headComplete) answerArrived();
+    if (event == HeadParser::Event::refused) {
+      refusal_ = error(URLError::cannotParseResponse, head_.refusal());
+      return 0;
+    }
+    text.remove_prefix(end);
   }
-  refusal_ = error(URLError::cannotParseResponse, head_.refusal());
-  return 0;
+  return size;
 }
 
 void Transfer::answerArrived() {
   core_->setMultiplexed(origin_, head_.httpVersion() == "HTTP/2");
   const auto length = head_.announcedLength().value_or(-1);
+  if (origin_.secure && head_.bodyEndsWithConnection()) {
+    curl_tlssessioninfo* tls = nullptr;
+    curl_easy_getinfo(easy_.get(), CURLINFO_TLS_SSL_PTR, &tls);
+    if (tls != nullptr && tls->internals != nullptr)
+      endOfBody_ = recordOfConnection(tls->internals);
+  }
   if (isRedirect(head_.statusCode(), head_.fields())) {
     redirectResponse_ = makeResponse(length);
   } else {
@@ -142,7 +149,7 @@ std::shared_ptr<const HTTPURLResponse> Transfer::makeResponse(std::int64_t expec
   decoder_ = encoding && hasBody ? ContentDecoder::forCodings(*encoding) : nullptr;
   if (decoder_) expectedContentLength = -1;
   return std::make_shared<const HTTPURLResponse>(request_->url(), status, head_.httpVersion(),
-                                                 head_.fields(), expectedContentLength);
+                                                 head_.takeFields(), expectedContentLength);
 }
 
 void Transfer::publishResponse(std::shared_ptr<const HTTPURLResponse> response) {
@@ -151,6 +158,13 @@ void Transfer::publishResponse(std::shared_ptr<const HTTPURLResponse> response) 
 }
 
 std::size_t Transfer::bodyPart(const std::uint8_t* bytes, std::size_t size) {
+  if (discarding_) return size;
+  const std::size_t result = takeBodyPart(bytes, size);
+  heldBack_ = result == CURL_WRITEFUNC_PAUSE;
+  return result;
+}
+
+std::size_t Transfer::takeBodyPart(const std::uint8_t* bytes, std::size_t size) {
   if (suspended_) return CURL_WRITEFUNC_PAUSE;
   progressed();
   if (redirectResponse_) return holdRedirectBody(bytes, size);
@@ -220,7 +234,8 @@ int Transfer::seekBody(curl_off_t offset) noexcept {
 
 // libcurl sends a request again when a kept-alive connection turns out to be dead.
 int Transfer::requestStarts() {
-  if (++requestCount_ == 1) return CURL_PREREQFUNC_OK;
+  progressed();  // a connection stands
+  if (++requestCount_ == 1 || request_->allowsResend()) return CURL_PREREQFUNC_OK;
   refusal_ = error(URLError::networkConnectionLost,
                    "The connection was lost, and the request must not be sent again.");
   return CURL_PREREQFUNC_ABORT;
@@ -233,9 +248,8 @@ CURLcode Transfer::prepareTLS(void* context) {
 }
 
 curl_socket_t Transfer::openSocket(const curl_sockaddr& address) {
-  const int socket =
-      ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
-  if (socket >= 0 && !origin_.secure) core_->socketOpened(socket, *this);
+  const int socket = ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
+  if (socket >= 0) core_->socketOpened(socket, *this);
   return socket;
 }
 

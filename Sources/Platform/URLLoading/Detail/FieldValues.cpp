@@ -1,6 +1,7 @@
 #include <Platform/Types/Data.hpp>
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
+
 #include <algorithm>
 
 namespace tarn::detail {

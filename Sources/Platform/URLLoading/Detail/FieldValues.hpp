@@ -16,7 +16,7 @@ bool isToken(std::string_view text) noexcept;
 
 /// A field value of the form `value; name=text; name="quoted \"text\""` (RFC 9110, 5.6.6).
 struct ParameterizedValue {
-  std::string value;                                             ///< in lower case
+  std::string value;                                            ///< in lower case
   std::vector<std::pair<std::string, std::string>> parameters;  ///< names in lower case, unquoted
 
   std::optional<std::string_view> parameter(std::string_view name) const noexcept;
@@ -27,8 +27,8 @@ ParameterizedValue parseParameterizedValue(std::string_view text);
 /// The items of a comma-separated list, trimmed, empty ones left out.
 std::vector<std::string_view> listItems(std::string_view text);
 
-/// The file name of a Content-Disposition value, the last valid one; `filename*` in UTF-8 or ISO-8859-1
-/// (RFC 6266, RFC 8187).
+/// The file name of a Content-Disposition value, the last valid one; `filename*` in UTF-8 or
+/// ISO-8859-1 (RFC 6266, RFC 8187).
 std::optional<std::string> contentDispositionFilename(std::string_view value);
 
 }  // namespace tarn::detail

@@ -1,6 +1,7 @@
 #include <Platform/Types/Data.hpp>
 #include <Platform/Types/URL.hpp>
 #include <Platform/URLLoading/Detail/SuggestedFilename.hpp>
+
 #include <algorithm>
 #include <array>
 #include <utility>

@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <Platform/URLLoading/Curl/ContentDecoder.hpp>
 #include <Platform/URLLoading/LoadingFixture.hpp>
 #include <Support/Compression.hpp>
+
+#include <gtest/gtest.h>
 
 namespace tarn::test {
 namespace {
@@ -76,8 +76,7 @@ INSTANTIATE_TEST_SUITE_P(
         CodingRow{"gzip", "gzip", gzip("hello"), "hello"},
         CodingRow{"x-gzip", "X-GZip", gzip("hello"), "hello"},
         CodingRow{"long gzip", "gzip", gzip(longText()), longText()},
-        CodingRow{"empty gzip", "gzip", gzip(""), ""},
-        CodingRow{"no body", "gzip", "", ""},
+        CodingRow{"empty gzip", "gzip", gzip(""), ""}, CodingRow{"no body", "gzip", "", ""},
         CodingRow{"two members", "gzip", gzip("hel") + gzip("lo"), "hello"},
         CodingRow{"three members, one empty", "gzip", gzip("hel") + gzip("") + gzip("lo"), "hello"},
         CodingRow{"padding", "gzip", gzip("hello") + std::string(1000, '\0'), "hello"},
@@ -97,7 +96,8 @@ INSTANTIATE_TEST_SUITE_P(Unknown, ContentCoding,
 
 TEST(ContentDecoding, HeadHasNothingToDecode) {
   ScriptedServer server;
-  server.route("/", Script().respond(200, {{"Content-Encoding", "gzip"}, {"Content-Length", "50"}}));
+  server.route("/",
+               Script().respond(200, {{"Content-Encoding", "gzip"}, {"Content-Length", "50"}}));
   RecordedSession session;
   auto request = RecordedSession::request(server.url("/"));
   request.setHTTPMethod("HEAD");
@@ -106,7 +106,8 @@ TEST(ContentDecoding, HeadHasNothingToDecode) {
   EXPECT_EQ(loaded.response->expectedContentLength(), 50);
 }
 
-// 64 MiB of nothing, thrice packed, fit into a few hundred bytes: what the delegate has not taken must not pile up.
+// 64 MiB of nothing, thrice packed, fit into a few hundred bytes: what the delegate has not taken
+// must not pile up.
 TEST(ContentDecoding, ABombIsReadNoFasterThanItIsTaken) {
   constexpr std::size_t size = 64 << 20;
   const auto bomb = gzip(gzip(gzip(std::string(size, '\0'))));

@@ -1,9 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/LoadingFixture.hpp>
 #include <Support/Compression.hpp>
 #include <Support/Ports.hpp>
+
+#include <gtest/gtest.h>
 
 namespace tarn::test {
 namespace {
@@ -15,7 +15,7 @@ struct FaultRow {
   const char* name;
   Script script;
   std::int64_t code;  // 0: no failure
-  const char* body;   // what the delegate has been given before; null where that is a matter of luck
+  const char* body;  // what the delegate has been given before; null where that is a matter of luck
 };
 
 void PrintTo(const FaultRow& row, std::ostream* out) { *out << row.name; }
@@ -73,11 +73,10 @@ INSTANTIATE_TEST_SUITE_P(
         FaultRow{"a line of 150 KB",
                  Script().send(headOf("X: " + std::string(150000, 'x') + "\r\n")).close(),
                  URLError::cannotParseResponse, ""},
-        FaultRow{"300 KB of lines",
-                 Script()
-                     .send(headOf(manyLines(310, "X: " + std::string(1000, 'x') + "\r\n")))
-                     .close(),
-                 URLError::cannotParseResponse, ""},
+        FaultRow{
+            "300 KB of lines",
+            Script().send(headOf(manyLines(310, "X: " + std::string(1000, 'x') + "\r\n"))).close(),
+            URLError::cannotParseResponse, ""},
         FaultRow{"5001 lines", Script().send(headOf(manyLines(5001, "X: y\r\n"))).close(),
                  URLError::cannotParseResponse, ""},
         FaultRow{"endless interim answers", Script().repeatForever("HTTP/1.1 103 Early\r\n\r\n"),
@@ -89,30 +88,32 @@ Script withLength(const std::string& fields, const char* body) {
 
 INSTANTIATE_TEST_SUITE_P(
     ContentLength, ServerFault,
-    testing::Values(
-        FaultRow{"negative", withLength("Content-Length: -5\r\n", "hello"),
-                 URLError::cannotParseResponse, ""},
-        FaultRow{"two that differ",
-                 withLength("Content-Length: 5\r\nContent-Length: 6\r\n", "hello"),
-                 URLError::cannotParseResponse, ""},
-        FaultRow{"two that agree", withLength("Content-Length: 5\r\nContent-Length: 5\r\n", "hello"),
-                 0, "hello"},
-        FaultRow{"a list", withLength("Content-Length: 5, 5\r\n", "hello"),
-                 URLError::cannotParseResponse, ""},
-        FaultRow{"digits and letters", withLength("Content-Length: 5abc\r\n", "hello"),
-                 URLError::cannotParseResponse, ""},
-        FaultRow{"a plus sign", withLength("Content-Length: +5\r\n", "hello"),
-                 URLError::cannotParseResponse, ""},
-        FaultRow{"hexadecimal", withLength("Content-Length: 0x5\r\n", "hello"),
-                 URLError::cannotParseResponse, ""},
-        FaultRow{"empty", withLength("Content-Length:\r\n", "hello"), URLError::cannotParseResponse,
-                 ""},
-        FaultRow{"more than 64 bits", withLength("Content-Length: 18446744073709551617\r\n", "hello"),
-                 URLError::cannotParseResponse, ""},
-        FaultRow{"leading zeros", withLength("Content-Length: 0000000000000000005\r\n", "hello"), 0,
-                 "hello"},
-        FaultRow{"huge", withLength("Content-Length: 9223372036854775807\r\n", "hello"),
-                 URLError::networkConnectionLost, "hello"}));
+    testing::Values(FaultRow{"negative", withLength("Content-Length: -5\r\n", "hello"),
+                             URLError::cannotParseResponse, ""},
+                    FaultRow{"two that differ",
+                             withLength("Content-Length: 5\r\nContent-Length: 6\r\n", "hello"),
+                             URLError::cannotParseResponse, ""},
+                    FaultRow{"two that agree",
+                             withLength("Content-Length: 5\r\nContent-Length: 5\r\n", "hello"), 0,
+                             "hello"},
+                    FaultRow{"a list", withLength("Content-Length: 5, 5\r\n", "hello"),
+                             URLError::cannotParseResponse, ""},
+                    FaultRow{"digits and letters", withLength("Content-Length: 5abc\r\n", "hello"),
+                             URLError::cannotParseResponse, ""},
+                    FaultRow{"a plus sign", withLength("Content-Length: +5\r\n", "hello"),
+                             URLError::cannotParseResponse, ""},
+                    FaultRow{"hexadecimal", withLength("Content-Length: 0x5\r\n", "hello"),
+                             URLError::cannotParseResponse, ""},
+                    FaultRow{"empty", withLength("Content-Length:\r\n", "hello"),
+                             URLError::cannotParseResponse, ""},
+                    FaultRow{"more than 64 bits",
+                             withLength("Content-Length: 18446744073709551617\r\n", "hello"),
+                             URLError::cannotParseResponse, ""},
+                    FaultRow{"leading zeros",
+                             withLength("Content-Length: 0000000000000000005\r\n", "hello"), 0,
+                             "hello"},
+                    FaultRow{"huge", withLength("Content-Length: 9223372036854775807\r\n", "hello"),
+                             URLError::networkConnectionLost, "hello"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Body, ServerFault,
@@ -152,18 +153,19 @@ std::string cut(const std::string& bytes) { return bytes.substr(0, bytes.size() 
 
 INSTANTIATE_TEST_SUITE_P(
     Coding, ServerFault,
-    testing::Values(
-        FaultRow{"no gzip at all", encoded("gzip", "plain text"), URLError::cannotDecodeRawData, ""},
-        FaultRow{"truncated gzip", encoded("gzip", gzip("hello").substr(0, 12)),
-                 URLError::cannotDecodeRawData, nullptr},
-        FaultRow{"gzip without its check sum", encoded("gzip", cut(gzip("hello"))),
-                 URLError::cannotDecodeRawData, "hello"},
-        FaultRow{"no deflate at all", encoded("deflate", "\xFF\xFF\xFF\xFF"),
-                 URLError::cannotDecodeRawData, ""},
-        FaultRow{"truncated deflate", encoded("deflate", cut(zlibDeflate(std::string(99, 'x')))),
-                 URLError::cannotDecodeRawData, nullptr},
-        FaultRow{"six layers", encoded("gzip,gzip,gzip,gzip,gzip,gzip", "x"),
-                 URLError::cannotDecodeRawData, ""}));
+    testing::Values(FaultRow{"no gzip at all", encoded("gzip", "plain text"),
+                             URLError::cannotDecodeRawData, ""},
+                    FaultRow{"truncated gzip", encoded("gzip", gzip("hello").substr(0, 12)),
+                             URLError::cannotDecodeRawData, nullptr},
+                    FaultRow{"gzip without its check sum", encoded("gzip", cut(gzip("hello"))),
+                             URLError::cannotDecodeRawData, "hello"},
+                    FaultRow{"no deflate at all", encoded("deflate", "\xFF\xFF\xFF\xFF"),
+                             URLError::cannotDecodeRawData, ""},
+                    FaultRow{"truncated deflate",
+                             encoded("deflate", cut(zlibDeflate(std::string(99, 'x')))),
+                             URLError::cannotDecodeRawData, nullptr},
+                    FaultRow{"six layers", encoded("gzip,gzip,gzip,gzip,gzip,gzip", "x"),
+                             URLError::cannotDecodeRawData, ""}));
 
 TEST(ServerFaultText, DamagedGzipIsNotTakenForTheBody) {
   ScriptedServer server;

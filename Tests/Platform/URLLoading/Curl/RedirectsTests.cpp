@@ -1,9 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/Curl/Redirects.hpp>
 #include <Platform/URLLoading/LoadingFixture.hpp>
 #include <Support/Compression.hpp>
+
+#include <gtest/gtest.h>
+
 #include <tuple>
 
 namespace tarn::test {
@@ -28,9 +29,7 @@ struct MethodRow {
   bool keepsBody;
 };
 
-void PrintTo(const MethodRow& row, std::ostream* out) {
-  *out << row.status << " " << row.method;
-}
+void PrintTo(const MethodRow& row, std::ostream* out) { *out << row.status << " " << row.method; }
 
 class RedirectMethod : public testing::TestWithParam<MethodRow> {};
 
@@ -247,7 +246,8 @@ TEST(Redirects, ADeclinedRedirectIsTheAnswerWithItsBody) {
     if (encoded) headers.emplace_back("Content-Encoding", "gzip");
     server.route("/from", Script().respond(302, headers, encoded ? gzip("moved") : "moved"));
     RecordedSession session;
-    session.delegate().onRedirect = [](URLSessionTask& task, const URLRequest&, const auto& answer) {
+    session.delegate().onRedirect = [](URLSessionTask& task, const URLRequest&,
+                                       const auto& answer) {
       EXPECT_EQ(task.response(), nullptr);
       answer(std::nullopt);
     };
@@ -282,10 +282,9 @@ TEST(Redirects, AnEndlessBodyDoesNotHoldUpTheRedirect) {
 
 TEST(Redirects, ABodyThatBreaksOffDoesNotMatter) {
   ScriptedServer server;
-  server.route("/from", Script()
-                            .head(302, {{"Location", "/to"}, {"Content-Length", "100"}})
-                            .send("short")
-                            .close());
+  server.route(
+      "/from",
+      Script().head(302, {{"Location", "/to"}, {"Content-Length", "100"}}).send("short").close());
   server.route("/to", Script().respond(200, {}, "there"));
   RecordedSession session;
   EXPECT_EQ(session.load(server.url("/from")).text(), "there");

@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/LoadingFixture.hpp>
 #include <Support/Ports.hpp>
+
+#include <gtest/gtest.h>
 
 namespace tarn::test {
 namespace {
@@ -51,7 +51,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(StallRow{"no answer", Script().stall()},
                     StallRow{"after an interim answer", Script().interim(103).stall()},
                     StallRow{"within the head", Script().send("HTTP/1.1 200 OK\r\nX: ").stall()},
-                    StallRow{"after the head", Script().head(200, {{"Content-Length", "9"}}).stall()},
+                    StallRow{"after the head",
+                             Script().head(200, {{"Content-Length", "9"}}).stall()},
                     StallRow{"within the body",
                              Script().head(200, {{"Content-Length", "9"}}).send("part").stall()}));
 
@@ -72,9 +73,9 @@ TEST(TimeOut, OfTheSessionHoldsForRequestsWithoutTheirOwn) {
 
 TEST(TimeOut, DoesNotEndWhatDripsOn) {
   ScriptedServer server;
-  server.route("/", Script()
-                        .head(200, {{"Content-Length", "12"}})
-                        .drip("drip drip on", 1, Milliseconds(100)));
+  server.route(
+      "/",
+      Script().head(200, {{"Content-Length", "12"}}).drip("drip drip on", 1, Milliseconds(100)));
   RecordedSession session;
   const auto loaded = session.load(impatient(server.url("/"), 0.6));
   EXPECT_EQ(loaded.code(), 0);
@@ -128,7 +129,8 @@ TEST(TimeOut, StandsStillWhileQueuedBehindTheHostLimit) {
 
 TEST(TimeOut, StandsStillWhileSuspended) {
   ScriptedServer server;
-  server.route("/", Script().head(200, {{"Content-Length", "8"}}).send("part").stall().send("rest"));
+  server.route("/",
+               Script().head(200, {{"Content-Length", "8"}}).send("part").stall().send("rest"));
   ScriptedServer clock;
   clock.route("/", Script().delay(Milliseconds(700)).respond(200));
   RecordedSession session;
@@ -152,7 +154,8 @@ TEST(TimeOut, StandsStillWhileTheDelegateDecidesOnARedirect) {
   RecordedSession session;
   RecordingDelegate::RedirectAnswer answer;
   std::optional<URLRequest> offered;
-  session.delegate().onRedirect = [&](URLSessionTask&, const URLRequest& request, const auto& reply) {
+  session.delegate().onRedirect = [&](URLSessionTask&, const URLRequest& request,
+                                      const auto& reply) {
     offered = request;
     answer = reply;
   };
@@ -190,13 +193,20 @@ struct BodyRow {
 
 TEST(Sending, BodiesOfEveryMethod) {
   for (const auto& row : std::vector<BodyRow>{
-           {"GET", nullptr, std::nullopt},   {"GET", "payload", "7"},
-           {"POST", nullptr, "0"},           {"POST", "", "0"},
-           {"POST", "payload", "7"},         {"PUT", nullptr, "0"},
-           {"PUT", "payload", "7"},          {"PATCH", nullptr, "0"},
-           {"PATCH", "payload", "7"},        {"DELETE", nullptr, std::nullopt},
-           {"DELETE", "payload", "7"},       {"OPTIONS", nullptr, std::nullopt},
-           {"M-SEARCH", "payload", "7"},     {"get", nullptr, std::nullopt},
+           {"GET", nullptr, std::nullopt},
+           {"GET", "payload", "7"},
+           {"POST", nullptr, "0"},
+           {"POST", "", "0"},
+           {"POST", "payload", "7"},
+           {"PUT", nullptr, "0"},
+           {"PUT", "payload", "7"},
+           {"PATCH", nullptr, "0"},
+           {"PATCH", "payload", "7"},
+           {"DELETE", nullptr, std::nullopt},
+           {"DELETE", "payload", "7"},
+           {"OPTIONS", nullptr, std::nullopt},
+           {"M-SEARCH", "payload", "7"},
+           {"get", nullptr, std::nullopt},
        }) {
     SCOPED_TRACE(std::string(row.method) + " " + (row.body ? row.body : "-"));
     ScriptedServer server;
@@ -290,7 +300,8 @@ TEST(Sending, ALargeBodyArrivesWhole) {
 
 TEST(Sending, AnEarlyAnswerEndsTheUpload) {
   ScriptedServer server;
-  server.route("/", Script::afterHead().respond(413, {{"Connection", "close"}}, "too large").close());
+  server.route("/",
+               Script::afterHead().respond(413, {{"Connection", "close"}}, "too large").close());
   RecordedSession session;
   auto request = RecordedSession::request(server.url("/"));
   request.setHTTPMethod("POST");
@@ -358,10 +369,8 @@ TEST(Receiving, AChunkedBodyHasNoKnownLengthWhateverIsAnnounced) {
 
 TEST(Receiving, AHugeAnnouncementReservesLittle) {
   ScriptedServer server;
-  server.route("/", Script()
-                        .head(200, {{"Content-Length", "9000000000000000000"}})
-                        .send("part")
-                        .close());
+  server.route(
+      "/", Script().head(200, {{"Content-Length", "9000000000000000000"}}).send("part").close());
   RecordedSession session;
   const auto loaded = session.load(server.url("/"));
   EXPECT_EQ(loaded.code(), URLError::networkConnectionLost);
@@ -401,6 +410,22 @@ TEST(Connections, OneWithUnaskedBytesIsNotUsedAgain) {
       0, [](const ConnectionRecord& record) { return record.bytesSent > 80; }));
   EXPECT_EQ(session.load(server.url("/second")).text(), "second");
   EXPECT_EQ(server.connectionCount(), 2u);
+}
+
+TEST(Connections, OneWithUnaskedBytesIsReplacedWithoutSendingTwice) {
+  ScriptedServer server;
+  server.route("/first", Script().respond(200, {}, "first").stall().send("unasked"));
+  server.route("/second", Script().respond(200, {}, "second"));
+  RecordedSession session;
+  EXPECT_EQ(session.load(server.url("/first")).text(), "first");
+  ASSERT_TRUE(server.waitForStalls(1));
+  server.releaseStalls();
+  ASSERT_TRUE(server.waitForConnection(
+      0, [](const ConnectionRecord& record) { return record.bytesSent > 47; }));
+  auto request = RecordedSession::request(server.url("/second"));
+  request.setAllowsResend(false);
+  EXPECT_EQ(session.load(request).text(), "second");
+  EXPECT_EQ(server.requestCount(), 2u);
 }
 
 TEST(Connections, OneThatTheServerClosedIsReplaced) {

@@ -1,0 +1,219 @@
+#include <Platform/Trust/TLSVerification.hpp>
+#include <Platform/Types/URLError.hpp>
+#include <Platform/URLLoading/LoadingFixture.hpp>
+
+#include <gtest/gtest.h>
+
+namespace tarn::test {
+namespace {
+
+/// An HTTPS server that answers "hello", with a certificate of the authority.
+struct SecureServer : ScriptedServer {
+  explicit SecureServer(const LeafOptions& leaf = {}, const TLSOptions& options = {})
+      : ScriptedServer(certified(options, trustedAuthority().issue(leaf))) {
+    route("/", Script().respond(200, {}, "hello"));
+  }
+
+ private:
+  static TLSOptions certified(TLSOptions options, const CertificateFiles& files) {
+    options.certFile = files.certFile;
+    options.keyFile = files.keyFile;
+    return options;
+  }
+};
+
+template <class Options>
+Options with(void (*change)(Options&)) {
+  Options options;
+  change(options);
+  return options;
+}
+
+TLSOptions versions(TLSVersion minimum, TLSVersion maximum) {
+  TLSOptions options;
+  options.minimum = minimum;
+  options.maximum = maximum;
+  return options;
+}
+
+TLSOptions asking(ClientCertificate certificate, TLSOptions options = {}) {
+  options.clientCertificate = certificate;
+  options.clientCaFile = trustedAuthority().caFile();
+  return options;
+}
+
+struct CertificateRow {
+  const char* name;
+  LeafOptions leaf;
+  std::int64_t code;
+};
+
+void PrintTo(const CertificateRow& row, std::ostream* out) { *out << row.name; }
+
+class ServerCertificate : public testing::TestWithParam<CertificateRow> {};
+
+TEST_P(ServerCertificate, IsJudged) {
+  SecureServer server(GetParam().leaf);
+  RecordedSession session;
+  const auto loaded = session.load(server.localhostUrl("/"));
+  EXPECT_EQ(loaded.code(), GetParam().code)
+      << (loaded.record.error ? loaded.record.error->message() : "");
+  EXPECT_EQ(loaded.text(), GetParam().code == 0 ? "hello" : "");
+  EXPECT_EQ(server.requestCount(), GetParam().code == 0 ? 1u : 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, ServerCertificate,
+    testing::Values(CertificateRow{"good", {}, 0},
+                    CertificateRow{"by an intermediate", LeafOptions::intermediate(), 0},
+                    CertificateRow{"expired", LeafOptions::expired(),
+                                   URLError::serverCertificateHasBadDate},
+                    CertificateRow{"not yet valid", LeafOptions::notYetValid(),
+                                   URLError::serverCertificateNotYetValid},
+                    CertificateRow{"wrong host", LeafOptions::wrongHost(),
+                                   URLError::serverCertificateUntrusted},
+                    CertificateRow{"common name only", LeafOptions::commonNameOnly(),
+                                   URLError::serverCertificateUntrusted},
+                    CertificateRow{"self-signed", LeafOptions::selfSigned(),
+                                   URLError::serverCertificateUntrusted},
+                    CertificateRow{"unknown root", LeafOptions::unknownRoot(),
+                                   URLError::serverCertificateHasUnknownRoot},
+                    CertificateRow{"intermediate missing", LeafOptions::intermediate(false),
+                                   URLError::serverCertificateHasUnknownRoot},
+                    CertificateRow{"made for clients", with<LeafOptions>([](LeafOptions& o) {
+                                     o.purpose = LeafOptions::Purpose::client;
+                                   }),
+                                   URLError::serverCertificateUntrusted},
+                    CertificateRow{"issuer is no authority", with<LeafOptions>([](LeafOptions& o) {
+                                     o.signer = LeafOptions::Signer::plainLeaf;
+                                   }),
+                                   URLError::serverCertificateUntrusted},
+                    CertificateRow{"broken signature", with<LeafOptions>([](LeafOptions& o) {
+                                     o.corruptSignature = true;
+                                   }),
+                                   URLError::serverCertificateUntrusted}));
+
+TEST(TLSVerification, AnAddressNeedsToBeInTheCertificate) {
+  SecureServer named(with<LeafOptions>([](LeafOptions& o) { o.addresses.clear(); }));
+  SecureServer addressed(with<LeafOptions>([](LeafOptions& o) { o.dnsNames.clear(); }));
+  RecordedSession session;
+  EXPECT_EQ(session.load(named.url("/")).code(), URLError::serverCertificateUntrusted);
+  EXPECT_EQ(session.load(named.localhostUrl("/")).code(), 0);
+  EXPECT_EQ(session.load(addressed.url("/")).code(), 0);
+  EXPECT_EQ(session.load(addressed.localhostUrl("/")).code(), URLError::serverCertificateUntrusted);
+}
+
+TEST(TLSVerification, ARefusalSaysWhy) {
+  SecureServer server(LeafOptions::expired());
+  RecordedSession session;
+  const auto loaded = session.load(server.localhostUrl("/"));
+  ASSERT_TRUE(loaded.record.error);
+  EXPECT_NE(loaded.record.error->message().find("expired"), std::string::npos)
+      << loaded.record.error->message();
+}
+
+TEST(TLSVerification, EachConnectionIsJudgedAndEachRequestOnIt) {
+  SecureServer server;
+  {
+    RecordedSession session;
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(session.load(server.localhostUrl("/")).text(), "hello");
+    EXPECT_EQ(server.connectionCount(), 1u);
+  }
+  RecordedSession another;
+  EXPECT_EQ(another.load(server.localhostUrl("/")).text(), "hello");
+  EXPECT_EQ(server.connectionCount(), 2u);
+  EXPECT_FALSE(server.connections()[1].sessionResumed);
+}
+
+struct HandshakeRow {
+  const char* name;
+  Script onConnect;
+};
+
+TEST(TLSHandshake, FaultsOfIt) {
+  trustedAuthority();
+  for (const auto& row : std::vector<HandshakeRow>{
+           {"plain HTTP", Script().send("HTTP/1.1 400 Bad Request\r\n\r\n").close()},
+           {"FIN", Script().close()},
+           {"FIN after the client's hello", Script().awaitInput().close()},
+           {"RST", Script().awaitInput().reset()},
+           {"garbage", Script().awaitInput().send(std::string(100, '\x7F')).close()}}) {
+    SCOPED_TRACE(row.name);
+    ScriptedServer server;
+    server.onConnect(row.onConnect);
+    RecordedSession session;
+    const auto loaded = session.load("https://localhost:" + std::to_string(server.port()) + "/");
+    EXPECT_EQ(loaded.code(), URLError::secureConnectionFailed)
+        << (loaded.record.error ? loaded.record.error->message() : "");
+  }
+}
+
+TEST(TLSHandshake, ATooOldVersionIsRefused) {
+  SecureServer server({}, versions(TLSVersion::any, TLSVersion::tls11));
+  RecordedSession session;
+  EXPECT_EQ(session.load(server.localhostUrl("/")).code(), URLError::secureConnectionFailed);
+}
+
+TEST(TLSHandshake, BothPresentVersionsWork) {
+  for (const auto version : {TLSVersion::tls12, TLSVersion::tls13}) {
+    SecureServer server({}, versions(version, version));
+    RecordedSession session;
+    EXPECT_EQ(session.load(server.localhostUrl("/")).text(), "hello");
+  }
+}
+
+TEST(TLSHandshake, AClientCertificateThatIsRequiredIsMissed) {
+  for (const auto version : {TLSVersion::tls12, TLSVersion::tls13}) {
+    SCOPED_TRACE(version == TLSVersion::tls12 ? "1.2" : "1.3");
+    SecureServer server({}, asking(ClientCertificate::require, versions(version, version)));
+    RecordedSession session;
+    EXPECT_EQ(session.load(server.localhostUrl("/")).code(), URLError::clientCertificateRequired);
+  }
+}
+
+TEST(TLSHandshake, AClientCertificateThatIsOnlyAskedForIsNotNeeded) {
+  SecureServer server({}, asking(ClientCertificate::request));
+  RecordedSession session;
+  EXPECT_EQ(session.load(server.localhostUrl("/")).text(), "hello");
+}
+
+TEST(TLSBody, ThatEndsWithTheConnectionNeedsAProperEnd) {
+  SecureServer server;
+  server.route("/whole", Script().head(200).send("hello").close());
+  server.route("/cut", Script().head(200).send("hello").truncate());
+  server.route("/announced",
+               Script().head(200, {{"Content-Length", "5"}}).send("hello").truncate());
+  RecordedSession session;
+  const auto whole = session.load(server.localhostUrl("/whole"));
+  EXPECT_EQ(whole.code(), 0);
+  EXPECT_EQ(whole.text(), "hello");
+  EXPECT_EQ(session.load(server.localhostUrl("/cut")).code(), URLError::networkConnectionLost);
+  EXPECT_EQ(session.load(server.localhostUrl("/announced")).code(), 0);
+}
+
+TEST(TLSVerification, ACancelDuringTheHandshakeEndsIt) {
+  trustedAuthority();
+  ScriptedServer server;
+  server.onConnect(Script().stall());
+  RecordedSession session;
+  const auto task = session.start("https://localhost:" + std::to_string(server.port()) + "/");
+  ASSERT_TRUE(server.waitForStalls(1));
+  task->cancel();
+  EXPECT_EQ(session.finished(task).code(), URLError::cancelled);
+  EXPECT_TRUE(server.waitForConnectionsClosed(1));
+}
+
+TEST(TLSVerification, RedirectsBetweenSecureAndPlainKeepSecretsApart) {
+  SecureServer secure;
+  ScriptedServer plain;
+  plain.route("/to", Script().respond(200, {}, "there"));
+  secure.route("/from", Script().respond(302, {{"Location", plain.url("/to")}}));
+  RecordedSession session;
+  auto request = RecordedSession::request(secure.localhostUrl("/from"));
+  request.setValue("Bearer secret", "Authorization");
+  EXPECT_EQ(session.load(request).text(), "there");
+  EXPECT_EQ(plain.request(0).header("Authorization"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace tarn::test
