@@ -63,13 +63,17 @@ constexpr const char* addressesVariable = "TARN_TEST_EXIT_ADDRESSES";
   const auto gap = addresses.find(' ');
   const auto secure = addresses.substr(0, gap);
   const auto plain = addresses.substr(gap + 1);
-  auto* session = new RecordedSession;
+  // Never destroyed, so that they are all at work to the end.
+  static auto* const sessions = new std::vector<std::unique_ptr<RecordedSession>>;
+  const auto makeSession = [] {
+    return sessions->emplace_back(std::make_unique<RecordedSession>()).get();
+  };
+  auto* const session = makeSession();
   for (const auto* path : {"/", "/stall", "/endless", "/"}) {
     for (int i = 0; i < 4; ++i) session->start(secure + path);
     for (int i = 0; i < 4; ++i) session->start(plain + path);
-    auto* another = new RecordedSession;  // a handshake each
-    another->start(secure + path);
-#if !defined(__SANITIZE_THREAD__)  // it would call libcurl's own resolver thread a leak
+    makeSession()->start(secure + path);  // a handshake each
+#if !defined(__SANITIZE_THREAD__)         // it would call libcurl's own resolver thread a leak
     session->start("http://nonexistent.invalid/");
 #endif
   }

@@ -1,4 +1,4 @@
-#include <Platform/Trust/TLSVerification.hpp>
+#include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/Types/FatalError.hpp>
 #include <Platform/URLLoading/Curl/DeliveryChain.hpp>
 #include <Platform/URLLoading/Curl/Engine.hpp>

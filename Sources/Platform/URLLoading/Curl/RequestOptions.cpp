@@ -78,7 +78,7 @@ void setRequestOptions(CURL* easy, const URLRequest& request, const Origin& orig
   constexpr long uploadBuffer = 512 * 1024;
   constexpr long never = 2'000'000'000;  // milliseconds: our own timers decide
   setOption(easy, CURLOPT_URL, request.url().absoluteString().c_str());
-  setOption(easy, CURLOPT_PATH_AS_IS, 1L);  // the address as the request has it, dot segments and all
+  setOption(easy, CURLOPT_PATH_AS_IS, 1L);  // dot segments are the request's to resolve
   setOption(easy, CURLOPT_NOSIGNAL, 1L);
   setOption(easy, CURLOPT_QUICK_EXIT, 1L);
   setOption(easy, CURLOPT_PROTOCOLS_STR, "http,https");

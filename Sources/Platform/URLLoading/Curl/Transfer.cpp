@@ -1,4 +1,4 @@
-#include <Platform/Trust/TLSVerification.hpp>
+#include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/URLLoading/Curl/Failure.hpp>
 #include <Platform/URLLoading/Curl/Mailbox.hpp>
 #include <Platform/URLLoading/Curl/Redirects.hpp>

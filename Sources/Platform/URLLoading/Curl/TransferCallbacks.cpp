@@ -1,4 +1,4 @@
-#include <Platform/Trust/TLSVerification.hpp>
+#include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/URLLoading/Curl/Redirects.hpp>
 #include <Platform/URLLoading/Curl/SessionCore.hpp>
 #include <Platform/URLLoading/Curl/Task.hpp>

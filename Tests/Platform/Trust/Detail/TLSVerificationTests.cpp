@@ -1,4 +1,4 @@
-#include <Platform/Trust/TLSVerification.hpp>
+#include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/LoadingFixture.hpp>
 

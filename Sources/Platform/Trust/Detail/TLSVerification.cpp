@@ -1,5 +1,5 @@
-#include <Platform/Trust/SystemAnchors.hpp>
-#include <Platform/Trust/TLSVerification.hpp>
+#include <Platform/Trust/Detail/SystemAnchors.hpp>
+#include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/Types/URLError.hpp>
 
 #include <openssl/err.h>

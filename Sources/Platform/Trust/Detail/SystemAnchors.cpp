@@ -1,4 +1,4 @@
-#include <Platform/Trust/SystemAnchors.hpp>
+#include <Platform/Trust/Detail/SystemAnchors.hpp>
 
 #include <openssl/err.h>
 #include <openssl/x509_vfy.h>
