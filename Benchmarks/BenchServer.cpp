@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sched.h>
 #include <signal.h>
 #include <string_view>
 #include <sys/epoll.h>
@@ -51,6 +52,14 @@ bool serve(int connection, std::string& received) {
                                 ssize_t(answers.size());
 }
 
+// For a client that is kept on the first one; no effect where there is only one.
+void leaveFirstProcessor() {
+  cpu_set_t processors;
+  if (::sched_getaffinity(0, sizeof processors, &processors) != 0) return;
+  CPU_CLR(0, &processors);
+  ::sched_setaffinity(0, sizeof processors, &processors);
+}
+
 [[noreturn]] void run(int listener) {
   const int poll = ::epoll_create1(EPOLL_CLOEXEC);
   epoll_event event{EPOLLIN, {.fd = listener}};
@@ -83,6 +92,7 @@ BenchServer::BenchServer() {
   if (child_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
   if (child_ == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    leaveFirstProcessor();
     run(listener);
   }
   ::close(listener);

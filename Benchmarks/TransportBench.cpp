@@ -7,8 +7,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
+#include <sched.h>
 #include <string>
 #include <sys/resource.h>
 #include <vector>
@@ -136,10 +138,28 @@ void compare(const Workload& workload, const std::string& url) {
               library.cpuMicroseconds / reference.cpuMicroseconds, library.p50 - reference.p50);
 }
 
+// Keeps the process, or with `everywhere` nothing any more, on one processor.
+void stay(const cpu_set_t& everywhere, bool onOne) {
+  cpu_set_t first;
+  CPU_ZERO(&first);
+  CPU_SET(0, &first);
+  // For all threads that exist as for those to come: each is listed under /proc.
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    const auto identifier = std::stoi(thread.path().filename().string());
+    sched_setaffinity(identifier, sizeof(cpu_set_t), onOne ? &first : &everywhere);
+  }
+}
+
 }  // namespace
 
 int main() {
   const bench::BenchServer server;  // before any thread
-  compare({"sequential GET", 4000, 1}, server.url());
-  compare({"64 in flight", 20000, 64}, server.url());
+  cpu_set_t everywhere;
+  sched_getaffinity(0, sizeof everywhere, &everywhere);
+  for (const bool onOne : {true, false}) {
+    std::printf(onOne ? "One processor for the client:\n\n" : "Left to the scheduler:\n\n");
+    stay(everywhere, onOne);
+    compare({"sequential GET", 4000, 1}, server.url());
+    compare({"64 in flight", 20000, 64}, server.url());
+  }
 }

@@ -1,3 +1,4 @@
+#include <Support/LoopbackAddress.hpp>
 #include <Support/NginxServer.hpp>
 
 #include <arpa/inet.h>
@@ -42,14 +43,6 @@ class Socket {
  private:
   int descriptor_;
 };
-
-sockaddr_in loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
 
 std::uint16_t listenOnAnyPort(int socket) {
   sockaddr_in address = loopback(0);

@@ -1,3 +1,4 @@
+#include <Support/LoopbackAddress.hpp>
 #include <Support/Ports.hpp>
 
 #include <arpa/inet.h>
@@ -14,14 +15,6 @@ namespace {
 
 [[noreturn]] void fail(const char* call) {
   throw std::runtime_error(std::string(call) + ": " + std::strerror(errno));
-}
-
-sockaddr_in loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
 }
 
 int boundSocket() {

@@ -1,3 +1,4 @@
+#include <Support/LoopbackAddress.hpp>
 #include <Support/RawClient.hpp>
 
 #include <openssl/err.h>
@@ -18,14 +19,6 @@ namespace tarn::test {
 namespace {
 
 constexpr timeval readLimit{15, 0};
-
-sockaddr_in loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
 
 int connectTo(int socket, std::uint16_t port) {
   const sockaddr_in address = loopback(port);

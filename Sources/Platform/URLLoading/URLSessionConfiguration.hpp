@@ -13,7 +13,8 @@ struct URLSessionConfiguration {
   /// Whether a task without a route to its host waits for one instead of failing. Default false.
   bool waitsForConnectivity = false;
   /// Seconds without progress before a task fails with URLError::timedOut; a request's own value
-  /// wins. Default 60.
+  /// wins where it is not the default one. Does not count while the task waits for a connection
+  /// slot of its host, is suspended, or the delegate is behind. Default 60.
   TimeInterval timeoutIntervalForRequest{60};
   /// Seconds from the start of a task until it must be done, whatever its progress. Default 7 days.
   TimeInterval timeoutIntervalForResource{7.0 * 24 * 60 * 60};

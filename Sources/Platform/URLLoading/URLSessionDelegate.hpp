@@ -29,8 +29,8 @@ class URLSessionDelegate {
   virtual void taskIsWaitingForConnectivity(URLSession& session, URLSessionTask& task);
 
   /// An answer asks for another address. Calling back with a request follows it, with nothing takes
-  /// the redirecting answer itself as the outcome. Must be called back once, from any thread. By
-  /// default the new request is followed.
+  /// the redirecting answer itself as the outcome. Must be called back once, from any thread; a
+  /// handler that is dropped instead cancels the task. By default the new request is followed.
   virtual void willPerformHTTPRedirection(
       URLSession& session, URLSessionTask& task,
       const std::shared_ptr<const HTTPURLResponse>& response, URLRequest newRequest,

@@ -35,10 +35,11 @@ class URLSessionTask {
 
   /// Starts the task or goes on after suspend(). No effect on a finished task.
   virtual void resume() = 0;
-  /// Stops reading; time-outs stand still meanwhile. No effect on a finished task.
+  /// Stops reading; the time-out for progress stands still meanwhile, that for the whole load does
+  /// not. No effect on a finished task.
   virtual void suspend() = 0;
-  /// Ends the task with URLError::cancelled, which the delegate receives like any failure. Only the
-  /// first call counts.
+  /// Ends the task with URLError::cancelled, which the delegate receives like any failure, also
+  /// where the whole answer is on its way to it. No effect on a task whose state is completed.
   virtual void cancel() = 0;
 
  protected:

@@ -26,23 +26,16 @@ struct StoredRequest : Interface {
   URL baseURL() const { return url.baseURL().value_or(URL::empty()); }
 };
 
+/// The same with a body.
 template <class Interface, class Body>
-struct StoredBodyRequest : Interface {
-  URL url;
-  HTTPMethod method;
+struct StoredBodyRequest : StoredRequest<Interface> {
   Body body;
-  HTTPHeaders headers;
-  HTTPQueryItems queryItems;
 
   StoredBodyRequest(URL url, HTTPMethod method, Body body, HTTPHeaders headers,
                     HTTPQueryItems queryItems)
-      : url(std::move(url)),
-        method(std::move(method)),
-        body(std::move(body)),
-        headers(std::move(headers)),
-        queryItems(std::move(queryItems)) {}
-
-  URL baseURL() const { return url.baseURL().value_or(URL::empty()); }
+      : StoredRequest<Interface>(std::move(url), std::move(method), std::move(headers),
+                                 std::move(queryItems)),
+        body(std::move(body)) {}
 };
 
 }  // namespace detail

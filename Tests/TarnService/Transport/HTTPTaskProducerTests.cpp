@@ -40,8 +40,8 @@ struct Report {
 class HTTPTaskProducerTests : public test::ServiceTest {
  protected:
   // A task that is never resumed, with a record that collects its report.
-  std::shared_ptr<URLSessionTask> create(HTTPDataTaskProducer& producer, bool waits = false) {
-    return producer.create(
+  std::shared_ptr<URLSessionTask> create(HTTPDataTaskProducer& owner, bool waits = false) {
+    return owner.create(
         URLRequest(URL("http://127.0.0.1:1/")), waits,
         [reports = reports](std::optional<Data> data, std::shared_ptr<const URLResponse> response,
                             std::optional<Error> error) {
