@@ -1,5 +1,6 @@
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/LoadingFixture.hpp>
+#include <Support/Eventually.hpp>
 #include <Support/System.hpp>
 
 #include <gtest/gtest.h>
@@ -40,7 +41,7 @@ TEST(URLSession, UsesTheQueueItIsGiven) {
   const auto task = session->dataTask(RecordedSession::request(server.url("/")));
   task->resume();
   ASSERT_TRUE(server.waitForRequests(1));
-  while (task->state() != URLSessionTask::State::completed) std::this_thread::yield();
+  ASSERT_TRUE(eventually([&] { return task->state() == URLSessionTask::State::completed; }));
   // A small answer is told in one operation: what is told, data and end, was put on the queue
   // together.
   EXPECT_LE(queue->operationCount(), 1u);
@@ -124,8 +125,8 @@ TEST(URLSessionInvalidation, TasksMadeLaterFail) {
   ASSERT_TRUE(session.delegate().waitForInvalid());
   const auto late = session->dataTask(RecordedSession::request(server.url("/")));
   late->resume();
-  while (late->state() != URLSessionTask::State::completed) std::this_thread::yield();
-  while (!late->error()) std::this_thread::yield();
+  ASSERT_TRUE(eventually([&] { return late->state() == URLSessionTask::State::completed; }));
+  ASSERT_TRUE(late->error());
   EXPECT_EQ(late->error()->code(), URLError::cancelled);
   EXPECT_EQ(server.requestCount(), 1u);
 }

@@ -1,5 +1,6 @@
 #include <Platform/Types/URLError.hpp>
 #include <Support/Collector.hpp>
+#include <Support/Eventually.hpp>
 #include <Support/ScriptedServer.hpp>
 #include <Support/ServiceTest.hpp>
 #include <TarnService/RequestModel/DataRequest.hpp>
@@ -10,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace tarn {
@@ -125,7 +125,8 @@ TEST_F(DataTaskProducerTests, ATaskWhoseEndIsStillOnItsWayReportsToItsOwnComplet
   DataTaskProducer::sessionQueue()->setSuspended(true);
   cancelled->cancel();
   // The task is over for all to see, and its end waits in the queue.
-  while (cancelled->state() != URLSessionTask::State::completed) std::this_thread::yield();
+  ASSERT_TRUE(
+      test::eventually([&] { return cancelled->state() == URLSessionTask::State::completed; }));
   producer->resetSession();
   start("/ok", after);
   DataTaskProducer::sessionQueue()->setSuspended(false);

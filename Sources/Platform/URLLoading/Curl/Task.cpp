@@ -178,14 +178,18 @@ void CurlTask::finish(std::optional<URLError> error) noexcept {
   const auto self = shared_from_this();
   transfer_.reset();
   guarded("URL loading", [&] {
-    // Once cancel() has been accepted, the outcome is that, even where the last byte came first.
-    if (state_.exchange(State::completed) == State::canceling) {
-      error = URLError(URLError::cancelled, {}, currentRequest().url().redacted());
-    }
-    if (error) {
-      const MutexLock lock(mutex_);
-      error_.emplace(std::move(*error));
-    }
+    // The error is there before the task is seen to be over. Once cancel() has been accepted, the
+    // outcome is that, even where the last byte came first.
+    auto state = state_.load();
+    do {
+      if (state == State::canceling) {
+        error = URLError(URLError::cancelled, {}, currentRequest().url().redacted());
+      }
+      if (error) {
+        const MutexLock lock(mutex_);
+        error_.emplace(*error);
+      }
+    } while (!state_.compare_exchange_weak(state, State::completed));
     mailbox_.outgoing().completed = true;
     planDelivery();
   });
