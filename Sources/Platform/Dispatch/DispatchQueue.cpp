@@ -63,9 +63,9 @@ void DispatchQueue::async(const DispatchGroup& group, Work work) const {
     ~Leave() { group.leave(); }
   };
   group.enter();
-  core_->async([group, work = std::move(work)]() mutable {
-    const Leave leave{group};
-    work();
+  core_->async([group, core = core_, work = std::move(work)]() mutable {
+    const Leave leave{group};  // after what the work throws has been reported
+    detail::runReported(work, core->label());
   });
 }
 

@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/Detail/QueueCore.hpp>
 #include <Platform/Dispatch/Detail/RingBuffer.hpp>
 #include <Platform/Dispatch/Detail/WaitList.hpp>
 #include <Platform/Dispatch/DispatchQueue.hpp>
@@ -93,8 +94,10 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
       operation = waiting_.pop();
       ++running_;
     }
-    const Finish finish{*this};
-    std::exchange(operation, Work())();
+    const Finish finish{
+        *this};  // after what the operation throws has been reported, and what it holds let go
+    Work current = std::move(operation);
+    runReported(current, name());
   }
 
   void finished() TARN_EXCLUDES(mutex_) {

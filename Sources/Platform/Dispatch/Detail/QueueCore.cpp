@@ -13,6 +13,14 @@ constexpr int itemsPerTurn = 8;
 
 thread_local constinit const QueueFrame* currentFrame = nullptr;
 
+void runReported(Work& work, std::string_view where) noexcept {
+  try {
+    work();
+  } catch (...) {
+    reportUncaughtError(Error::current(), where);
+  }
+}
+
 bool QueueCore::isCurrent() const noexcept {
   for (const QueueFrame* frame = currentFrame; frame != nullptr; frame = frame->outer) {
     if (frame->queue == this) return true;
@@ -23,11 +31,7 @@ bool QueueCore::isCurrent() const noexcept {
 void QueueCore::runItem(Work work) noexcept {
   const QueueFrame frame{this, currentFrame};
   currentFrame = &frame;
-  try {
-    work();
-  } catch (...) {
-    reportUncaughtError(Error::current(), label_);
-  }
+  runReported(work, label_);
   work = Work();  // what it owns goes while the queue is still its own
   currentFrame = frame.outer;
 }

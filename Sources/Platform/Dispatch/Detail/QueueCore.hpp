@@ -10,8 +10,12 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace tarn::detail {
+
+/// Runs the work; what it throws is reported as an uncaught error of `where`.
+void runReported(Work& work, std::string_view where) noexcept;
 
 /// What the handles on one queue share.
 class QueueCore : public std::enable_shared_from_this<QueueCore> {
