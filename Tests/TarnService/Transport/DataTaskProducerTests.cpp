@@ -1,6 +1,7 @@
 #include <Platform/Types/URLError.hpp>
 #include <Support/Collector.hpp>
 #include <Support/Eventually.hpp>
+#include <Support/MakeProducer.hpp>
 #include <Support/ScriptedServer.hpp>
 #include <Support/ServiceTest.hpp>
 #include <TarnService/RequestModel/DataRequest.hpp>
@@ -11,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 namespace tarn {
 namespace {
@@ -45,14 +45,7 @@ class DataTaskProducerTests : public test::ServiceTest {
   }
 
   test::ScriptedServer server;
-  // A producer and its session keep each other: as the shared one, these live as long as the
-  // process.
-  static std::shared_ptr<DataTaskProducer> makeProducer() {
-    static auto& producers = *new std::vector<std::shared_ptr<DataTaskProducer>>;
-    return producers.emplace_back(DataTaskProducer::make());
-  }
-
-  std::shared_ptr<DataTaskProducer> producer = makeProducer();
+  std::shared_ptr<DataTaskProducer> producer = test::makeProducer();
 };
 
 TEST_F(DataTaskProducerTests, TheSessionIsMadeOnceAndKept) {
@@ -104,7 +97,7 @@ TEST_F(DataTaskProducerTests, ATaskWhoseKeyIsTakenOverStillReportsOnceAndToItsOw
   start("/stall", before);
   ASSERT_TRUE(server.waitForStalls(1));
   // Another producer of the class numbers its tasks from 1 as well.
-  auto other = makeProducer();
+  auto other = test::makeProducer();
   std::swap(producer, other);
   start("/ok", after);
   ASSERT_TRUE(after.waitFor(1));

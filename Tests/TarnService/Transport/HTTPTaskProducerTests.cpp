@@ -1,5 +1,6 @@
 #include <Platform/Types/URLError.hpp>
 #include <Support/Collector.hpp>
+#include <Support/MakeProducer.hpp>
 #include <Support/ServiceTest.hpp>
 #include <TarnLogger/Logger.hpp>
 #include <TarnService/Transport/DataTaskProducer.hpp>
@@ -9,7 +10,6 @@
 
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace shop {
 
@@ -56,14 +56,7 @@ class HTTPTaskProducerTests : public test::ServiceTest {
     return *found;
   }
 
-  // A producer and its session keep each other: as the shared one, these live as long as the
-  // process.
-  static std::shared_ptr<DataTaskProducer> makeProducer() {
-    static auto& producers = *new std::vector<std::shared_ptr<DataTaskProducer>>;
-    return producers.emplace_back(DataTaskProducer::make());
-  }
-
-  std::shared_ptr<DataTaskProducer> producer = makeProducer();
+  std::shared_ptr<DataTaskProducer> producer = test::makeProducer();
   test::Collector<Report> reports;
 };
 
@@ -185,7 +178,7 @@ TEST_F(HTTPTaskProducerTests, ARecordStaysUntilATaskWithTheSameKeyReplacesIt) {
   create(*producer);
   producer->reportSuccess(1, nullptr);
   EXPECT_NO_THROW(record("1-TarnService.DataTaskProducer"));
-  const auto second = makeProducer();
+  const auto second = test::makeProducer();
   const auto task = create(*second);
   EXPECT_EQ(record("1-TarnService.DataTaskProducer").task, task);
 }
