@@ -32,6 +32,9 @@ constexpr auto parts = std::to_array<Part>({
     {"TarnService/TarnService.", 8},
 });
 
+/// For users of a library that the rest does without.
+constexpr auto optionalHeader = "Platform/JSON/NlohmannCoding.hpp"sv;
+
 /// A library's headers stay out of public headers; where a home is named, out of all other folders
 /// too.
 struct ForeignLibrary {
@@ -41,6 +44,7 @@ struct ForeignLibrary {
 
 constexpr auto foreignLibraries = std::to_array<ForeignLibrary>({
     {"curl/", "Platform/URLLoading/Curl/"},
+    {"nlohmann/", optionalHeader},
     {"openssl/", "Platform/Trust/"},
     {"simdjson", "Platform/JSON/"},
     {"spdlog/", "TarnLogger/"},
@@ -82,6 +86,7 @@ std::optional<std::string_view> includedName(std::string_view line) {
 
 /// `path` and `header` are relative to Sources/.
 std::optional<std::string> faultOfInclude(std::string_view path, std::string_view header) {
+  if (header == optionalHeader) return "may not include this header: users have its library or not";
   if (const auto* included = partOf(header)) {
     const auto* part = partOf(path);
     if (part && part != included && included->level >= part->level)
@@ -98,7 +103,9 @@ std::optional<std::string> faultOfInclude(std::string_view path, std::string_vie
     return "may not include this library: its home is " + std::string(library->home);
   const bool reflectsStructs =
       path.starts_with("Platform/JSON/") && header.starts_with("boost/pfr");
-  if (isPublicHeader(path) && !reflectsStructs)
+  // A home that is a header is there for the library's sake, and only included for it.
+  const bool isForIt = library->home == path;
+  if (isPublicHeader(path) && !reflectsStructs && !isForIt)
     return "is a public header and may not include this library";
   return std::nullopt;
 }

@@ -25,6 +25,7 @@ struct Row {
 constexpr const char* part = ".*may not include this part.*";
 constexpr const char* foreign = ".*public header and may not include this library.*";
 constexpr const char* home = ".*may not include this library: its home is .*";
+constexpr const char* optional = ".*users have its library or not.*";
 constexpr const char* form = ".*includes are written <Module/Folder/Unit.hpp>.*";
 
 TEST(IncludeCheck, HoldsEachIncludeAgainstTheTable) {
@@ -82,6 +83,15 @@ TEST(IncludeCheck, HoldsEachIncludeAgainstTheTable) {
       {"Platform/Types/URL.hpp", "<boost/pfr.hpp>", foreign},
       {"Platform/JSON/Reflection.hpp", "<boost/pfr.hpp>", ""},
       {"Platform/JSON/Reflection.hpp", "<boost/json.hpp>", foreign},
+      // A header of its own for each library that is optional.
+      {"Platform/JSON/NlohmannCoding.hpp", "<nlohmann/json.hpp>", ""},
+      {"Platform/JSON/NlohmannCoding.hpp", "<boost/json.hpp>", foreign},
+      {"Platform/JSON/JSONCoding.hpp", "<nlohmann/json.hpp>", home},
+      {"Platform/JSON/JSONDecoder.cpp", "<nlohmann/json.hpp>", home},
+      {"TarnService/TarnService.hpp", "<nlohmann/json_fwd.hpp>", home},
+      {"TarnService/TarnService.hpp", "<Platform/JSON/NlohmannCoding.hpp>", optional},
+      {"Platform/JSON/JSONCoding.hpp", "<Platform/JSON/NlohmannCoding.hpp>", optional},
+      {"Platform/JSON/JSONDecoder.cpp", "<Platform/JSON/NlohmannCoding.hpp>", optional},
       // The way an include is written.
       {"Platform/Types/URL.cpp", "\"URL.hpp\"", form},
       {"Platform/Types/URL.cpp", "\"Platform/Types/URL.hpp\"", form},

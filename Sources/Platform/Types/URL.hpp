@@ -36,6 +36,8 @@ class URL {
  public:
   /// Throws `MalformedURLError` where `parse` answers nothing.
   explicit URL(std::string_view text);
+  /// empty()
+  URL() noexcept : URL(empty()) {}
   // Only copies: a moved-from URL would have no representation.
   URL(const URL&) noexcept = default;
   URL& operator=(const URL&) noexcept = default;

@@ -1,0 +1,340 @@
+#include <Platform/JSON/Detail/NumberText.hpp>
+#include <Platform/JSON/Detail/QuotedText.hpp>
+#include <Platform/JSON/Detail/StringText.hpp>
+#include <Platform/JSON/JSONDecoder.hpp>
+#include <Platform/JSON/JSONReader.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+namespace tarn {
+namespace {
+
+constexpr std::string_view whiteSpace = " \t\n\r";
+
+/// What a message shows of a text: its start, whole characters only.
+std::string shortened(std::string_view text) {
+  constexpr std::size_t most = 40;
+  if (text.size() <= most) return std::string(text);
+  std::size_t end = most;
+  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  return std::string(text.substr(0, end)) + "...";
+}
+
+}  // namespace
+
+JSONReader::Kind JSONReader::kind() const {
+  switch (current()) {
+    case '{':
+      return Kind::object;
+    case '[':
+      return Kind::array;
+    case '"':
+      return Kind::string;
+    case 't':
+    case 'f':
+      return Kind::boolean;
+    case 'n':
+      return Kind::null;
+    case '-':
+    case '0':
+    case '1':
+    case '2':
+    case '3':
+    case '4':
+    case '5':
+    case '6':
+    case '7':
+    case '8':
+    case '9':
+      return Kind::number;
+    default:
+      failSyntax("a value");
+  }
+}
+
+std::string_view JSONReader::scalar() const noexcept {
+  return token().substr(0, token().find_first_of(whiteSpace));
+}
+
+inline bool JSONReader::goesOn(std::size_t size) const noexcept {
+  return token().size() > size && whiteSpace.find(token()[size]) == whiteSpace.npos;
+}
+
+inline bool JSONReader::takeWord(std::string_view word) noexcept {
+  if (!token().starts_with(word) || goesOn(word.size())) return false;
+  ++token_;
+  return true;
+}
+
+bool JSONReader::null() {
+  if (current() != 'n') return false;
+  if (!takeWord("null")) failSyntax("a value");
+  return true;
+}
+
+bool JSONReader::boolean() {
+  if (takeWord("true")) return true;
+  if (takeWord("false")) return false;
+  if (kind() == Kind::boolean) failSyntax("a value");
+  failExpecting("true or false");
+}
+
+inline detail::Number JSONReader::takeNumber() {
+  detail::Number number;
+  if (!number.read(token()) || goesOn(number.text.size())) {
+    if (kind() != Kind::number) failExpecting("a number");
+    failSyntax("a number");
+  }
+  ++token_;
+  return number;
+}
+
+std::int64_t JSONReader::signedInteger(std::int64_t least, std::int64_t greatest) {
+  const auto number = takeNumber();
+  const auto value = detail::wholeNumber<std::int64_t>(number);
+  if (value && *value >= least && *value <= greatest) return *value;
+  failCorrupted("expected a whole number from " + std::to_string(least) + " to " +
+                std::to_string(greatest) + ", found " + shortened(number.text));
+}
+
+std::uint64_t JSONReader::unsignedInteger(std::uint64_t greatest) {
+  const auto number = takeNumber();
+  const auto value = detail::wholeNumber<std::uint64_t>(number);
+  if (value && *value <= greatest) return *value;
+  failCorrupted("expected a whole number from 0 to " + std::to_string(greatest) + ", found " +
+                shortened(number.text));
+}
+
+template <class T>
+void JSONReader::readFloat(T& value) {
+  const auto& texts = decoder_.nonConformingFloats;
+  if (texts && kind() == Kind::string) {
+    const auto text = string();
+    constexpr T infinity = std::numeric_limits<T>::infinity();
+    if (text == texts->positiveInfinity) return void(value = infinity);
+    if (text == texts->negativeInfinity) return void(value = -infinity);
+    if (text == texts->nan) return void(value = std::numeric_limits<T>::quiet_NaN());
+    failCorrupted("expected a number, found the string \"" + shortened(text) + "\"");
+  }
+  const auto number = takeNumber();
+  const auto read = detail::floatingPoint<T>(number);
+  if (!read) failCorrupted("the number " + shortened(number.text) + " is out of range");
+  value = *read;
+}
+
+void JSONReader::readFloatingPoint(float& value) { readFloat(value); }
+void JSONReader::readFloatingPoint(double& value) { readFloat(value); }
+
+inline std::string_view JSONReader::stringContent() const noexcept {
+  // Between the closing quote and the next token there is only white space.
+  std::size_t end = token().size() - 1;
+  while (token()[end] != '"') --end;
+  return token().substr(1, end - 1);
+}
+
+inline std::string_view JSONReader::takeString() {
+  if (current() != '"') failExpecting("a string");
+  const auto content = stringContent();
+  ++token_;
+  return content;
+}
+
+void JSONReader::appendUnescaped(std::string& result, std::string_view escaped) {
+  if (detail::appendUnescaped(result, escaped)) return;
+  --token_;  // who catches the exception must not get past an ill-formed string
+  failCorrupted("the string \"" + shortened(escaped) + "\" has a malformed escape sequence");
+}
+
+std::string JSONReader::string() {
+  std::string value;
+  string(value);
+  return value;
+}
+
+void JSONReader::string(std::string& value) {
+  const auto content = takeString();
+  if (!detail::isEscaped(content)) return void(value.assign(content));
+  value.clear();
+  appendUnescaped(value, content);
+}
+
+std::string_view JSONReader::text() {
+  const std::size_t start = *token_;
+  skip();
+  const auto value = text_.substr(start, *token_ - start);
+  // Up to the next token there is only white space, and a comma or bracket is one of its own.
+  return value.substr(0, value.find_last_not_of(whiteSpace) + 1);
+}
+
+void JSONReader::skip() {
+  switch (const Kind kind = this->kind()) {
+    case Kind::null:
+      null();
+      break;
+    case Kind::boolean:
+      boolean();
+      break;
+    case Kind::number:
+      takeNumber();
+      break;
+    case Kind::string: {
+      const auto content = takeString();
+      if (!detail::isEscaped(content)) break;
+      std::string unescaped;
+      appendUnescaped(unescaped, content);
+      break;
+    }
+    case Kind::array:
+    case Kind::object: {
+      Nesting nesting(*this, kind);
+      while (nesting.next()) skip();
+      break;
+    }
+  }
+}
+
+JSONReader::Nesting::Nesting(JSONReader& reader, Kind kind)
+    : reader_(reader), start_(reader.token_) {
+  const bool isArray = kind == Kind::array;
+  if (reader.current() != (isArray ? '[' : '{'))
+    reader.failExpecting(isArray ? "an array" : "an object");
+  if (reader.depth_ == reader.decoder_.maximumDepth)
+    reader.failCorrupted("more than " + std::to_string(reader.depth_) +
+                         " objects and arrays are inside each other");
+  frame_.outer = reader.frame_;
+  frame_.isIndex = isArray;
+  ++reader.depth_;
+  ++reader.token_;
+}
+
+JSONReader::Nesting::~Nesting() {
+  if (isOpen_) reader_.token_ = start_;
+  reader_.frame_ = frame_.outer;
+  --reader_.depth_;
+}
+
+bool JSONReader::Nesting::next() {
+  const bool isArray = frame_.isIndex;
+  if (reader_.current() == (isArray ? ']' : '}')) {
+    ++reader_.token_;
+    reader_.frame_ = frame_.outer;
+    isOpen_ = false;
+    return false;
+  }
+  if (isStarted_) {
+    if (reader_.current() != ',') reader_.failSyntax(isArray ? R"("," or "]")" : R"("," or "}")");
+    ++reader_.token_;
+    ++frame_.index;
+  }
+  isStarted_ = true;
+  if (!isArray) readKey();
+  reader_.frame_ = &frame_;
+  return true;
+}
+
+inline void JSONReader::Nesting::readKey() {
+  if (reader_.current() != '"') reader_.failSyntax("a key");
+  frame_.key = reader_.takeString();
+  if (detail::isEscaped(frame_.key)) {
+    unescapedKey_.clear();
+    reader_.appendUnescaped(unescapedKey_, frame_.key);
+    frame_.key = unescapedKey_;
+  }
+  if (reader_.current() != ':') reader_.failSyntax(R"(":")");
+  ++reader_.token_;
+}
+
+std::string JSONReader::describedString() const {
+  return "the string \"" + shortened(stringContent()) + '"';
+}
+
+void JSONReader::failExpecting(std::string_view what) const {
+  const auto expected = "expected " + std::string(what) + ", found ";
+  switch (kind()) {
+    case Kind::null:
+      throw DecodingError::valueNotFound(codingPath(), expected + "null");
+    case Kind::array:
+      throw DecodingError::typeMismatch(codingPath(), expected + "an array");
+    case Kind::object:
+      throw DecodingError::typeMismatch(codingPath(), expected + "an object");
+    case Kind::boolean:
+      throw DecodingError::typeMismatch(codingPath(), expected + shortened(scalar()));
+    case Kind::number:
+      throw DecodingError::typeMismatch(codingPath(),
+                                        expected + "the number " + shortened(scalar()));
+    case Kind::string:
+      throw DecodingError::typeMismatch(codingPath(), expected + describedString());
+  }
+  std::abort();  // never reached
+}
+
+void JSONReader::failCorrupted(std::string reason) const {
+  throw DecodingError::dataCorrupted(codingPath(), std::move(reason));
+}
+
+void JSONReader::failMissing(std::string_view key) const {
+  throw DecodingError::keyNotFound(std::string(key), codingPath());
+}
+
+void JSONReader::failSyntax(std::string_view expected) const {
+  const auto before = text_.substr(0, *token_);
+  const auto line = std::ranges::count(before, '\n') + 1;
+  const auto lineStart = before.substr(before.rfind('\n') + 1);  // npos + 1 is the text's start
+  const auto column = 1 + std::ranges::count_if(lineStart, [](char c) {
+                        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+                      });
+  const auto found = atEnd()            ? "the end of the text"
+                     : current() == '"' ? describedString()
+                                        : detail::quoted(scalar());
+  throw DecodingError::dataCorrupted(
+      codingPath(), "expected " + std::string(expected) + ", found " + found + " (line " +
+                        std::to_string(line) + ", column " + std::to_string(column) + ')');
+}
+
+namespace detail {
+namespace {
+
+/// Looks from `first` on, then from the start; the number of members where there is none.
+std::size_t find(std::string_view key, std::span<const DecodedMember> members, std::size_t first) {
+  const auto find = [&](std::size_t from, std::size_t to) {
+    while (from < to && members[from].key != key) ++from;
+    return from;
+  };
+  const auto index = find(first, members.size());
+  if (index < members.size()) return index;
+  const auto earlier = find(0, first);
+  return earlier < first ? earlier : members.size();
+}
+
+}  // namespace
+
+void decodeMembers(JSONReader& reader, void* object, std::span<const DecodedMember> members) {
+  const auto& strategy = reader.decoder().keyDecodingStrategy;
+  std::array<bool, mostMembers> seen{};
+  std::string converted;
+  std::size_t next = 0;  // members mostly come as they are declared
+  JSONReader::Nesting nesting(reader, JSONReader::Kind::object);
+  while (nesting.next()) {
+    auto key = nesting.key();
+    if (strategy) key = converted = strategy(key);
+    const auto index = find(key, members, next);
+    if (index == members.size()) {
+      reader.skip();
+      continue;
+    }
+    const auto value = reader.token_;
+    members[index].decode(reader, object, seen[index]);
+    if (reader.token_ == value) reader.skip();
+    seen[index] = true;
+    next = index + 1;
+  }
+  for (std::size_t i = 0; i < members.size(); ++i)
+    if (members[i].isRequired && !seen[i]) reader.failMissing(members[i].key);
+}
+
+}  // namespace detail
+}  // namespace tarn
