@@ -1,5 +1,5 @@
-// Declares a request, sends it three times and prints what comes: an answer, a failure and a
-// time-out.
+// Declares a request with a typed answer, sends it three times and prints what comes: an answer, a
+// refusal and a document that does not fit.
 //
 //   Quickstart [URL]    talks to a service inside this program, or to the one at the URL
 
@@ -9,50 +9,56 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace {
 
-tarn::URL service = tarn::URL::empty();
+tarn::URL service;
 
 // [request]
-struct GetUser : tarn::DataGetRequestable<GetUser> {
+struct User {
+  int id;
   std::string name;
-  explicit GetUser(std::string name) : name(std::move(name)) {}
+  std::string city;
+};
 
+struct GetUser : tarn::JSONGetRequestable<GetUser, User> {
+  explicit GetUser(std::string name) : name(std::move(name)) {}
   tarn::URL baseURL() const { return service; }
   std::string path() const { return "users/" + name; }
-  tarn::TimeInterval timeoutInterval() const { return std::chrono::seconds(1); }
+  std::string name;
 };
 // [request]
 
-void print(const std::string& name, const tarn::DataResponse& response) {
-  if (const auto error = response.result.error()) {
-    std::printf("%-7s failed: %s\n", name.c_str(), error->message().c_str());
-    return;
-  }
-  const auto http = std::dynamic_pointer_cast<const tarn::HTTPURLResponse>(response.urlResponse);
-  const auto text = response.result.body()->utf8().value_or("(no text)");
-  std::printf("%-7s %s (%s): %s\n", name.c_str(),
-              std::string(response.status.description()).c_str(), http->httpVersion().c_str(),
-              text.c_str());
+std::string reason(const tarn::Error& error) {
+  const auto* answer = error.as<tarn::HTTPResponseError>();
+  const auto where = answer ? answer->decodingError() : std::nullopt;
+  return where ? where->message() : error.message();
 }
 
+std::vector<std::string> names{"grace", "nobody", "ada"};
+
 // One after another, so that the output is the same every time.
-void sendNext(std::vector<std::string> names) {
+void sendNext() {
   if (names.empty()) return tarn::MainQueue::stop();
-  const std::string name = names.front();
-  names.erase(names.begin());
+  const std::string name = names.back();
+  names.pop_back();
   // [send]
-  GetUser(name).send(tarn::DispatchQueue::main(), [name, names](tarn::DataResponse response) {
-    print(name, response);
-    sendNext(names);
+  GetUser(name).send(tarn::DispatchQueue::main(), [name](tarn::JSONResponse<User> response) {
+    if (const auto& user = response.result.body())
+      std::printf("%s lives in %s\n", user->name.c_str(), user->city.c_str());
+    else
+      std::printf("%s: %s\n", name.c_str(), reason(*response.result.error()).c_str());
+    sendNext();
   });
   // [send]
 }
 
 examples::LoopbackService::Answer answer(const examples::LoopbackService::Request& request) {
-  if (request.path == "/users/ada") return {.body = "Ada Lovelace, London"};
-  if (request.path == "/users/stalled") return {.body = "", .stalls = true};
+  if (request.path == "/users/ada")
+    return {.body = R"({"id": 1, "name": "Ada Lovelace", "city": "London"})"};
+  if (request.path == "/users/grace")
+    return {.body = R"({"id": 2, "name": "Grace Hopper", "city": 1906})"};
   return {.status = 404, .body = "no such user"};
 }
 
@@ -63,7 +69,7 @@ int main(int argc, char** argv) try {
   if (argc < 2) embedded = std::make_unique<examples::LoopbackService>(answer);
   service = tarn::URL(embedded ? embedded->url() : argv[1]);
 
-  sendNext({"ada", "nobody", "stalled"});
+  sendNext();
   tarn::MainQueue::run();
   return 0;
 } catch (const std::exception& error) {

@@ -9,10 +9,13 @@
 #include <Platform/Files/Bundle.hpp>
 #include <Platform/Files/Locale.hpp>
 #include <Platform/Files/ProcessInfo.hpp>
+#include <Platform/JSON/JSONValue.hpp>
 #include <Platform/URLLoading/URLSession.hpp>
 #include <TarnLogger/Logger.hpp>
 #include <TarnService/RequestModel/DataRequest.hpp>
 #include <TarnService/RequestModel/DataRequestable.hpp>
+#include <TarnService/RequestModel/JSONRequest.hpp>
+#include <TarnService/RequestModel/JSONRequestable.hpp>
 #include <TarnService/RequestModel/UserAgent.hpp>
 #include <TarnService/Responses/DataResponse.hpp>
 #include <TarnService/Responses/FoundationError.hpp>
@@ -20,4 +23,5 @@
 #include <TarnService/Responses/HTTPResponse.hpp>
 #include <TarnService/Responses/HTTPResponseError.hpp>
 #include <TarnService/Responses/HTTPUnknownError.hpp>
+#include <TarnService/Responses/JSONResponse.hpp>
 #include <TarnService/Sending/HTTPRequestableAdditions.hpp>

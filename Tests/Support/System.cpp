@@ -1,6 +1,8 @@
 #include <Support/System.hpp>
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -83,6 +85,18 @@ void writeFile(const std::string& path, const std::string& content) {
 bool fileExists(const std::string& path) {
   std::error_code ignored;
   return std::filesystem::exists(path, ignored);
+}
+
+std::string outputOf(const std::string& command) {
+  FILE* pipe = ::popen(command.c_str(), "r");
+  if (pipe == nullptr) throw std::runtime_error("popen");
+  std::string text;
+  std::array<char, 4096> buffer;
+  while (const auto count = std::fread(buffer.data(), 1, buffer.size(), pipe))
+    text.append(buffer.data(), count);
+  if (const int status = ::pclose(pipe); status != 0)
+    throw std::runtime_error(command + " ended with " + std::to_string(status));
+  return text;
 }
 
 }  // namespace tarn::test

@@ -48,4 +48,7 @@ std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
 bool fileExists(const std::string& path);
 
+/// What the shell command prints. Throws std::runtime_error unless it ends with 0.
+std::string outputOf(const std::string& command);
+
 }  // namespace tarn::test

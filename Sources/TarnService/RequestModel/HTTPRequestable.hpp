@@ -5,6 +5,7 @@
 #include <Platform/Types/URL.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 #include <Tambour/DataRepresentable.hpp>
+#include <Tambour/JSONEncodable.hpp>
 #include <TarnService/RequestModel/HTTPContentEncoder.hpp>
 #include <TarnService/RequestModel/HTTPMediaType.hpp>
 #include <TarnService/RequestModel/HTTPMethod.hpp>
@@ -16,6 +17,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -72,6 +74,27 @@ TARN_PROPERTY(cancellationIdentifier)
 
 }  // namespace detail::property
 
+namespace detail {
+
+/// What can be sent as a body: bytes, what turns itself into bytes, and what is written as JSON. A
+/// text would be sent in quotes where bytes that are JSON already are meant, so it has to say
+/// which.
+template <class Body>
+concept SendableBody = DataRepresentable<Body> ||
+    (JSONEncodable<Body> && !std::convertible_to<const Body&, std::string_view>);
+
+/// The bytes of a body.
+template <SendableBody Body>
+Data bytesOf(const Body& body) {
+  if constexpr (DataRepresentable<Body>) {
+    return body.asData();
+  } else {
+    return encoderOf<Body>().encode(body);
+  }
+}
+
+}  // namespace detail
+
 /// One concept for each thing that a request has to say of itself.
 namespace requirement {
 
@@ -106,7 +129,7 @@ concept HasSettings =
     property::timeoutIntervalIs<R, TimeInterval>;
 template <class R>
 concept HasBody = property::bodyExists<R> && requires(const R& request) {
-  requires DataRepresentable<std::remove_cvref_t<decltype(property::body(request))>>;
+  requires detail::SendableBody<std::remove_cvref_t<decltype(property::body(request))>>;
 };
 template <class R>
 concept HasContentType = property::contentTypeIs<R, HTTPMediaType>;
@@ -165,11 +188,11 @@ consteval void requireHTTPRequestable() {
 template <class R>
 consteval void requireHTTPBodyRequestable() {
   static_assert(requirement::HasBody<R>,
-                "A request with a body answers it from `body()`, and the body turns itself into "
-                "bytes through "
-                "`asData()`.");
+                "A request with a body answers it from `body()`: bytes, a value that turns itself "
+                "into bytes through `asData()`, or one that is written as JSON. A text has to say "
+                "which: `tarn::Data(text)` or `tarn::JSONReference(text)`.");
   static_assert(requirement::HasContentType<R>,
-                "A request with a body that is no `tarn::Data` has a `contentType`, a "
+                "A request with a body that is no `tarn::Data` and no JSON has a `contentType`, a "
                 "`tarn::HTTPMediaType`.");
   static_assert(requirement::HasContentEncoder<R>,
                 "A request's `contentEncoder` is a `std::optional<tarn::HTTPContentEncoderType>`.");

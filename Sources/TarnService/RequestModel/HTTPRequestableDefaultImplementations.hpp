@@ -149,10 +149,15 @@ struct HTTPRequestableDefaults {
 /// Supplies the defaults of HTTPBodyRequestable on top of those of a request.
 template <class Self, class Base = HTTPRequestableDefaults<Self>>
 struct HTTPBodyRequestableDefaults : Base {
-  /// Plain bytes are an octet stream; every other body has to say what it is.
+  /// Plain bytes are an octet stream and values that are written as JSON are JSON; every other body
+  /// has to say what it is.
   template <class R = Self>
-  requires std::same_as<detail::BodyOf<R>, Data> HTTPMediaType contentType()
-  const { return HTTPMediaType::applicationOctetStream; }
+  requires(std::same_as<detail::BodyOf<R>, Data> || JSONEncodable<detail::BodyOf<R>>) HTTPMediaType
+      contentType()
+  const {
+    return JSONEncodable<detail::BodyOf<R>> ? HTTPMediaType::json
+                                            : HTTPMediaType::applicationOctetStream;
+  }
   std::optional<HTTPContentEncoderType> contentEncoder() const { return std::nullopt; }
 
   /// The request with its body, encoded where it has an encoder. Throws what the body or the
@@ -162,9 +167,11 @@ struct HTTPBodyRequestableDefaults : Base {
     detail::requireHTTPBodyRequestable<R>();
     const R& self = static_cast<const R&>(*this);
     URLRequest request = self.generateRequest();
-    request.setValue(detail::property::contentType(self).rawValue, "Content-Type");
-    detail::setBody(request, detail::property::body(self).asData(),
-                    detail::property::contentEncoder(self));
+    if constexpr (HTTPBodyRequestable<R>) {
+      request.setValue(detail::property::contentType(self).rawValue, "Content-Type");
+      detail::setBody(request, detail::bytesOf(detail::property::body(self)),
+                      detail::property::contentEncoder(self));
+    }
     return request;
   }
 };

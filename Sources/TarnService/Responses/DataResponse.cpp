@@ -1,6 +1,5 @@
 #include <Platform/Types/SourceLocation.hpp>
 #include <TarnService/Responses/DataResponse.hpp>
-#include <TarnService/Responses/HTTPResponseError.hpp>
 #include <TarnService/Responses/HTTPUnknownError.hpp>
 
 namespace tarn {
@@ -8,16 +7,11 @@ namespace {
 
 DataResult judge(const std::optional<Data>& data, const URLResponse* response,
                  const std::optional<Error>& error) {
-  if (error) return DataResult::failure(*error);
   const auto* http = dynamic_cast<const HTTPURLResponse*>(response);
+  if (auto failure = detail::failureOf(http, error)) return DataResult::failure(*failure);
   if (!http) {
     return DataResult::failure(HTTPUnknownError::dataResponseFailedToConstruct(
         SourceLocation::in("init(data:url:response:error:)")));
-  }
-  // Fixed in the record on purpose: what the request itself accepts is judged before, and arrives
-  // here as an error.
-  if (!status(*http).isAcceptableByDefault()) {
-    return DataResult::failure(HTTPResponseError::unacceptableStatus(status(*http)));
   }
   return DataResult::success(data);
 }

@@ -1,4 +1,5 @@
 #include <TarnService/Responses/HTTPResponsable.hpp>
+#include <TarnService/Responses/HTTPResponseError.hpp>
 
 namespace tarn {
 
@@ -25,6 +26,17 @@ std::string detail::debugStatusAndHeaders(TypeReference type,
     for (const auto& [name, value] : *metadata.headers) text += name + ": " + value + "\n";
   }
   return text;
+}
+
+std::optional<Error> detail::failureOf(const HTTPURLResponse* http,
+                                       const std::optional<Error>& error) {
+  if (error) return error;
+  // Fixed in the record on purpose: what the request itself accepts is judged before, and arrives
+  // here as an error.
+  if (http && !tarn::status(*http).isAcceptableByDefault()) {
+    return HTTPResponseError::unacceptableStatus(tarn::status(*http));
+  }
+  return std::nullopt;
 }
 
 }  // namespace tarn

@@ -39,6 +39,9 @@ struct HTTPResponseMetadata {
 namespace detail {
 
 std::string debugStatusAndHeaders(TypeReference type, const HTTPResponseMetadata& metadata);
+/// Why every record is a failure, whatever the body: the error it was given, or a status outside of
+/// 200 to 206. `http` is null where the answer was no HTTP answer, which each record judges itself.
+std::optional<Error> failureOf(const HTTPURLResponse* http, const std::optional<Error>& error);
 
 }  // namespace detail
 
@@ -89,7 +92,8 @@ concept _HTTPResponsable =  // NOLINT(bugprone-reserved-identifier): the name is
   { response.urlResponse } -> std::convertible_to<std::shared_ptr<const URLResponse>>;
 };
 
-/// A response record: DataResponse, or one's own that derives from HTTPResponseRecord.
+/// A response record: DataResponse, JSONResponse, or one's own that derives from
+/// HTTPResponseRecord.
 template <class T>
 concept HTTPResponsable = _HTTPResponsable<T> && requires(const T& response) {
   { response.debugStatusAndHeaders() } -> std::convertible_to<std::string>;

@@ -70,7 +70,15 @@ struct PropertyNotConst : DataRequestable<PropertyNotConst> {
 
 struct WithoutBody : DataPostRequestable<WithoutBody> {};
 struct OtherBody : DataPostRequestable<OtherBody> {
-  int body = 0;
+  const void* body = nullptr;
+};
+/// Bytes that are JSON already, or a JSON string?
+struct TextBody : DataPostRequestable<TextBody> {
+  std::string body;
+};
+/// Written as JSON.
+struct EncodableBody : DataPostRequestable<EncodableBody> {
+  std::map<std::string, int> body;
 };
 struct Text {
   Data asData() const { return Data("text"); }
@@ -110,9 +118,11 @@ static_assert(!HTTPRequestable<int>);
 
 static_assert(HTTPBodyRequestable<CompleteWithBody>);
 static_assert(HTTPBodyRequestable<WithContentType>);
+static_assert(HTTPBodyRequestable<EncodableBody>);
 static_assert(!HTTPBodyRequestable<Complete>);
 static_assert(!HTTPBodyRequestable<WithoutBody>);
 static_assert(!HTTPBodyRequestable<OtherBody>);
+static_assert(!HTTPBodyRequestable<TextBody>);
 static_assert(!HTTPBodyRequestable<WithoutContentType>);
 static_assert(!HTTPBodyRequestable<OtherEncoder>);
 

@@ -1,0 +1,10 @@
+#include <Tambour/JSONDecodable.hpp>
+
+namespace tarn {
+
+const JSONDecoder& jsonDecoder() {
+  static const JSONDecoder& decoder = *new JSONDecoder;
+  return decoder;
+}
+
+}  // namespace tarn

@@ -1,0 +1,35 @@
+#include <Support/System.hpp>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace tarn::test {
+namespace {
+
+std::string printedBy(const std::string& example) {
+  return outputOf(std::string(TARN_EXAMPLES_DIR "/") + example);
+}
+
+TEST(ExampleTests, CRUDChangesANoteAndListsIt) {
+  EXPECT_EQ(printedBy("CRUD"), "1: buy milk (done)\n");
+}
+
+TEST(ExampleTests, JSONPrintsWhatItReads) {
+  EXPECT_EQ(printedBy("JSON"),
+            R"({"number":9007199254740993,"items":[{"name":"tea","price":4.5,"size":"small"}],)"
+            R"("stock":{"tea":3},"customer":"ada"})"
+            "\n"
+            R"({"page_no":1,"size":20,"data":["a"]})"
+            "\n"
+            "[[1.0,2.5]]\n"
+            R"("DARK-1")"
+            "\n"
+            "launch at 1795246200\n"
+            R"({"a":[1,2.5,null]})"
+            "\n"
+            "items[0].price: expected a number, found the string \"4,50\"\n");
+}
+
+}  // namespace
+}  // namespace tarn::test
