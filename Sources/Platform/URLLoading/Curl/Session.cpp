@@ -4,6 +4,8 @@
 #include <Platform/URLLoading/Curl/SessionCore.hpp>
 #include <Platform/URLLoading/Curl/Task.hpp>
 
+#include <stdexcept>
+
 namespace tarn::detail {
 
 CurlSession::CurlSession(URLSessionConfiguration configuration,
@@ -33,6 +35,19 @@ std::shared_ptr<URLSessionDataTask> CurlSession::dataTask(URLRequest request) {
                                     std::move(request), phase_ == Phase::active);
   if (phase_ != Phase::invalid) tasks_.emplace(lastIdentifier_, task);
   return task;
+}
+
+std::shared_ptr<URLSessionUploadTask> CurlSession::uploadTask(URLRequest, Data) {
+  throw std::logic_error("uploadTask");
+}
+std::shared_ptr<URLSessionUploadTask> CurlSession::uploadTask(URLRequest, URL) {
+  throw std::logic_error("uploadTask");
+}
+std::shared_ptr<URLSessionDownloadTask> CurlSession::downloadTask(URLRequest) {
+  throw std::logic_error("downloadTask");
+}
+std::shared_ptr<URLSessionDownloadTask> CurlSession::downloadTask(const Data&) {
+  throw std::logic_error("downloadTask");
 }
 
 void CurlSession::invalidateAndCancel() {

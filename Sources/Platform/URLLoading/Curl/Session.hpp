@@ -21,6 +21,14 @@ class CurlSession final : public URLSession, public std::enable_shared_from_this
   ~CurlSession() override;
 
   std::shared_ptr<URLSessionDataTask> dataTask(URLRequest request) override TARN_EXCLUDES(mutex_);
+  std::shared_ptr<URLSessionUploadTask> uploadTask(URLRequest request, Data fromData) override
+      TARN_EXCLUDES(mutex_);
+  std::shared_ptr<URLSessionUploadTask> uploadTask(URLRequest request, URL fromFile) override
+      TARN_EXCLUDES(mutex_);
+  std::shared_ptr<URLSessionDownloadTask> downloadTask(URLRequest request) override
+      TARN_EXCLUDES(mutex_);
+  std::shared_ptr<URLSessionDownloadTask> downloadTask(const Data& withResumeData) override
+      TARN_EXCLUDES(mutex_);
   void invalidateAndCancel() override TARN_EXCLUDES(mutex_);
   void finishTasksAndInvalidate() override TARN_EXCLUDES(mutex_);
 
