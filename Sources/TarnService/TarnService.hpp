@@ -20,10 +20,16 @@
 #include <TarnService/RequestModel/DataRequestable.hpp>
 #include <TarnService/RequestModel/UserAgent.hpp>
 #include <TarnService/Responses/DataResponse.hpp>
+#include <TarnService/Responses/DownloadResponse.hpp>
 #include <TarnService/Responses/FoundationError.hpp>
 #include <TarnService/Responses/GZipError.hpp>
 #include <TarnService/Responses/HTTPRequestError.hpp>
 #include <TarnService/Responses/HTTPResponse.hpp>
 #include <TarnService/Responses/HTTPResponseError.hpp>
 #include <TarnService/Responses/HTTPUnknownError.hpp>
+#include <TarnService/Sending/DownloadRequest.hpp>
+#include <TarnService/Sending/DownloadRequestable.hpp>
 #include <TarnService/Sending/HTTPRequestableAdditions.hpp>
+#include <TarnService/Sending/UploadRequestable.hpp>
+#include <TarnService/Transport/FileManagerAdditions.hpp>
+#include <TarnService/Transport/ResetDefaultTaskProducers.hpp>
