@@ -54,6 +54,7 @@ struct MultipartUploadRequestable : Base {
           requires std::derived_from<detail::BodyOf<R>, MultipartForm>;
         },
         "A multipart request's `body` is a `tarn::MultipartForm`.");
+    detail::requireHTTPBodyRequestable<R>();
     const R& self = static_cast<const R&>(*this);
     URLRequest request = self.generateRequest();
     const auto& form = detail::property::body(self);

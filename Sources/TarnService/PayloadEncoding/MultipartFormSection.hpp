@@ -24,8 +24,11 @@ struct MultipartFormSection {
 
   /// Bytes, with a media type where one is given.
   template <DataRepresentable T>
+  MultipartFormSection(std::string name, T dataRepresentable)
+      : name(std::move(name)), dataRepresentable(std::move(dataRepresentable)) {}
+  template <DataRepresentable T>
   MultipartFormSection(std::string name, T dataRepresentable,
-                       std::optional<std::string> contentType = std::nullopt)
+                       std::optional<std::string> contentType)
       : name(std::move(name)),
         contentType(std::move(contentType)),
         dataRepresentable(std::move(dataRepresentable)) {}
