@@ -31,6 +31,7 @@ struct MultipartForm {
   std::vector<MultipartFormSection> sections;
   BoundaryGenerator boundaryGeneratory;  // spelled so: callers know it by this name
 
+  MultipartForm() = default;
   MultipartForm(std::initializer_list<MultipartFormSection> sections) : sections(sections) {}
   explicit MultipartForm(std::vector<MultipartFormSection> sections)
       : sections(std::move(sections)) {}

@@ -36,6 +36,7 @@ TEST(BoundaryGeneratorTests, IsOfTheProcess) {
 
 TEST(MultipartFormTests, WithoutSectionsIsJustItsEnd) {
   EXPECT_EQ(MultipartForm({}).asData(), Data("\r\n--" + boundary() + "--\r\n"));
+  EXPECT_EQ(MultipartForm().asData(), MultipartForm({}).asData());
 }
 
 TEST(MultipartFormTests, OneSectionStandsBetweenBoundaries) {
@@ -152,6 +153,14 @@ TEST(MultipartUploadRequestableTests, WithoutAnAddressNoSectionIsRead) {
   }
 }
 
+/// The same on the producer of uploads.
+struct Upload : MultipartUploadRequestable<Upload, UploadPostRequestable<Upload>> {
+  Upload(const std::string& address, MultipartForm form) : url(address), body(std::move(form)) {}
+
+  URL url;
+  MultipartForm body;
+};
+
 class MultipartUploadWireTests : public test::ServiceTest {
  protected:
   MultipartUploadWireTests() { server.route("/form", Script().respond(200)); }
@@ -194,6 +203,16 @@ TEST_F(MultipartUploadWireTests, TheServerReceivesTheFormByteForByte) {
             std::vector<std::string>{"multipart/form-data; boundary=" + boundary()});
   EXPECT_EQ(request.header("Content-Length"), std::to_string(expected.size()));
   EXPECT_EQ(request.body, expected);
+}
+
+TEST_F(MultipartUploadWireTests, AnUploadSendsTheFormToo) {
+  const MultipartForm form{{"a", Data("b"), "text/plain"}, {"c", Data("d")}};
+  Upload(server.url("/form"), form).send(DispatchQueue("test.completions"), responses.callback());
+  ASSERT_TRUE(responses.waitFor(1));
+  EXPECT_TRUE(responses.value(0).result.isSuccessful());
+  const auto request = server.request(0);
+  EXPECT_EQ(request.header("Content-Type"), "multipart/form-data; boundary=" + boundary());
+  EXPECT_EQ(request.body, form.asData().view());
 }
 
 TEST_F(MultipartUploadWireTests, ASectionThatCannotBeReadFailsTheRequestBeforeItIsSent) {

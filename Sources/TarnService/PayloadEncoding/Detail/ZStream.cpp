@@ -60,6 +60,7 @@ class ZStream {
   bool isFull() const noexcept { return written() >= output.size(); }
   std::size_t written() const noexcept { return stream_.total_out; }
   z_stream* get() noexcept { return &stream_; }
+  /// With what zlib said; its texts are constants and stay when it has ended.
   GZipError error(int code) const { return {code, stream_.msg}; }
 
   /// What has been written. Only once.
@@ -137,8 +138,7 @@ Data inflated(const Data& bytes, std::optional<std::size_t> maximumSize, std::si
       throw GZipError(Z_BUF_ERROR, text.c_str());
     }
   } while (result == Z_OK);
-  const GZipError error = stream.error(result);  // the message goes with the stream
-  if (const int ended = stream.end(); ended != Z_OK || result != Z_STREAM_END) throw error;
+  if (stream.end() != Z_OK || result != Z_STREAM_END) throw stream.error(result);
   return stream.takeOutput();
 }
 
