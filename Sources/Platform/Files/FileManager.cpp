@@ -1,11 +1,15 @@
+#include <Platform/Files/Detail/Descriptor.hpp>
 #include <Platform/Files/FileManager.hpp>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <string_view>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace tarn {
 
@@ -21,8 +25,77 @@ std::string pathOf(const char* attempt, const URL& url) {
   return path;
 }
 
+[[noreturn]] void fail(const char* attempt, const std::string& path, int systemError) {
+  throw FileError(attempt, path, systemError);
+}
+
 void check(const std::error_code& error, const char* attempt, const std::string& path) {
-  if (error) throw FileError(attempt, path, error.value());
+  if (error) fail(attempt, path, error.value());
+}
+
+template <class Call>
+ssize_t untilUninterrupted(Call call) {
+  ssize_t result = 0;
+  do {
+    result = call();
+  } while (result < 0 && errno == EINTR);
+  return result;
+}
+
+void copyBytes(const detail::Descriptor& from, const std::string& fromPath,
+               const detail::Descriptor& to, const std::string& toPath) {
+  constexpr std::size_t atOnce = 1 << 30;
+  while (copy_file_range(from.get(), nullptr, to.get(), nullptr, atOnce, 0) > 0) continue;
+  // What the kernel can't copy by itself, or why it could not.
+  std::array<char, 64 * 1024> buffer;
+  for (;;) {
+    const auto count =
+        untilUninterrupted([&] { return read(from.get(), buffer.data(), buffer.size()); });
+    if (count < 0) fail("Reading", fromPath, errno);
+    if (count == 0) return;
+    for (ssize_t done = 0; done < count;) {
+      const auto written = untilUninterrupted([&] {
+        return write(to.get(), buffer.data() + done, static_cast<std::size_t>(count - done));
+      });
+      if (written < 0) fail("Writing", toPath, errno);
+      done += written;
+    }
+  }
+}
+
+// The standard library's own copy answers any failure to write with EIO.
+void copyFile(const std::string& from, const std::string& to, mode_t mode) {
+  const detail::Descriptor source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!source.isOpen()) fail("Opening", from, errno);
+  detail::Descriptor target(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (!target.isOpen()) fail("Creating", to, errno);
+  copyBytes(source, from, target, to);
+  if (fchmod(target.get(), mode & 07777) != 0) fail("Setting the mode of", to, errno);
+  if (close(target.release()) != 0 && errno != EINTR) fail("Closing", to, errno);
+}
+
+void copyEntry(const std::string& from, const std::string& to) {
+  constexpr auto attempt = "Copying";
+  struct stat status {};
+  std::error_code error;
+  if (lstat(from.c_str(), &status) != 0) fail(attempt, from, errno);
+  if (S_ISLNK(status.st_mode)) {
+    fs::copy_symlink(from, to, error);
+    check(error, attempt, from);
+  } else if (S_ISDIR(status.st_mode)) {
+    if (mkdir(to.c_str(), 0700) != 0) fail("Making the directory", to, errno);
+    fs::directory_iterator entry(from, error);
+    for (const auto end = fs::directory_iterator(); !error && entry != end;
+         entry.increment(error)) {
+      copyEntry(entry->path(), to + "/" + entry->path().filename().string());
+    }
+    check(error, attempt, from);
+    if (chmod(to.c_str(), status.st_mode & 07777) != 0) fail("Setting the mode of", to, errno);
+  } else if (S_ISREG(status.st_mode)) {
+    copyFile(from, to, status.st_mode);
+  } else {
+    fail(attempt, from, EINVAL);
+  }
 }
 
 }  // namespace
@@ -63,13 +136,19 @@ void FileManager::copyItem(const URL& at, const URL& to) const {
   const auto target = pathOf("Copying to", to);
   std::error_code error;
   if (fs::symlink_status(target, error).type() != fs::file_type::not_found) {
-    throw FileError("Copying to", target, error ? error.value() : EEXIST);
+    fail("Copying to", target, error ? error.value() : EEXIST);
   }
-  fs::copy(from, target, fs::copy_options::recursive | fs::copy_options::copy_symlinks, error);
-  if (!error) return;
-  std::error_code ignored;
-  fs::remove_all(target, ignored);
-  throw FileError("Copying", from + "\" to \"" + target, error.value());
+  // A directory within itself would have no end.
+  const auto root = fs::weakly_canonical(from, error).string() + "/";
+  if (fs::weakly_canonical(target, error).string().starts_with(root)) {
+    fail("Copying to", target, EINVAL);
+  }
+  try {
+    copyEntry(from, target);
+  } catch (...) {
+    fs::remove_all(target, error);
+    throw;
+  }
 }
 
 void FileManager::removeItem(const URL& at) const {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Platform/URLLoading/Detail/Descriptor.hpp>
+#include <Platform/Files/Detail/Descriptor.hpp>
 
 #include <cstddef>
 #include <cstdint>
