@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tarn::test {
 
@@ -47,5 +48,7 @@ std::size_t threadCount();
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
 bool fileExists(const std::string& path);
+/// What a directory holds, by name, in order.
+std::vector<std::string> fileNames(const std::string& directory);
 
 }  // namespace tarn::test
