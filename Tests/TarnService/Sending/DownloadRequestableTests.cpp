@@ -234,15 +234,13 @@ TEST_F(DownloadSendTests, CancellingBeforeTheSendQueueRunsMakesNoTask) {
   expectLog(LogLevel::error, "Failure sending request Hasty: Task has been cancelled");
 }
 
-// Makes tasks as the shared producer does, and calls back once one is made.
+// Calls back once a task is made.
 class HookedProducer final : public HTTPDownloadTaskProducer {
  public:
   std::function<void(const std::shared_ptr<URLSessionTask>&)> onCreate;
 
   using HTTPDownloadTaskProducer::create;
-  std::shared_ptr<URLSession> session() override {
-    return DownloadTaskProducer::shared()->session();
-  }
+  std::shared_ptr<URLSession> session() override { return session_; }
   void resetSession() override {}
   std::shared_ptr<URLSessionTask> create(const URLRequest& forRequest,
                                          bool shouldWaitForConnectivity,
@@ -253,6 +251,10 @@ class HookedProducer final : public HTTPDownloadTaskProducer {
     onCreate(task);
     return task;
   }
+
+ private:
+  std::shared_ptr<URLSession> session_ =
+      URLSession::make({}, std::make_shared<URLSessionDelegate>());
 };
 
 struct Late : DownloadGetRequestable<Late>, HTTPRequestCancelable<Late> {
