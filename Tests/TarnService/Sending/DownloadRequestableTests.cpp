@@ -7,10 +7,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace tarn {
 namespace {
@@ -297,6 +299,35 @@ TEST_F(DownloadSendTests, CancellingInFlightEndsTheDownloadOnceAndLeavesNoFile) 
   queue.sync([] {});
   EXPECT_EQ(responses.count(), 1u);
   EXPECT_EQ(progress.count(), 1u);
+}
+
+TEST_F(DownloadSendTests, DownloadsCancelledAtAnyMomentAreAnsweredOnceAndLeaveNoPartOfAFile) {
+  server.route("/some", Script().respond(200, {}, std::string(100000, 'x')));
+  constexpr std::size_t count = 300;
+  std::vector<Fetch> requests;
+  for (std::size_t index = 0; index < count; ++index) {
+    requests.push_back(fetch("/some"));
+    send(requests.back(), queue);
+    // The further back, the further the download has come.
+    requests[index - std::min<std::size_t>(index, index % 23)].cancel();
+  }
+  ASSERT_TRUE(responses.waitFor(count));
+  queue.sync([] {});
+  EXPECT_EQ(responses.count(), count);
+  std::size_t pending = 0;
+  std::size_t kept = 0;
+  for (const auto& request : requests) pending += state(request).has_value();
+  for (const auto& response : responses.values()) kept += response.result.isSuccessful();
+  EXPECT_EQ(pending, 0u);
+  EXPECT_LT(kept, count);
+  // Those that were cancelled before they were sent are logged; the rest fail without a line.
+  for (const auto& message : log.messages(LogLevel::error)) {
+    EXPECT_EQ(message, "Failure sending request Fetch: Task has been cancelled");
+    expectFailureLog("Task has been cancelled");
+  }
+  // A download that is cancelled when it is whole leaves its file, like any other.
+  EXPECT_GE(downloads().size(), kept);
+  expectKeptDownloads(downloads().size());
 }
 
 TEST_F(DownloadSendTests, WhatTheCallbacksHoldIsLetGoOnceTheSendIsAnswered) {

@@ -21,16 +21,17 @@ class ProgressRelayTests : public test::ServiceTest {
  protected:
   static constexpr auto concurrent = DispatchQueue::Attribute::concurrent;
 
-  std::shared_ptr<detail::ProgressRelay> relay(const std::optional<DispatchQueue>& queue) const {
+  std::shared_ptr<detail::ProgressRelay> relay(const std::optional<DispatchQueue>& onQueue) const {
     return std::make_shared<detail::ProgressRelay>(
-        queue, [events = events](RequestProgress progress) {
+        onQueue, [events = events](RequestProgress progress) {
           events.add(std::to_string(progress.completedBytes));
         });
   }
-  void finish(const std::shared_ptr<detail::ProgressRelay>& relay,
-              const std::optional<DispatchQueue>& queue) const {
-    async(queue,
-          [relay, events = events] { relay->finish([events] { events.add("completion"); }); });
+  void finish(const std::shared_ptr<detail::ProgressRelay>& progress,
+              const std::optional<DispatchQueue>& onQueue) const {
+    async(onQueue, [progress, events = events] {
+      progress->finish([events] { events.add("completion"); });
+    });
   }
 
   DispatchQueue queue{"test.progress"};
