@@ -83,16 +83,18 @@ struct SendOperations {
     const std::shared_ptr<Producer> producer = property::taskProducer(request);
     const bool waits = request._shouldWaitForConnectivity();
     const URLRequest urlRequest = request.urlRequest();
+    // By way of the interfaces: a producer that overrides one `create` hides the others.
     if constexpr (isDownload) {
-      return producer->create(urlRequest, waits, std::move(progress),
+      HTTPDownloadTaskProducer& downloads = *producer;
+      return downloads.create(urlRequest, waits, std::move(progress),
                               onEnd<URL>(request, queue, std::move(completion)));
     } else if constexpr (isUpload) {
-      return producer->create(urlRequest, uploadKind(request, urlRequest), waits,
-                              std::move(progress),
-                              onEnd<Data>(request, queue, std::move(completion)));
+      HTTPUploadTaskProducer& uploads = *producer;
+      return uploads.create(urlRequest, uploadKind(request, urlRequest), waits, std::move(progress),
+                            onEnd<Data>(request, queue, std::move(completion)));
     } else {
-      return producer->create(urlRequest, waits,
-                              onEnd<Data>(request, queue, std::move(completion)));
+      HTTPDataTaskProducer& plain = *producer;
+      return plain.create(urlRequest, waits, onEnd<Data>(request, queue, std::move(completion)));
     }
   }
 
