@@ -261,7 +261,7 @@ TEST_F(DownloadTask, FailsWhereNoFileCanBeMade) {
   std::filesystem::remove_all(place.path());
 }
 
-TEST_F(DownloadTask, SurvivesThatTheDirectoryVanishesMeanwhile) {
+TEST_F(DownloadTask, FailsWhereTheDirectoryVanishesMeanwhile) {
   ScriptedServer server;
   server.route("/",
                Script().head(200, {{"Content-Length", "8"}}).send("part").stall().send("more"));
@@ -273,8 +273,8 @@ TEST_F(DownloadTask, SurvivesThatTheDirectoryVanishesMeanwhile) {
   std::filesystem::remove_all(place.path());
   server.releaseStalls();
   const auto loaded = session.finished(task);
-  EXPECT_EQ(loaded.code(), 0);  // what was open is still written; there is nothing to move, though
-  EXPECT_EQ(loaded.record.files.size(), 1u);
+  EXPECT_EQ(loaded.code(), URLError::cannotWriteToFile);
+  EXPECT_TRUE(loaded.record.files.empty());
 }
 
 /// The number of the descriptor that a download writes to.

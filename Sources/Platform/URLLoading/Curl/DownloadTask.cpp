@@ -132,7 +132,11 @@ void CurlDownloadTask::answerHandlers() noexcept {
   if (handlers.empty()) return;
   std::optional<Data> data;
   guarded("URL loading", [&] {
-    if (const auto resume = resumeData()) data = resume->encoded();
+    try {
+      if (const auto resume = resumeData()) data = resume->encoded();
+    } catch (const URLError&) {
+      // There is nothing to go on with where the file can't be kept.
+    }
   });
   for (const auto& handler : handlers) {
     guarded("byProducingResumeData", [&] { handler(data); });

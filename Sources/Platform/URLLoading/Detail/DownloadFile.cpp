@@ -144,6 +144,10 @@ void DownloadFile::write(const void* bytes, std::size_t count) {
 }
 
 void DownloadFile::close() {
+  struct stat status {};
+  if (fstat(descriptor_.get(), &status) == 0 && status.st_nlink == 0) {
+    fail(URLError::cannotWriteToFile, "Finishing the file", path_, ENOENT);
+  }
   // Whatever it answers, Linux has given the descriptor up.
   if (::close(descriptor_.release()) != 0 && errno != EINTR) {
     fail(URLError::cannotCloseFile, "Closing the file", path_, errno);

@@ -40,6 +40,7 @@ class DownloadFile {
   std::int64_t size() const noexcept { return size_; }
 
   void write(const void* bytes, std::size_t count);
+  /// Fails too where somebody has removed the file.
   void close();
   /// Closes the file and leaves it where it is.
   void keep();
