@@ -2,6 +2,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace tarn::test {
@@ -39,6 +40,50 @@ std::string compress(std::string_view bytes, int window) {
 std::string gzip(std::string_view bytes) { return compress(bytes, gzipWindow); }
 std::string zlibDeflate(std::string_view bytes) { return compress(bytes, zlibWindow); }
 std::string rawDeflate(std::string_view bytes) { return compress(bytes, rawWindow); }
+
+std::string gzipInSteps(std::string_view bytes, int level, std::size_t step) {
+  z_stream stream{};
+  if (deflateInit2(&stream, level, Z_DEFLATED, gzipWindow, MAX_MEM_LEVEL, Z_DEFAULT_STRATEGY) !=
+      Z_OK) {
+    throw std::runtime_error("deflateInit2 failed");
+  }
+  setInput(stream, bytes);
+  std::string packed;
+  std::string room(step, '\0');
+  do {
+    stream.next_out = reinterpret_cast<Bytef*>(room.data());
+    stream.avail_out = static_cast<uInt>(step);
+    deflate(&stream, Z_FINISH);
+    packed.append(room, 0, step - stream.avail_out);
+  } while (stream.avail_out == 0);
+  deflateEnd(&stream);
+  return packed;
+}
+
+std::string gzipOfZeros(std::uint64_t size) {
+  constexpr std::uint64_t pieceSize = 1 << 20;
+  z_stream stream{};
+  if (deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, gzipWindow, 8, Z_DEFAULT_STRATEGY) !=
+      Z_OK) {
+    throw std::runtime_error("deflateInit2 failed");
+  }
+  const std::string zeros(pieceSize, '\0');
+  std::string packed;
+  std::string room(pieceSize, '\0');
+  int result = Z_OK;
+  while (result == Z_OK) {
+    const std::uint64_t piece = std::min(size, pieceSize);
+    setInput(stream, std::string_view(zeros).substr(0, piece));
+    size -= piece;
+    stream.next_out = reinterpret_cast<Bytef*>(room.data());
+    stream.avail_out = static_cast<uInt>(room.size());  // more than a piece of zeros ever needs
+    result = deflate(&stream, size == 0 ? Z_FINISH : Z_NO_FLUSH);
+    packed.append(room, 0, room.size() - stream.avail_out);
+  }
+  deflateEnd(&stream);
+  if (result != Z_STREAM_END) throw std::runtime_error("deflate failed");
+  return packed;
+}
 
 std::string gunzip(std::string_view bytes) {
   z_stream stream{};

@@ -14,11 +14,16 @@ class IdleSession final : public URLSession {
   explicit IdleSession(URLSessionConfiguration configuration)
       : URLSession(std::move(configuration)) {}
 
-  std::shared_ptr<URLSessionDataTask> dataTask(URLRequest) override {
-    throw std::logic_error("an idle session makes no tasks");
-  }
+  std::shared_ptr<URLSessionDataTask> dataTask(URLRequest) override { refuse(); }
+  std::shared_ptr<URLSessionUploadTask> uploadTask(URLRequest, Data) override { refuse(); }
+  std::shared_ptr<URLSessionUploadTask> uploadTask(URLRequest, URL) override { refuse(); }
+  std::shared_ptr<URLSessionDownloadTask> downloadTask(URLRequest) override { refuse(); }
+  std::shared_ptr<URLSessionDownloadTask> downloadTask(const Data&) override { refuse(); }
   void invalidateAndCancel() override {}
   void finishTasksAndInvalidate() override {}
+
+ private:
+  [[noreturn]] static void refuse() { throw std::logic_error("an idle session makes no tasks"); }
 };
 
 class IdleProducer final : public HTTPDataTaskProducer {

@@ -248,8 +248,12 @@ std::string NginxServer::bigBody() const {
   return repeated("0123456789abcdefghijklmnopqrstuvwxyz\n", bigSize_);
 }
 
+std::string NginxServer::uploadedFile(const std::string& name) const {
+  return directory_.file("upload/" + name);
+}
+
 std::string NginxServer::uploaded(const std::string& name) const {
-  return readFile(directory_.file("upload/" + name));
+  return readFile(uploadedFile(name));
 }
 
 std::string NginxServer::errorLog() const {

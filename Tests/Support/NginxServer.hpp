@@ -34,7 +34,9 @@ class NginxServer {
 
   std::string textBody() const;
   std::string bigBody() const;
-  /// What was stored by PUT to `/upload/NAME`.
+  /// The path of what was stored by PUT to `/upload/NAME`.
+  std::string uploadedFile(const std::string& name) const;
+  /// Its content.
   std::string uploaded(const std::string& name) const;
   std::string errorLog() const;
 

@@ -1,5 +1,6 @@
 #include <Support/System.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -97,6 +98,14 @@ std::string outputOf(const std::string& command) {
   if (const int status = ::pclose(pipe); status != 0)
     throw std::runtime_error(command + " ended with " + std::to_string(status));
   return text;
+}
+
+std::vector<std::string> fileNames(const std::string& directory) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(directory))
+    names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 }  // namespace tarn::test

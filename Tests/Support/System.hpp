@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tarn::test {
 
@@ -47,6 +48,8 @@ std::size_t threadCount();
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
 bool fileExists(const std::string& path);
+/// What a directory holds, by name, in order.
+std::vector<std::string> fileNames(const std::string& directory);
 
 /// What the shell command prints. Throws std::runtime_error unless it ends with 0.
 std::string outputOf(const std::string& command);

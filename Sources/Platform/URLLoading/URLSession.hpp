@@ -30,6 +30,21 @@ class URLSession {
   /// resumed.
   virtual std::shared_ptr<URLSessionDataTask> dataTask(URLRequest request) = 0;
 
+  /// As dataTask(), with a body of its own in place of the request's.
+  virtual std::shared_ptr<URLSessionUploadTask> uploadTask(URLRequest request, Data fromData) = 0;
+  /// As above; the file is opened when the task's turn to connect comes. The task fails with
+  /// URLError::fileDoesNotExist, fileIsDirectory or noPermissionsToReadFile, and with
+  /// cannotOpenFile for what is no regular file.
+  virtual std::shared_ptr<URLSessionUploadTask> uploadTask(URLRequest request, URL fromFile) = 0;
+
+  /// As dataTask(), with the body going to a file.
+  virtual std::shared_ptr<URLSessionDownloadTask> downloadTask(URLRequest request) = 0;
+  /// Goes on with a download that was cancelled with resume data; starts afresh where the server's
+  /// file has changed or the kept part has. The part belongs to the resume data until an answer
+  /// continues or replaces it, so a task that fails before can be tried again. Fails with
+  /// URLError::cannotOpenFile where the data is no resume data.
+  virtual std::shared_ptr<URLSessionDownloadTask> downloadTask(const Data& withResumeData) = 0;
+
   /// Cancels every task; the session becomes invalid once they have completed.
   virtual void invalidateAndCancel() = 0;
   /// Lets running tasks finish, then becomes invalid; tasks made later fail.

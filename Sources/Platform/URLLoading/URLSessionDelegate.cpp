@@ -14,6 +14,14 @@ void URLSessionDelegate::willPerformHTTPRedirection(
 
 void URLSessionDelegate::didReceiveData(URLSession&, URLSessionDataTask&, Data) {}
 
+void URLSessionDelegate::didFinishDownloading(URLSession&, URLSessionDownloadTask&, const URL&) {}
+
+void URLSessionDelegate::didWriteData(URLSession&, URLSessionDownloadTask&, std::int64_t,
+                                      std::int64_t, std::int64_t) {}
+
+void URLSessionDelegate::didResume(URLSession&, URLSessionDownloadTask&, std::int64_t,
+                                   std::int64_t) {}
+
 void URLSessionDelegate::didComplete(URLSession&, URLSessionTask&, const std::optional<Error>&) {}
 
 }  // namespace tarn

@@ -5,6 +5,7 @@
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
 #include <Platform/URLLoading/URLSessionTask.hpp>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -38,6 +39,22 @@ class URLSessionDelegate {
 
   /// The next bytes of the body, decoded. Never called after didComplete.
   virtual void didReceiveData(URLSession& session, URLSessionDataTask& task, Data data);
+
+  /// The file of a download is whole, and removed when the call returns unless it has been moved
+  /// away. Comes once, before didComplete, and only for a task that does not fail.
+  virtual void didFinishDownloading(URLSession& session, URLSessionDownloadTask& task,
+                                    const URL& location);
+
+  /// The file of a download has grown by `bytesWritten` to `totalBytesWritten` bytes. One event for
+  /// all that arrived since the last; `totalBytesExpectedToWrite` is -1 where it is unknown.
+  virtual void didWriteData(URLSession& session, URLSessionDownloadTask& task,
+                            std::int64_t bytesWritten, std::int64_t totalBytesWritten,
+                            std::int64_t totalBytesExpectedToWrite);
+
+  /// The server goes on where an earlier download stopped; otherwise it starts from 0 without this
+  /// event. `expectedTotalBytes` is -1 where it is unknown.
+  virtual void didResume(URLSession& session, URLSessionDownloadTask& task, std::int64_t fileOffset,
+                         std::int64_t expectedTotalBytes);
 
   /// The task is over: the last event of a task, exactly once. Without an error the answer is
   /// whole.

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <Platform/Types/Data.hpp>
 #include <Platform/Types/Error.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 #include <Platform/URLLoading/URLResponse.hpp>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -51,6 +53,42 @@ class URLSessionTask {
 
 /// A task whose body comes to the delegate in memory.
 class URLSessionDataTask : public URLSessionTask {
+ protected:
+  using URLSessionTask::URLSessionTask;
+};
+
+/// A data task that sends a body of its own, from memory or from a file.
+///
+/// A file is read as it is sent, and from its start again where a redirect or a dead connection
+/// asks for it. It must stay as it was when sending began: one that is cut, grows, changes or is
+/// replaced meanwhile fails the task with URLError::requestBodyStreamExhausted, one that vanishes
+/// with URLError::fileDoesNotExist.
+class URLSessionUploadTask : public URLSessionDataTask {
+ protected:
+  using URLSessionDataTask::URLSessionDataTask;
+};
+
+/// A task whose body goes to a temporary file as it arrives, whatever the status of the answer.
+///
+/// The file is written on the delegate queue, in the process's temporary directory (as it is when
+/// the task is made), readable by its owner only. It is gone when didFinishDownloading returns, and
+/// at once where the task fails: with URLError::cannotCreateFile, cannotWriteToFile or
+/// cannotCloseFile where the disk does. A process that ends by exit() takes the unfinished files
+/// along.
+class URLSessionDownloadTask : public URLSessionTask {
+ public:
+  using ResumeDataHandler = std::function<void(std::optional<Data>)>;
+
+  using URLSessionTask::cancel;
+  /// As cancel(), but keeps what has been written for URLSession::downloadTask(withResumeData). The
+  /// handler runs once, on the delegate queue, before didComplete.
+  ///
+  /// It gets nothing unless the load can go on later: some bytes of the answer to a GET are there,
+  /// unencoded, with a strong ETag or a strong Last-Modified date, from a server that does not
+  /// refuse ranges. The data names the kept file and holds the request, its header fields included:
+  /// it is as secret as they are.
+  virtual void cancel(ResumeDataHandler byProducingResumeData) = 0;
+
  protected:
   using URLSessionTask::URLSessionTask;
 };

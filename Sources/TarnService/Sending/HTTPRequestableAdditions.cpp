@@ -27,9 +27,9 @@ void logSendFailure(std::string_view requestType, const Error& error) noexcept {
   }
 }
 
-void reportThrowingCompletion(const Error& error) noexcept {
+void reportThrowing(std::string_view callback, const Error& error) noexcept {
   try {
-    logger().fault("A completion threw: " + error.localizedDescription(),
+    logger().fault(std::string(callback) + " threw: " + error.localizedDescription(),
                    createLogInfoDictionary(error));
   } catch (...) {
     // Out of memory: there is nobody left to tell.

@@ -1,14 +1,19 @@
 #pragma once
 
 #include <Platform/Types/TypeName.hpp>
+#include <Tambour/FileRepresentable.hpp>
 #include <Tambour/OptionalQueue.hpp>
 #include <TarnService/RequestModel/HTTPRequestableDefaultImplementations.hpp>
+#include <TarnService/Sending/ProgressRelay.hpp>
 
 #include <concepts>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace tarn {
@@ -18,7 +23,8 @@ namespace detail {
 const DispatchQueue& sendQueue();
 
 void logSendFailure(std::string_view requestType, const Error& error) noexcept;
-void reportThrowingCompletion(const Error& error) noexcept;
+/// Logs what a callback of the application has thrown.
+void reportThrowing(std::string_view callback, const Error& error) noexcept;
 /// What the transport's own error becomes: the network error with the same number.
 Error networkError(const Error& transportError);
 /// The failure of an answer that the request does not accept.
@@ -39,33 +45,57 @@ struct SendOperations {
   using Queue = std::optional<DispatchQueue>;
 
   static void send(const R& request, Queue queue, Completion<Response> completion) {
-    if (!property::shouldSend(request)) return;
-    request.insertPendingToTaskManager();
-    sendQueue().async([request, queue = std::move(queue), completion = std::move(completion)] {
-      start(request, queue, completion);
-    });
+    submit(request, std::move(queue), std::move(completion),
+           [](const R& value, const Queue& onQueue, const Completion<Response>& onEnd) {
+             return value.createTask(onQueue, onEnd);
+           });
+  }
+
+  /// As above with progress, called on the queue too, never beside the completion or after it.
+  static void send(const R& request, Queue queue, ProgressHandler progress,
+                   Completion<Response> completion) {
+    const auto relay = std::make_shared<ProgressRelay>(queue, std::move(progress));
+    Completion<Response> afterProgress(
+        [relay, completion = std::move(completion)](Response response) {
+          relay->finish([completion, response = std::move(response)]() mutable {
+            if (!completion.claim()) return reportSecondCompletion();
+            runLogged(completion, std::move(response));
+          });
+        });
+    submit(request, std::move(queue), std::move(afterProgress),
+           [relay](const R& value, const Queue& onQueue, const Completion<Response>& onEnd) {
+             return createTask(value, onQueue, onEnd,
+                               [relay](std::int64_t done, std::int64_t expected) {
+                                 relay->report({done, expected});
+                               });
+           });
   }
 
   static std::shared_ptr<URLSessionTask> createTask(const R& request, const Queue& queue,
-                                                    Completion<Response> completion) {
-    static_assert(
-        std::derived_from<typename R::TaskProducer, HTTPDataTaskProducer>,
-        "A request whose task producer makes no data tasks has a `createTask` of its own.");
-    // What the send holds goes once it is answered; the record of the task stays for long.
-    auto pending =
-        std::make_shared<std::optional<Pending>>(Pending{request, queue, std::move(completion)});
-    return property::taskProducer(request)->create(
-        request.urlRequest(), request._shouldWaitForConnectivity(),
-        [pending = std::move(pending)](std::optional<Data> data,
-                                       std::shared_ptr<const URLResponse> response,
-                                       std::optional<Error> error) {
-          const auto ended = std::exchange(*pending, std::nullopt);
-          if (!ended) return reportSecondCompletion();
-          processTaskCompletion(
-              ended->request,
-              {std::move(data), std::nullopt, std::move(response), std::move(error)}, ended->queue,
-              ended->completion);
-        });
+                                                    Completion<Response> completion,
+                                                    URLSessionTaskRef::Progress progress = {}) {
+    using Producer = typename R::TaskProducer;
+    constexpr bool isDownload = std::derived_from<Producer, HTTPDownloadTaskProducer>;
+    constexpr bool isUpload = std::derived_from<Producer, HTTPUploadTaskProducer>;
+    static_assert(isDownload || isUpload || std::derived_from<Producer, HTTPDataTaskProducer>,
+                  "A request whose task producer makes no data, download or upload tasks has a "
+                  "`createTask` of its own.");
+    const std::shared_ptr<Producer> producer = property::taskProducer(request);
+    const bool waits = request._shouldWaitForConnectivity();
+    const URLRequest urlRequest = request.urlRequest();
+    // By way of the interfaces: a producer that overrides one `create` hides the others.
+    if constexpr (isDownload) {
+      HTTPDownloadTaskProducer& downloads = *producer;
+      return downloads.create(urlRequest, waits, std::move(progress),
+                              onEnd<URL>(request, queue, std::move(completion)));
+    } else if constexpr (isUpload) {
+      HTTPUploadTaskProducer& uploads = *producer;
+      return uploads.create(urlRequest, uploadKind(request, urlRequest), waits, std::move(progress),
+                            onEnd<Data>(request, queue, std::move(completion)));
+    } else {
+      HTTPDataTaskProducer& plain = *producer;
+      return plain.create(urlRequest, waits, onEnd<Data>(request, queue, std::move(completion)));
+    }
   }
 
   static void report(const R& request, Error error, const Queue& queue,
@@ -99,33 +129,86 @@ struct SendOperations {
     Completion<Response> completion;
   };
 
+  /// What a task's record calls at its end, with the bytes or the file.
+  template <class Body>
+  static std::function<void(std::optional<Body>, std::shared_ptr<const URLResponse>,
+                            std::optional<Error>)>
+  onEnd(const R& request, const Queue& queue, Completion<Response> completion) {
+    // What the send holds goes once it is answered; the record of the task stays for long.
+    auto pending =
+        std::make_shared<std::optional<Pending>>(Pending{request, queue, std::move(completion)});
+    return [pending = std::move(pending)](std::optional<Body> body,
+                                          std::shared_ptr<const URLResponse> response,
+                                          std::optional<Error> error) {
+      const auto ended = std::exchange(*pending, std::nullopt);
+      if (!ended) return reportSecondCompletion();
+      TaskOutcome outcome{{}, {}, std::move(response), std::move(error)};
+      if constexpr (std::same_as<Body, URL>) {
+        outcome.url = std::move(body);
+      } else {
+        outcome.data = std::move(body);
+      }
+      processTaskCompletion(ended->request, outcome, ended->queue, ended->completion);
+    };
+  }
+
+  /// The body as the URL request has it, encoded perhaps; else the file that it lies in, or its
+  /// bytes.
+  static HTTPUploadTaskKind uploadKind(const R& request, const URLRequest& urlRequest) {
+    if constexpr (property::bodyExists<R>) {
+      if (urlRequest.httpBody()) return HTTPUploadTaskKind::data(*urlRequest.httpBody());
+      const auto& body = property::body(request);
+      if constexpr (FileRepresentable<BodyOf<R>>) return HTTPUploadTaskKind::file(body.fileURL());
+      if constexpr (DataRepresentable<BodyOf<R>>) return HTTPUploadTaskKind::data(body.asData());
+    }
+    throw std::invalid_argument("An upload has no body.");
+  }
+
   /// Runs the claimed completion asynchronously on the queue. What it throws is logged; it does not
   /// get past the queue.
   static void deliver(const Queue& queue, const Completion<Response>& completion,
                       Response response) {
     async(queue, [completion, response = std::move(response)]() mutable {
-      try {
-        completion.run(std::move(response));
-      } catch (...) {
-        reportThrowingCompletion(Error::current());
-      }
+      runLogged(completion, std::move(response));
     });
   }
 
-  static void start(const R& request, const Queue& queue, const Completion<Response>& completion) {
-    const auto failure = startTask(request, queue, completion);
+  static void runLogged(const Completion<Response>& completion, Response response) noexcept {
+    try {
+      completion.run(std::move(response));
+    } catch (...) {
+      reportThrowing("A completion", Error::current());
+    }
+  }
+
+  template <class MakeTask>
+  static void submit(const R& request, Queue queue, Completion<Response> completion,
+                     MakeTask makeTask) {
+    if (!property::shouldSend(request)) return;
+    request.insertPendingToTaskManager();
+    sendQueue().async(
+        [request, queue = std::move(queue), completion = std::move(completion),
+         makeTask = std::move(makeTask)] { start(request, queue, completion, makeTask); });
+  }
+
+  template <class MakeTask>
+  static void start(const R& request, const Queue& queue, const Completion<Response>& completion,
+                    const MakeTask& makeTask) {
+    const auto failure = startTask(request, queue, completion, makeTask);
     if (!failure) return;
     logSendFailure(unqualifiedTypeName<R>(), *failure);
     request.report(*failure, queue, completion);
   }
 
   /// Why the task could not be started; nothing where it runs.
+  template <class MakeTask>
   static std::optional<Error> startTask(const R& request, const Queue& queue,
-                                        const Completion<Response>& completion) noexcept {
+                                        const Completion<Response>& completion,
+                                        const MakeTask& makeTask) noexcept {
     try {
       request.checkPendingCancelable();
       request.validate();
-      const std::shared_ptr<URLSessionTask> task = request.createTask(queue, completion);
+      const std::shared_ptr<URLSessionTask> task = makeTask(request, queue, completion);
       if (!task) throw std::logic_error("createTask answered no task");
       // A cancellation that came meanwhile wins: the task is let go without being started.
       request.checkPendingCancelable();
@@ -156,6 +239,19 @@ struct SendOperations {
     return Response(outcome.data, outcome.url, outcome.response, std::move(error));
   }
 };
+
+/// The send of the request families that report progress.
+template <class R, class P, class F>
+void sendWithProgress(const R& request, std::optional<DispatchQueue> queue, P&& progress,
+                      F&& completion) {
+  requireHTTPRequestable<R>();
+  static_assert(std::is_convertible_v<P&&, ProgressHandler>,
+                "The progress handler is callable with a `tarn::RequestProgress`.");
+  static_assert(std::is_convertible_v<F&&, Completion<typename R::Response>>,
+                "The completion is callable with the request's `Response`.");
+  SendOperations<R>::send(request, std::move(queue), ProgressHandler(std::forward<P>(progress)),
+                          std::forward<F>(completion));
+}
 
 }  // namespace detail
 }  // namespace tarn

@@ -1,9 +1,11 @@
 #include <Platform/Types/FatalError.hpp>
 #include <Platform/Types/TypeName.hpp>
 #include <TarnService/Diagnostics/Logger.hpp>
+#include <TarnService/Transport/FileManagerAdditions.hpp>
 #include <TarnService/Transport/HTTPTaskProducer.hpp>
 
 #include <mutex>
+#include <stdexcept>
 
 namespace tarn {
 namespace {
@@ -20,6 +22,101 @@ ThreadSafeDictionary<const URLSessionTask*, TaskRef>& displacedTaskRefs() {
 
 // Held while a key changes hands and while a record is marked as reported.
 std::mutex takingOver;
+
+void logMissingForSuccess(std::int64_t taskIdentifier, SourceLocation location) {
+  // Kept, spelling included, and said of bytes that are written too: log filters look for it.
+  logger().error(
+      "Coulnd't find taskRef with id " + std::to_string(taskIdentifier) + " to report sucess", {},
+      {}, location);
+}
+
+[[noreturn]] void endForInvalidCompletion(std::int64_t taskIdentifier, SourceLocation location) {
+  logger().error("Invalid completion type for taskRef with id " + std::to_string(taskIdentifier),
+                 {}, {}, location);
+  fatalError("Fatal error", location);
+}
+
+std::optional<URL> temporaryDirectory(const FileManager& files) {
+  try {
+    return makeTemporaryDirectory(files);
+  } catch (const FileError&) {
+    return std::nullopt;
+  }
+}
+
+/// Where the file of a download stays.
+URL keptCopy(const URL& location, const std::shared_ptr<const URLResponse>& response,
+             SourceLocation function) {
+  const auto& files = FileManager::default_();
+  const auto directory = temporaryDirectory(files);
+  if (!directory) return location;
+  std::string name = response ? response->suggestedFilename() : "";
+  if (name.empty()) name = location.lastPathComponent();
+  const URL copy = directory->appendingPathComponent(name);
+  try {
+    detail::copyPassingFile(files, location, copy);
+    return copy;
+  } catch (const FileError& error) {
+    logger().error(
+        "Failure to create tempDirectory going back to default tempFile: " + error.message(), {},
+        {}, function);
+  }
+  try {
+    files.removeItem(*directory);  // empty, and of no use to anybody
+  } catch (const FileError&) {
+    // It is in the temporary directory, which the system clears.
+  }
+  return location;
+}
+
+void writeTo(const TaskRef& ref, const Data& data, std::int64_t taskIdentifier) {
+  if (!ref) return logMissingForSuccess(taskIdentifier, SourceLocation::in("write(data:for:)"));
+  ref->responseData.append(data);
+}
+
+void succeed(const TaskRef& ref, std::int64_t taskIdentifier,
+             const std::shared_ptr<const URLResponse>& urlResponse) {
+  constexpr auto location = SourceLocation::in("reportSuccess(for:urlResponse:)");
+  if (!ref) return logMissingForSuccess(taskIdentifier, location);
+  const auto* completion = std::get_if<URLSessionTaskRef::DataCompletion>(&ref->completion);
+  if (!completion) endForInvalidCompletion(taskIdentifier, location);
+  (*completion)(ref->responseData, urlResponse, std::nullopt);
+}
+
+void fail(const TaskRef& ref, std::int64_t taskIdentifier,
+          const std::shared_ptr<const URLResponse>& urlResponse,
+          const std::optional<Error>& error) {
+  if (!ref) {
+    // "Couldn't" here against "Coulnd't" above: both kept, log filters look for them.
+    logger().error(
+        "Couldn't find taskRef with id " + std::to_string(taskIdentifier) + " to report failure",
+        {}, {}, SourceLocation::in("reportFailure(for:urlResponse:error:)"));
+    return;
+  }
+  std::visit([&](const auto& completion) { completion(std::nullopt, urlResponse, error); },
+             ref->completion);
+}
+
+void succeed(const TaskRef& ref, std::int64_t taskIdentifier, const URL& location,
+             const std::shared_ptr<const URLResponse>& urlResponse) {
+  constexpr auto function = SourceLocation::in("reportSuccess(for:location:urlResponse:)");
+  if (!ref) return logMissingForSuccess(taskIdentifier, function);
+  const URL file = keptCopy(location, urlResponse, function);
+  const auto* completion = std::get_if<URLSessionTaskRef::FileCompletion>(&ref->completion);
+  if (!completion) endForInvalidCompletion(taskIdentifier, function);
+  (*completion)(file, urlResponse, std::nullopt);
+}
+
+void progress(const TaskRef& ref, std::int64_t taskIdentifier, std::int64_t totalBytesWritten,
+              std::int64_t totalBytesExpectedToWrite) {
+  if (!ref) {
+    logger().fault(
+        "Couldn't find taskRef for " + std::to_string(taskIdentifier), {}, {},
+        SourceLocation::in("reportProgress(for:totalBytesWritten:totalBytesExpectedToWrite:)"));
+    return;
+  }
+  if (ref->progress) ref->progress(totalBytesWritten, totalBytesExpectedToWrite);
+}
 
 }  // namespace
 
@@ -50,74 +147,31 @@ void HTTPTaskProducer::checkWaitForConnectivity(const URLSessionTask& forTask) c
 }
 
 void HTTPTaskProducer::write(Data data, std::int64_t forTaskIdentifier) const {
-  write(std::move(data), taskRef(forTaskIdentifier), forTaskIdentifier);
+  writeTo(taskRef(forTaskIdentifier), data, forTaskIdentifier);
 }
 
 void HTTPTaskProducer::write(Data data, const URLSessionTask& forTask) const {
-  write(std::move(data), taskRef(forTask), forTask.taskIdentifier());
-}
-
-void HTTPTaskProducer::write(Data data, const TaskRef& ref, std::int64_t taskIdentifier) {
-  if (!ref) {
-    // The text speaks of a report although bytes are written; kept, as its spelling: log filters
-    // look for it.
-    logger().error(
-        "Coulnd't find taskRef with id " + std::to_string(taskIdentifier) + " to report sucess", {},
-        {}, SourceLocation::in("write(data:for:)"));
-    return;
-  }
-  ref->responseData.append(data);
+  writeTo(taskRef(forTask), data, forTask.taskIdentifier());
 }
 
 void HTTPTaskProducer::reportSuccess(std::int64_t forTaskIdentifier,
                                      const std::shared_ptr<const URLResponse>& urlResponse) const {
-  reportSuccess(taskRef(forTaskIdentifier), forTaskIdentifier, urlResponse);
-}
-
-void HTTPTaskProducer::reportSuccess(const TaskRef& ref, std::int64_t taskIdentifier,
-                                     const std::shared_ptr<const URLResponse>& urlResponse) {
-  constexpr auto location = SourceLocation::in("reportSuccess(for:urlResponse:)");
-  const std::string identifier = std::to_string(taskIdentifier);
-  if (!ref) {
-    logger().error("Coulnd't find taskRef with id " + identifier + " to report sucess", {}, {},
-                   location);
-    return;
-  }
-  const auto* completion = std::get_if<URLSessionTaskRef::DataCompletion>(&ref->completion);
-  if (!completion) {
-    logger().error("Invalid completion type for taskRef with id " + identifier, {}, {}, location);
-    fatalError("Fatal error", location);
-  }
-  (*completion)(ref->responseData, urlResponse, std::nullopt);
+  succeed(taskRef(forTaskIdentifier), forTaskIdentifier, urlResponse);
 }
 
 void HTTPTaskProducer::reportFailure(std::int64_t forTaskIdentifier,
                                      const std::shared_ptr<const URLResponse>& urlResponse,
                                      const std::optional<Error>& error) const {
-  reportFailure(taskRef(forTaskIdentifier), forTaskIdentifier, urlResponse, error);
-}
-
-void HTTPTaskProducer::reportFailure(const TaskRef& ref, std::int64_t taskIdentifier,
-                                     const std::shared_ptr<const URLResponse>& urlResponse,
-                                     const std::optional<Error>& error) {
-  if (!ref) {
-    // "Couldn't" here against "Coulnd't" above: both kept, log filters look for them.
-    logger().error(
-        "Couldn't find taskRef with id " + std::to_string(taskIdentifier) + " to report failure",
-        {}, {}, SourceLocation::in("reportFailure(for:urlResponse:error:)"));
-    return;
-  }
-  std::visit([&](const auto& completion) { completion(std::nullopt, urlResponse, error); },
-             ref->completion);
+  fail(taskRef(forTaskIdentifier), forTaskIdentifier, urlResponse, error);
 }
 
 void HTTPTaskProducer::reportCompletion(const URLSessionTask& task,
                                         const std::optional<Error>& error) const {
   const auto ref = endedTaskRef(task);
   if (error)
-    reportFailure(ref, task.taskIdentifier(), task.response(), error);
+    fail(ref, task.taskIdentifier(), task.response(), error);
   else
-    reportSuccess(ref, task.taskIdentifier(), task.response());
+    succeed(ref, task.taskIdentifier(), task.response());
 }
 
 TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
@@ -155,6 +209,74 @@ std::shared_ptr<URLSessionTask> HTTPDataTaskProducer::create(
   addTaskRefToQueue(std::make_shared<URLSessionTaskRef>(task, shouldWaitForConnectivity, nullptr,
                                                         std::move(completion)));
   return task;
+}
+
+std::shared_ptr<URLSessionTask> HTTPDownloadTaskProducer::create(
+    const URLRequest&, bool, URLSessionTaskRef::DataCompletion) {
+  throw std::logic_error("A download task producer makes no tasks that gather their body.");
+}
+
+std::shared_ptr<URLSessionTask> HTTPDownloadTaskProducer::create(
+    const URLRequest& forRequest, bool shouldWaitForConnectivity,
+    URLSessionTaskRef::FileCompletion completion) {
+  return create(forRequest, shouldWaitForConnectivity, nullptr, std::move(completion));
+}
+
+std::shared_ptr<URLSessionTask> HTTPDownloadTaskProducer::create(
+    const URLRequest& forRequest, bool shouldWaitForConnectivity,
+    URLSessionTaskRef::Progress progress, URLSessionTaskRef::FileCompletion completion) {
+  std::shared_ptr<URLSessionTask> task = session()->downloadTask(forRequest);
+  addTaskRefToQueue(std::make_shared<URLSessionTaskRef>(
+      task, shouldWaitForConnectivity, std::move(progress), std::move(completion)));
+  return task;
+}
+
+void HTTPDownloadTaskProducer::reportSuccess(
+    std::int64_t forTaskIdentifier, const URL& location,
+    const std::shared_ptr<const URLResponse>& urlResponse) const {
+  succeed(taskRef(forTaskIdentifier), forTaskIdentifier, location, urlResponse);
+}
+
+void HTTPDownloadTaskProducer::reportSuccess(const URLSessionDownloadTask& task,
+                                             const URL& location) const {
+  succeed(endedTaskRef(task), task.taskIdentifier(), location, task.response());
+}
+
+void HTTPDownloadTaskProducer::reportProgress(std::int64_t forTaskIdentifier,
+                                              std::int64_t totalBytesWritten,
+                                              std::int64_t totalBytesExpectedToWrite) const {
+  progress(taskRef(forTaskIdentifier), forTaskIdentifier, totalBytesWritten,
+           totalBytesExpectedToWrite);
+}
+
+void HTTPDownloadTaskProducer::reportProgress(const URLSessionDownloadTask& task,
+                                              std::int64_t totalBytesWritten,
+                                              std::int64_t totalBytesExpectedToWrite) const {
+  progress(taskRef(task), task.taskIdentifier(), totalBytesWritten, totalBytesExpectedToWrite);
+}
+
+std::shared_ptr<URLSessionTask> HTTPUploadTaskProducer::create(
+    const URLRequest& forRequest, const HTTPUploadTaskKind& kind, bool shouldWaitForConnectivity,
+    URLSessionTaskRef::DataCompletion completion) {
+  return create(forRequest, kind, shouldWaitForConnectivity, nullptr, std::move(completion));
+}
+
+std::shared_ptr<URLSessionTask> HTTPUploadTaskProducer::create(
+    const URLRequest& forRequest, const HTTPUploadTaskKind& kind, bool shouldWaitForConnectivity,
+    URLSessionTaskRef::Progress progress, URLSessionTaskRef::DataCompletion completion) {
+  auto task = create(forRequest, kind);
+  addTaskRefToQueue(std::make_shared<URLSessionTaskRef>(
+      task, shouldWaitForConnectivity, std::move(progress), std::move(completion)));
+  return task;
+}
+
+std::shared_ptr<URLSessionTask> HTTPUploadTaskProducer::create(const URLRequest& forRequest,
+                                                               const HTTPUploadTaskKind& kind) {
+  return kind.match(
+      [&](const Data& body) -> std::shared_ptr<URLSessionTask> {
+        return session()->uploadTask(forRequest, body);
+      },
+      [&](const URL& file) { return session()->uploadTask(forRequest, file); });
 }
 
 }  // namespace tarn

@@ -10,6 +10,9 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <type_traits>
+#include <utility>
+#include <variant>
 
 namespace tarn {
 
@@ -53,21 +56,17 @@ class HTTPTaskProducer {
   void write(Data data, const URLSessionTask& forTask) const;
   void reportCompletion(const URLSessionTask& task, const std::optional<Error>& error) const;
 
- private:
   using TaskRef = std::shared_ptr<URLSessionTaskRef>;
 
-  const std::string& description() const;
-  std::string key(std::int64_t forTaskIdentifier) const;
+  // Null where there is no record.
   TaskRef taskRef(std::int64_t taskIdentifier) const;
   TaskRef taskRef(const URLSessionTask& task) const;
+  // The same for the one report of a task's end.
   TaskRef endedTaskRef(const URLSessionTask& task) const;
 
-  static void write(Data data, const TaskRef& ref, std::int64_t taskIdentifier);
-  static void reportSuccess(const TaskRef& ref, std::int64_t taskIdentifier,
-                            const std::shared_ptr<const URLResponse>& urlResponse);
-  static void reportFailure(const TaskRef& ref, std::int64_t taskIdentifier,
-                            const std::shared_ptr<const URLResponse>& urlResponse,
-                            const std::optional<Error>& error);
+ private:
+  const std::string& description() const;
+  std::string key(std::int64_t forTaskIdentifier) const;
 
   mutable std::once_flag described_;
   mutable std::string description_;
@@ -81,6 +80,79 @@ class HTTPDataTaskProducer : public HTTPTaskProducer {
   virtual std::shared_ptr<URLSessionTask> create(const URLRequest& forRequest,
                                                  bool shouldWaitForConnectivity,
                                                  URLSessionTaskRef::DataCompletion completion);
+};
+
+/// A producer of tasks whose body goes to a file.
+class HTTPDownloadTaskProducer : public HTTPDataTaskProducer {
+ public:
+  /// Always throws std::logic_error: a download is answered with a file.
+  std::shared_ptr<URLSessionTask> create(const URLRequest& forRequest,
+                                         bool shouldWaitForConnectivity,
+                                         URLSessionTaskRef::DataCompletion completion) override;
+  /// A new suspended task and its record. Throws as HTTPDataTaskProducer::create() does.
+  std::shared_ptr<URLSessionTask> create(const URLRequest& forRequest,
+                                         bool shouldWaitForConnectivity,
+                                         URLSessionTaskRef::FileCompletion completion);
+  /// As above, with `progress` called on the delegate queue.
+  virtual std::shared_ptr<URLSessionTask> create(const URLRequest& forRequest,
+                                                 bool shouldWaitForConnectivity,
+                                                 URLSessionTaskRef::Progress progress,
+                                                 URLSessionTaskRef::FileCompletion completion);
+
+  using HTTPDataTaskProducer::reportSuccess;
+  /// Copies the file to a temporary directory of its own, where it stays until the application
+  /// removes it, and calls the file callback with its URL. The copy is named as the answer
+  /// suggests. Where it can't be made the callback gets `location` itself, which is gone soon after
+  /// it returns. A record with a data callback ends the process: it is a programming error.
+  void reportSuccess(std::int64_t forTaskIdentifier, const URL& location,
+                     const std::shared_ptr<const URLResponse>& urlResponse) const;
+  void reportProgress(std::int64_t forTaskIdentifier, std::int64_t totalBytesWritten,
+                      std::int64_t totalBytesExpectedToWrite) const;
+
+ protected:
+  void reportSuccess(const URLSessionDownloadTask& task, const URL& location) const;
+  void reportProgress(const URLSessionDownloadTask& task, std::int64_t totalBytesWritten,
+                      std::int64_t totalBytesExpectedToWrite) const;
+};
+
+/// Where the body of an upload comes from: bytes, or the file at a URL.
+class HTTPUploadTaskKind {
+ public:
+  static HTTPUploadTaskKind data(Data body) { return HTTPUploadTaskKind(std::move(body)); }
+  static HTTPUploadTaskKind file(URL body) { return HTTPUploadTaskKind(std::move(body)); }
+
+  /// Calls `onData` with the bytes or `onFile` with the URL, and answers what that answers.
+  template <class OnData, class OnFile>
+  std::invoke_result_t<OnData, const Data&> match(OnData&& onData, OnFile&& onFile) const {
+    if (const auto* file = std::get_if<URL>(&body_)) return onFile(*file);
+    return onData(std::get<Data>(body_));
+  }
+
+ private:
+  explicit HTTPUploadTaskKind(Data body) : body_(std::move(body)) {}
+  explicit HTTPUploadTaskKind(URL body) : body_(std::move(body)) {}
+
+  std::variant<Data, URL> body_;
+};
+
+/// A producer of tasks that send a body of their own.
+class HTTPUploadTaskProducer : public HTTPTaskProducer {
+ public:
+  /// A new suspended task and its record. Throws as HTTPDataTaskProducer::create() does.
+  std::shared_ptr<URLSessionTask> create(const URLRequest& forRequest,
+                                         const HTTPUploadTaskKind& kind,
+                                         bool shouldWaitForConnectivity,
+                                         URLSessionTaskRef::DataCompletion completion);
+  /// As above; `progress` is kept in the record.
+  virtual std::shared_ptr<URLSessionTask> create(const URLRequest& forRequest,
+                                                 const HTTPUploadTaskKind& kind,
+                                                 bool shouldWaitForConnectivity,
+                                                 URLSessionTaskRef::Progress progress,
+                                                 URLSessionTaskRef::DataCompletion completion);
+
+ private:
+  std::shared_ptr<URLSessionTask> create(const URLRequest& forRequest,
+                                         const HTTPUploadTaskKind& kind);
 };
 
 /// The records of all producers, by task key: the identifier of the task and the class of its

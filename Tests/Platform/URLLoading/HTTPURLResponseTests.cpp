@@ -85,6 +85,11 @@ TEST_P(SuggestedFilename, IsAlwaysUsable) {
   EXPECT_FALSE(name.empty());
   EXPECT_LE(name.size(), 255u);
   EXPECT_EQ(name.find('/'), std::string::npos);
+  EXPECT_NE(name, ".");
+  EXPECT_NE(name, "..");
+  for (const char c : name) {
+    EXPECT_TRUE(static_cast<unsigned char>(c) >= 0x20 && c != 0x7F) << name;
+  }
 }
 
 const char* const site = "https://example.com/";
@@ -137,6 +142,15 @@ INSTANTIATE_TEST_SUITE_P(
                     "abc.txt"},
         FilenameRow{site, "attachment; filename*=UTF-8''%01%02", nullptr, "example.com"},
         FilenameRow{site, "attachment; filename=\"   \"", nullptr, "example.com"},
+        FilenameRow{site, "attachment; filename=\" .. \"", nullptr, "example.com"},
+        FilenameRow{site, "attachment; filename=\".\x01.\"", nullptr, "example.com"},
+        FilenameRow{site, "attachment; filename*=UTF-8''%2E%2E", nullptr, "example.com"},
+        FilenameRow{site, "attachment; filename*=UTF-8''..%2F..%2Fetc%2Fpasswd", nullptr,
+                    ".._.._etc_passwd"},
+        FilenameRow{site, "attachment; filename*=UTF-8''..%5Cx", nullptr, ".._x"},
+        FilenameRow{site, "attachment; filename=\"a\tb\x7F.txt\"", nullptr, "ab.txt"},
+        FilenameRow{site, "attachment; filename=..", "text/html", "example.com.html"},
+        FilenameRow{site, "attachment; filename=\"...\"", "text/html", "...html"},
         FilenameRow{"https://example.com/a%2Fb", nullptr, nullptr, "a_b"},
         FilenameRow{"https://example.com/%2E%2E", nullptr, nullptr, "example.com"},
         FilenameRow{"https://example.com/%FF%FE", nullptr, nullptr, "example.com"}));

@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <map>
@@ -25,6 +27,9 @@ struct TaskRecord {
   int dataEvents = 0;
   std::vector<std::pair<int, std::string>> redirects;  // status, then the address offered
   int completions = 0;
+  std::vector<std::array<std::int64_t, 3>> writes;   // as didWriteData was told
+  std::vector<std::array<std::int64_t, 2>> resumes;  // as didResume was told
+  std::vector<std::string> files;                    // locations
   int misplacedEvents = 0;  // after the end, or while another event of the task ran
   bool busy = false;
   std::optional<Error> error;
@@ -41,6 +46,8 @@ class RecordingDelegate : public URLSessionDelegate {
   // Set before the first task starts; each runs on the delegate queue.
   std::function<void(URLSessionTask&, URLRequest, const RedirectAnswer&)> onRedirect;
   std::function<void(URLSessionTask&, const Data&)> onData;
+  std::function<void(URLSessionDownloadTask&)> onWrite;
+  std::function<void(URLSessionDownloadTask&, const std::string& path)> onFile;
   std::function<void(URLSessionTask&)> onComplete;
 
   void didBecomeInvalid(URLSession&, const std::optional<Error>&) override {
@@ -70,6 +77,36 @@ class RecordingDelegate : public URLSessionDelegate {
       record.body.append(data);
       return [&] {
         if (onData) onData(task, data);
+      };
+    });
+  }
+
+  void didWriteData(URLSession&, URLSessionDownloadTask& task, std::int64_t bytes,
+                    std::int64_t total, std::int64_t expected) override {
+    told(task, [&](TaskRecord& record) {
+      if (!record.files.empty()) ++record.misplacedEvents;
+      record.writes.push_back({bytes, total, expected});
+      return [&] {
+        if (onWrite) onWrite(task);
+      };
+    });
+  }
+
+  void didResume(URLSession&, URLSessionDownloadTask& task, std::int64_t offset,
+                 std::int64_t expected) override {
+    told(task, [&](TaskRecord& record) {
+      if (!record.writes.empty()) ++record.misplacedEvents;
+      record.resumes.push_back({offset, expected});
+      return [] {};
+    });
+  }
+
+  void didFinishDownloading(URLSession&, URLSessionDownloadTask& task,
+                            const URL& location) override {
+    told(task, [&](TaskRecord& record) {
+      record.files.push_back(location.path());
+      return [&] {
+        if (onFile) onFile(task, location.path());
       };
     });
   }
@@ -105,6 +142,16 @@ class RecordingDelegate : public URLSessionDelegate {
   [[nodiscard]] bool waitForBytes(std::int64_t task, std::size_t count) {
     return waitUntil([&] { return records_[task].body.size() >= count; });
   }
+  /// Bytes in the file of a download.
+  [[nodiscard]] bool waitForWritten(std::int64_t task, std::int64_t count) {
+    return waitUntil([&] { return totalWritten(records_[task]) >= count; });
+  }
+  [[nodiscard]] bool waitForFileOrEnd(std::int64_t task) {
+    return waitUntil([&] {
+      const auto& record = records_[task];
+      return !record.writes.empty() || record.completions > 0;
+    });
+  }
   [[nodiscard]] bool waitForRedirects(std::int64_t task, std::size_t count) {
     return waitUntil([&] { return records_[task].redirects.size() >= count; });
   }
@@ -126,6 +173,10 @@ class RecordingDelegate : public URLSessionDelegate {
   }
 
  private:
+  static std::int64_t totalWritten(const TaskRecord& record) {
+    return record.writes.empty() ? 0 : record.writes.back()[1];
+  }
+
   // Notes the event, then runs the test's part of it without the lock.
   template <class Note>
   void told(const URLSessionTask& task, Note note) {
@@ -173,7 +224,7 @@ inline TestAuthority& trustedAuthority() {
 struct Loaded {
   TaskRecord record;
   std::shared_ptr<const HTTPURLResponse> response;  // null where none came
-  std::shared_ptr<URLSessionDataTask> task;
+  std::shared_ptr<URLSessionTask> task;
 
   int status() const { return response ? response->statusCode() : 0; }
   std::string text() const { return std::string(record.body.view()); }
@@ -202,16 +253,19 @@ class RecordedSession {
 
   static URLRequest request(const std::string& url) { return URLRequest(URL(url)); }
 
-  std::shared_ptr<URLSessionDataTask> start(const URLRequest& request) {
-    auto task = session_->dataTask(request);
+  template <class Task>
+  std::shared_ptr<Task> start(std::shared_ptr<Task> task) {
     started_.push_back(task->taskIdentifier());
     task->resume();
     return task;
   }
+  std::shared_ptr<URLSessionDataTask> start(const URLRequest& request) {
+    return start(session_->dataTask(request));
+  }
   std::shared_ptr<URLSessionDataTask> start(const std::string& url) { return start(request(url)); }
 
   /// Waits for the end of a task.
-  Loaded finished(const std::shared_ptr<URLSessionDataTask>& task,
+  Loaded finished(const std::shared_ptr<URLSessionTask>& task,
                   std::chrono::milliseconds limit = patience) {
     EXPECT_TRUE(delegate_->waitForCompletion(task->taskIdentifier(), limit)) << "no completion";
     return {delegate_->record(task->taskIdentifier()), httpResponse(*task), task};

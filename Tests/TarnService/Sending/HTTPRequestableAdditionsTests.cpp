@@ -381,7 +381,7 @@ TEST_F(SendTests, ATaskThatWasNotStartedEndsUnnoticed) {
   again.url = URL(server.url("/stall"));
   again.send(queue, responses.callback());
   ASSERT_TRUE(server.waitForStalls(1));
-  resetDefaultTaskProducers();
+  DataTaskProducer::shared()->resetSession();
   ASSERT_TRUE(responses.waitFor(2));
   expectLog(LogLevel::error,
             "TarnService session became invalid with error: No error message attempting to reset");

@@ -1,11 +1,8 @@
 #include <Platform/Types/URLError.hpp>
 #include <Support/Collector.hpp>
-#include <Support/Eventually.hpp>
 #include <Support/MakeProducer.hpp>
 #include <Support/ScriptedServer.hpp>
 #include <Support/ServiceTest.hpp>
-#include <TarnService/RequestModel/DataRequest.hpp>
-#include <TarnService/Sending/HTTPRequestableAdditions.hpp>
 #include <TarnService/Transport/DataTaskProducer.hpp>
 
 #include <gmock/gmock.h>
@@ -47,24 +44,6 @@ class DataTaskProducerTests : public test::ServiceTest {
   test::ScriptedServer server;
   std::shared_ptr<DataTaskProducer> producer = test::makeProducer();
 };
-
-TEST_F(DataTaskProducerTests, TheSessionIsMadeOnceAndKept) {
-  EXPECT_EQ(producer->session(), producer->session());
-}
-
-TEST_F(DataTaskProducerTests, TheSharedProducerIsOne) {
-  EXPECT_EQ(DataTaskProducer::shared(), DataTaskProducer::shared());
-  EXPECT_EQ(DataTaskProducer::sessionQueue()->name(),
-            "dev.tarnservice.tarnservice.datataskproducer");
-}
-
-TEST_F(DataTaskProducerTests, TheSessionHasDefaultSettings) {
-  const auto configuration = producer->session()->configuration();
-  EXPECT_FALSE(configuration.waitsForConnectivity);
-  EXPECT_EQ(configuration.timeoutIntervalForRequest, TimeInterval(60));
-  EXPECT_EQ(configuration.timeoutIntervalForResource, TimeInterval(7 * 24 * 3600));
-  EXPECT_EQ(configuration.requestCachePolicy, URLRequest::CachePolicy::useProtocolCachePolicy);
-}
 
 TEST_F(DataTaskProducerTests, ATaskReportsItsBody) {
   test::Collector<Outcome> outcomes;
@@ -117,9 +96,8 @@ TEST_F(DataTaskProducerTests, ATaskWhoseEndIsStillOnItsWayReportsToItsOwnComplet
   ASSERT_TRUE(server.waitForStalls(1));
   DataTaskProducer::sessionQueue()->setSuspended(true);
   cancelled->cancel();
-  // The task is over for all to see, and its end waits in the queue.
-  ASSERT_TRUE(
-      test::eventually([&] { return cancelled->state() == URLSessionTask::State::completed; }));
+  // The transfer is over, and what tells it waits in the queue.
+  ASSERT_TRUE(server.waitForConnectionsClosed(1));
   producer->resetSession();
   start("/ok", after);
   DataTaskProducer::sessionQueue()->setSuspended(false);
@@ -127,31 +105,6 @@ TEST_F(DataTaskProducerTests, ATaskWhoseEndIsStillOnItsWayReportsToItsOwnComplet
   ASSERT_TRUE(after.waitFor(1));
   EXPECT_EQ(before.value(0).error->code(), URLError::cancelled);
   EXPECT_EQ(after.value(0).data, Data("ok"));
-  expectLog(LogLevel::error, invalidated);
-}
-
-TEST_F(DataTaskProducerTests, AnInvalidSessionIsLoggedAndReplaced) {
-  const auto session = producer->session();
-  session->invalidateAndCancel();
-  ASSERT_TRUE(log.waitForMessage(LogLevel::error, invalidated));
-  expectLog(LogLevel::error, invalidated);
-  test::Collector<Outcome> outcomes;
-  // The log line comes just before the new session stands.
-  DataTaskProducer::sessionQueue()->waitUntilAllOperationsAreFinished();
-  start("/ok", outcomes);
-  ASSERT_TRUE(outcomes.waitFor(1));
-  EXPECT_EQ(outcomes.value(0).data, Data("ok"));
-  EXPECT_NE(producer->session(), session);
-}
-
-TEST_F(DataTaskProducerTests, AProducerIsLetGoOnceItsSessionIsInvalid) {
-  auto shortLived = DataTaskProducer::make();
-  const std::weak_ptr<DataTaskProducer> watched = shortLived;
-  shortLived->session()->invalidateAndCancel();
-  ASSERT_TRUE(log.waitForMessage(LogLevel::error, invalidated));
-  DataTaskProducer::sessionQueue()->waitUntilAllOperationsAreFinished();
-  shortLived.reset();
-  EXPECT_TRUE(watched.expired());
   expectLog(LogLevel::error, invalidated);
 }
 
@@ -168,19 +121,6 @@ TEST_F(DataTaskProducerTests, AResetEndsWithTheOldSession) {
   EXPECT_EQ(producer->session(), successor);
   EXPECT_EQ(outcomes.count(), 0u);
   server.releaseStalls();
-}
-
-TEST_F(DataTaskProducerTests, ResetDefaultTaskProducersReplacesTheSharedSession) {
-  test::Collector<DataResponse> responses;
-  DataGetRequest(URL(server.url("/stall"))).send(std::nullopt, responses.callback());
-  ASSERT_TRUE(server.waitForStalls(1));
-  const auto session = DataTaskProducer::shared()->session();
-  resetDefaultTaskProducers();
-  ASSERT_TRUE(responses.waitFor(1));
-  EXPECT_EQ(responses.value(0).result.error()->code(), URLError::cancelled);
-  EXPECT_NE(DataTaskProducer::shared()->session(), session);
-  ASSERT_TRUE(log.waitForMessage(LogLevel::error, invalidated));
-  expectLog(LogLevel::error, invalidated);
 }
 
 }  // namespace

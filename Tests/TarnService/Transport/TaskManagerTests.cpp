@@ -1,4 +1,4 @@
-#include <TarnService/Transport/DataTaskProducer.hpp>
+#include <Platform/URLLoading/URLSession.hpp>
 #include <TarnService/Transport/TaskManager.hpp>
 
 #include <gtest/gtest.h>
@@ -14,7 +14,8 @@ class TaskManagerTests : public testing::Test {
  protected:
   // A task that is never resumed, so that nothing is sent.
   static std::shared_ptr<URLSessionTask> makeTask() {
-    return DataTaskProducer::shared()->session()->dataTask(URLRequest(URL("http://127.0.0.1:1/")));
+    static const auto session = URLSession::make({}, std::make_shared<URLSessionDelegate>());
+    return session->dataTask(URLRequest(URL("http://127.0.0.1:1/")));
   }
   std::optional<Case> kind() const {
     const auto state = manager.value(identifier);

@@ -21,6 +21,7 @@ bool Mailbox::flush() {
     inbox_.data.append(outgoing_.data);
   }
   inbox_.completed = outgoing_.completed;
+  inbox_.error = std::move(outgoing_.error);
   outgoing_ = TaskEvents();
   return !std::exchange(scheduled_, true);
 }

@@ -2,11 +2,13 @@
 
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Types/Data.hpp>
+#include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 
 namespace tarn::detail {
 
@@ -23,6 +25,7 @@ struct TaskEvents {
   std::unique_ptr<RedirectQuestion> redirect;
   Data data;
   bool completed = false;
+  std::optional<URLError> error;  // why the transfer ended, with `completed`
 
   bool empty() const noexcept { return !redirect && data.empty() && !completed; }
 };

@@ -30,16 +30,14 @@ bool expectsBody(const std::string& method) noexcept {
   return method == "POST" || method == "PUT" || method == "PATCH";
 }
 
-void setMethod(CURL* easy, const URLRequest& request) {
+void setMethod(CURL* easy, const URLRequest& request, const RequestBody* body) {
   const std::string& method = request.httpMethod();
-  const bool body = sendsBody(request);
   if (method == "HEAD") {
     setOption(easy, CURLOPT_NOBODY, 1L);
-  } else if (body || expectsBody(method)) {
+  } else if (body != nullptr || expectsBody(method)) {
     setOption(easy, CURLOPT_POST, 1L);
-    const std::size_t size = body ? request.httpBody()->size() : 0;
-    setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(size));
-    if (!body) setOption(easy, CURLOPT_POSTFIELDS, "");
+    setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{body != nullptr ? body->size() : 0});
+    if (body == nullptr) setOption(easy, CURLOPT_POSTFIELDS, "");
     if (method != "POST") setOption(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
   } else if (method != "GET") {
     setOption(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
@@ -48,11 +46,7 @@ void setMethod(CURL* easy, const URLRequest& request) {
 
 }  // namespace
 
-bool sendsBody(const URLRequest& request) noexcept {
-  return request.httpBody() && !request.httpBody()->empty() && request.httpMethod() != "HEAD";
-}
-
-HeaderLines headerLines(const URLRequest& request) {
+HeaderLines headerLines(const URLRequest& request, const RequestBody* body) {
   HeaderLines lines;
   std::string line;
   for (const auto& [name, value] : request.allHTTPHeaderFields()) {
@@ -65,15 +59,15 @@ HeaderLines headerLines(const URLRequest& request) {
     append(lines, line.c_str());
   }
   if (!request.value("Accept")) append(lines, "Accept:");
-  if (sendsBody(request) || expectsBody(request.httpMethod())) {
+  if (body != nullptr || expectsBody(request.httpMethod())) {
     append(lines, "Expect:");
     if (!request.value("Content-Type")) append(lines, "Content-Type:");
   }
   return lines;
 }
 
-void setRequestOptions(CURL* easy, const URLRequest& request, const Origin& origin,
-                       const ProxySettings& proxies) {
+void setRequestOptions(CURL* easy, const URLRequest& request, const RequestBody* body,
+                       const Origin& origin, const ProxySettings& proxies) {
   constexpr long readBuffer = 64 * 1024;
   constexpr long uploadBuffer = 512 * 1024;
   constexpr long never = 2'000'000'000;  // milliseconds: our own timers decide
@@ -102,8 +96,8 @@ void setRequestOptions(CURL* easy, const URLRequest& request, const Origin& orig
     // A resumed session would skip the look at the certificate.
     setOption(easy, CURLOPT_SSL_SESSIONID_CACHE, 0L);
   }
-  if (sendsBody(request)) setOption(easy, CURLOPT_UPLOAD_BUFFERSIZE, uploadBuffer);
-  setMethod(easy, request);
+  if (body != nullptr) setOption(easy, CURLOPT_UPLOAD_BUFFERSIZE, uploadBuffer);
+  setMethod(easy, request, body);
 }
 
 }  // namespace tarn::detail

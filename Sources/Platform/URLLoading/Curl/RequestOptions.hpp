@@ -2,6 +2,7 @@
 
 #include <Platform/URLLoading/Curl/Origin.hpp>
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
+#include <Platform/URLLoading/Detail/RequestBody.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
 #include <curl/curl.h>
@@ -23,16 +24,13 @@ void setOption(CURL* easy, CURLoption option, T value) {
   if (curl_easy_setopt(easy, option, value) != CURLE_OK) throw std::bad_alloc();
 }
 
-/// Whether a body goes out with the request: HEAD never has one.
-bool sendsBody(const URLRequest& request) noexcept;
-
 /// The header fields as libcurl wants them. Left out are those by which the engine itself frames
-/// the message.
-HeaderLines headerLines(const URLRequest& request);
+/// the message. `body` is null where none goes out.
+HeaderLines headerLines(const URLRequest& request, const RequestBody* body);
 
 /// What does not depend on the transfer: the address, the method, limits, proxies, protocol
 /// versions.
-void setRequestOptions(CURL* easy, const URLRequest& request, const Origin& origin,
-                       const ProxySettings& proxies);
+void setRequestOptions(CURL* easy, const URLRequest& request, const RequestBody* body,
+                       const Origin& origin, const ProxySettings& proxies);
 
 }  // namespace tarn::detail

@@ -1,8 +1,9 @@
 #include <Platform/Types/FatalError.hpp>
+#include <Platform/URLLoading/Curl/DataTask.hpp>
+#include <Platform/URLLoading/Curl/DownloadTask.hpp>
 #include <Platform/URLLoading/Curl/Engine.hpp>
 #include <Platform/URLLoading/Curl/Session.hpp>
 #include <Platform/URLLoading/Curl/SessionCore.hpp>
-#include <Platform/URLLoading/Curl/Task.hpp>
 
 namespace tarn::detail {
 
@@ -26,13 +27,47 @@ CurlSession::~CurlSession() {
   }
 }
 
-std::shared_ptr<URLSessionDataTask> CurlSession::dataTask(URLRequest request) {
-  std::shared_ptr<CurlTask> task;  // should anything fail, it goes after the lock: it takes it
+template <class Task, class... Arguments>
+std::shared_ptr<Task> CurlSession::makeTask(std::optional<URLError> refusal, URLRequest request,
+                                            Arguments&&... arguments) {
+  std::shared_ptr<Task> task;  // should anything fail, it goes after the lock: it takes it
   const MutexLock lock(mutex_);
-  task = std::make_shared<CurlTask>(++lastIdentifier_, shared_from_this(), delegate_,
-                                    std::move(request), phase_ == Phase::active);
+  if (phase_ != Phase::active) {
+    refusal.emplace(URLError::cancelled, "The session is invalid.", request.url().redacted());
+  }
+  TaskSetup setup{++lastIdentifier_, shared_from_this(), delegate_, std::move(refusal)};
+  task = std::make_shared<Task>(std::move(setup), std::move(request),
+                                std::forward<Arguments>(arguments)...);
   if (phase_ != Phase::invalid) tasks_.emplace(lastIdentifier_, task);
   return task;
+}
+
+std::shared_ptr<URLSessionDataTask> CurlSession::dataTask(URLRequest request) {
+  return makeTask<CurlDataTask>(std::nullopt, std::move(request));
+}
+
+std::shared_ptr<URLSessionUploadTask> CurlSession::uploadTask(URLRequest request, Data fromData) {
+  request.setHTTPBody(std::move(fromData));
+  return makeTask<CurlUploadTask>(std::nullopt, std::move(request), std::nullopt);
+}
+
+std::shared_ptr<URLSessionUploadTask> CurlSession::uploadTask(URLRequest request, URL fromFile) {
+  request.setHTTPBody(std::nullopt);
+  return makeTask<CurlUploadTask>(std::nullopt, std::move(request), std::move(fromFile));
+}
+
+std::shared_ptr<URLSessionDownloadTask> CurlSession::downloadTask(URLRequest request) {
+  return makeTask<CurlDownloadTask>(std::nullopt, std::move(request));
+}
+
+std::shared_ptr<URLSessionDownloadTask> CurlSession::downloadTask(const Data& withResumeData) {
+  if (auto earlier = ResumeData::decode(withResumeData)) {
+    auto request = earlier->request;
+    return makeTask<CurlDownloadTask>(std::nullopt, std::move(request), std::move(earlier));
+  }
+  return makeTask<CurlDownloadTask>(
+      URLError(URLError::cannotOpenFile, "The resume data can't be read."),
+      URLRequest(URL::empty()));
 }
 
 void CurlSession::invalidateAndCancel() {

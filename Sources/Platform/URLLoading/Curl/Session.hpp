@@ -1,10 +1,12 @@
 #pragma once
 
 #include <Platform/Dispatch/Mutex.hpp>
+#include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/URLSession.hpp>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -21,6 +23,14 @@ class CurlSession final : public URLSession, public std::enable_shared_from_this
   ~CurlSession() override;
 
   std::shared_ptr<URLSessionDataTask> dataTask(URLRequest request) override TARN_EXCLUDES(mutex_);
+  std::shared_ptr<URLSessionUploadTask> uploadTask(URLRequest request, Data fromData) override
+      TARN_EXCLUDES(mutex_);
+  std::shared_ptr<URLSessionUploadTask> uploadTask(URLRequest request, URL fromFile) override
+      TARN_EXCLUDES(mutex_);
+  std::shared_ptr<URLSessionDownloadTask> downloadTask(URLRequest request) override
+      TARN_EXCLUDES(mutex_);
+  std::shared_ptr<URLSessionDownloadTask> downloadTask(const Data& withResumeData) override
+      TARN_EXCLUDES(mutex_);
   void invalidateAndCancel() override TARN_EXCLUDES(mutex_);
   void finishTasksAndInvalidate() override TARN_EXCLUDES(mutex_);
 
@@ -33,6 +43,9 @@ class CurlSession final : public URLSession, public std::enable_shared_from_this
   /// Closing: no new tasks, those that are there come to their end.
   enum class Phase { active, closing, invalid };
 
+  template <class Task, class... Arguments>
+  std::shared_ptr<Task> makeTask(std::optional<URLError> refusal, URLRequest request,
+                                 Arguments&&... arguments) TARN_EXCLUDES(mutex_);
   void endIfIdle() TARN_EXCLUDES(mutex_);
   void closeCore();
 

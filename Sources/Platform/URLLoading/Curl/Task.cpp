@@ -36,28 +36,18 @@ class RedirectAnswer {
   std::atomic_flag answered_;
 };
 
-template <class Action>
-void guarded(const char* where, Action&& action) noexcept {
-  try {
-    action();
-  } catch (...) {
-    reportUncaughtError(Error::current(), where);
-  }
-}
-
 }  // namespace
 
-CurlTask::CurlTask(std::int64_t identifier, std::shared_ptr<CurlSession> session,
-                   std::shared_ptr<URLSessionDelegate> delegate, URLRequest request, bool admitted)
-    : URLSessionDataTask(identifier),
+CurlTask::CurlTask(TaskSetup setup, URLRequest request)
+    : identifier_(setup.identifier),
       originalRequest_(std::move(request)),
-      core_(session->core()),
-      admitted_(admitted),
-      session_(std::move(session)),
-      delegate_(std::move(delegate)) {}
+      core_(setup.session->core()),
+      refusal_(std::move(setup.refusal)),
+      session_(std::move(setup.session)),
+      delegate_(std::move(setup.delegate)) {}
 
 CurlTask::~CurlTask() {
-  if (session_) session_->retire(taskIdentifier());
+  if (session_) session_->retire(identifier_);
 }
 
 URLRequest CurlTask::currentRequest() const {
@@ -65,7 +55,7 @@ URLRequest CurlTask::currentRequest() const {
   return redirectedRequest_ ? *redirectedRequest_ : originalRequest_;
 }
 
-std::shared_ptr<const URLResponse> CurlTask::response() const {
+std::shared_ptr<const HTTPURLResponse> CurlTask::response() const {
   const MutexLock lock(mutex_);
   return response_;
 }
@@ -122,14 +112,22 @@ void CurlTask::reconcile() {
   }
 }
 
-void CurlTask::begin() {
-  if (!admitted_) {
-    finish(URLError(URLError::cancelled, "The session is invalid.",
-                    originalRequest_.url().redacted()));
-    return;
+void CurlTask::begin() noexcept {
+  try {
+    if (refusal_) throw *refusal_;
+    auto first = firstRequest();
+    transfer_ = std::make_unique<Transfer>(shared_from_this(), core_);
+    transfer_->begin(std::move(first));
+  } catch (const URLError& failure) {
+    finish(failure);
+  } catch (const std::exception& failure) {
+    finish(URLError(URLError::unknown, failure.what(), originalRequest_.url().redacted()));
   }
-  transfer_ = std::make_unique<Transfer>(shared_from_this(), core_);
-  transfer_->begin();
+}
+
+// What is still on its way is not wanted by then.
+void CurlTask::giveUp() {
+  if (!finished_) finish(std::nullopt);
 }
 
 void CurlTask::continueReading() {
@@ -139,6 +137,8 @@ void CurlTask::continueReading() {
 void CurlTask::redirectAnswered(std::optional<URLRequest> request) {
   if (transfer_) transfer_->redirectAnswered(std::move(request));
 }
+
+std::optional<URLRequest> CurlTask::requestInstead(const HTTPURLResponse&) { return std::nullopt; }
 
 void CurlTask::setCurrentRequest(URLRequest request) {
   const MutexLock lock(mutex_);
@@ -178,19 +178,9 @@ void CurlTask::finish(std::optional<URLError> error) noexcept {
   const auto self = shared_from_this();
   transfer_.reset();
   guarded("URL loading", [&] {
-    // The error is there before the task is seen to be over. Once cancel() has been accepted, the
-    // outcome is that, even where the last byte came first.
-    auto state = state_.load();
-    do {
-      if (state == State::canceling) {
-        error = URLError(URLError::cancelled, {}, currentRequest().url().redacted());
-      }
-      if (error) {
-        const MutexLock lock(mutex_);
-        error_.emplace(*error);
-      }
-    } while (!state_.compare_exchange_weak(state, State::completed));
-    mailbox_.outgoing().completed = true;
+    auto& events = mailbox_.outgoing();
+    events.error = std::move(error);
+    events.completed = true;
     planDelivery();
   });
 }
@@ -214,11 +204,13 @@ const std::shared_ptr<OperationQueue>& CurlTask::queue() const noexcept {
   return session_->queue();
 }
 
+URLSession& CurlTask::session() noexcept { return *session_; }
+
 void CurlTask::deliver() noexcept {
   auto events = mailbox_.take();
   const std::size_t bytes = events.data.size();
   const bool last = events.completed;
-  tell(events);
+  deliver(events);
   const auto next = mailbox_.delivered(bytes);
   guarded("URL loading", [&] {
     if (next.room) post(&CurlTask::continueReading);
@@ -227,28 +219,60 @@ void CurlTask::deliver() noexcept {
   });
   if (!last) return;
   delegate_.reset();
-  if (const auto session = std::exchange(session_, nullptr)) session->retire(taskIdentifier());
+  if (const auto session = std::exchange(session_, nullptr)) session->retire(identifier_);
 }
 
-void CurlTask::tell(TaskEvents& events) noexcept {
-  if (!delegate_) return;
-  if (events.redirect) {
-    guarded("willPerformHTTPRedirection", [&] { tellRedirect(*events.redirect); });
+void CurlTask::deliver(TaskEvents& events) noexcept {
+  if (events.redirect) askDelegate(*events.redirect);
+  if (!events.data.empty() && !failure_) {
+    attempt([&] { takeBody(std::move(events.data)); });
+    if (failure_) guarded("URL loading", [&] { post(&CurlTask::giveUp); });
   }
-  if (!events.data.empty()) {
-    guarded("didReceiveData",
-            [&] { delegate_->didReceiveData(*session_, *this, std::move(events.data)); });
-  }
-  if (events.completed) guarded("didComplete", [&] { tellCompletion(); });
+  if (!events.completed) return;
+  if (!failure_) failure_ = std::move(events.error);
+  if (!failure_) attempt([&] { completeBody(); });
+  settle();
+  settled();
+  tell("didComplete", &URLSessionDelegate::didComplete, face(), error());
 }
 
-void CurlTask::tellRedirect(RedirectQuestion& question) {
-  auto answer = std::make_shared<RedirectAnswer>(shared_from_this(), core_);
-  delegate_->willPerformHTTPRedirection(
-      *session_, *this, question.response, std::move(question.newRequest),
-      [answer](std::optional<URLRequest> request) { answer->give(std::move(request)); });
+template <class Action>
+void CurlTask::attempt(Action&& action) noexcept {
+  guarded("URL loading", [&] {
+    try {
+      action();
+    } catch (const URLError& failure) {
+      failure_ = failure;
+    } catch (const std::exception& failure) {
+      failure_.emplace(URLError::unknown, failure.what(), currentRequest().url().redacted());
+    }
+  });
 }
 
-void CurlTask::tellCompletion() { delegate_->didComplete(*session_, *this, error()); }
+void CurlTask::askDelegate(RedirectQuestion& question) noexcept {
+  guarded("URL loading", [&] {
+    auto answer = std::make_shared<RedirectAnswer>(shared_from_this(), core_);
+    tell("willPerformHTTPRedirection", &URLSessionDelegate::willPerformHTTPRedirection, face(),
+         question.response, std::move(question.newRequest),
+         [answer](std::optional<URLRequest> request) { answer->give(std::move(request)); });
+  });
+}
+
+// The error is there before the task is seen to be over. Once cancel() has been accepted, the
+// outcome is that, even where the last byte came first.
+void CurlTask::settle() noexcept {
+  auto state = state_.load();
+  do {
+    guarded("URL loading", [&] {
+      if (state == State::canceling) {
+        failure_ = URLError(URLError::cancelled, {}, currentRequest().url().redacted());
+      }
+      if (failure_) {
+        const MutexLock lock(mutex_);
+        error_.emplace(*failure_);
+      }
+    });
+  } while (!state_.compare_exchange_weak(state, State::completed));
+}
 
 }  // namespace tarn::detail

@@ -2,6 +2,7 @@
 
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Dispatch/OperationQueue.hpp>
+#include <Platform/Types/FatalError.hpp>
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/Curl/Mailbox.hpp>
 #include <Platform/URLLoading/URLSessionDelegate.hpp>
@@ -17,29 +18,42 @@ class CurlSession;
 class SessionCore;
 class Transfer;
 
-/// One task: what any thread sees of it, its transfer on the loop thread, and its events on the
-/// delegate queue.
-class CurlTask final : public URLSessionDataTask, public std::enable_shared_from_this<CurlTask> {
+/// What a session gives each of its tasks.
+struct TaskSetup {
+  std::int64_t identifier;
+  std::shared_ptr<CurlSession> session;
+  std::shared_ptr<URLSessionDelegate> delegate;  // null where the session is invalid already
+  std::optional<URLError> refusal;               // why the task fails as soon as it is resumed
+};
+
+/// What all tasks have in common: the state that any thread sees, the transfer on the loop thread,
+/// and the events on the delegate queue. What kind of task it is says a class derived from it.
+class CurlTask : public std::enable_shared_from_this<CurlTask> {
  public:
-  /// `delegate` is null where the session is invalid already; a task that is not `admitted` fails
-  /// when it is resumed.
-  CurlTask(std::int64_t identifier, std::shared_ptr<CurlSession> session,
-           std::shared_ptr<URLSessionDelegate> delegate, URLRequest request, bool admitted);
-  ~CurlTask() override;
+  using State = URLSessionTask::State;
 
-  State state() const noexcept override { return state_; }
-  URLRequest originalRequest() const override { return originalRequest_; }
-  URLRequest currentRequest() const override TARN_EXCLUDES(mutex_);
-  std::shared_ptr<const URLResponse> response() const override TARN_EXCLUDES(mutex_);
-  std::optional<Error> error() const override TARN_EXCLUDES(mutex_);
-  std::int64_t countOfBytesReceived() const noexcept override { return bytesReceived_; }
+  CurlTask(TaskSetup setup, URLRequest request);
+  virtual ~CurlTask();
+  CurlTask(const CurlTask&) = delete;
+  CurlTask& operator=(const CurlTask&) = delete;
 
-  void resume() override;
-  void suspend() override;
-  void cancel() override;
+  State state() const noexcept { return state_; }
+  const URLRequest& originalRequest() const noexcept { return originalRequest_; }
+  URLRequest currentRequest() const TARN_EXCLUDES(mutex_);
+  std::shared_ptr<const HTTPURLResponse> response() const TARN_EXCLUDES(mutex_);
+  std::optional<Error> error() const TARN_EXCLUDES(mutex_);
+  std::int64_t countOfBytesReceived() const noexcept { return bytesReceived_; }
+
+  void resume();
+  void suspend();
+  void cancel();
 
   // On the loop thread, by the transfer.
-  const URLRequest& request() const noexcept { return originalRequest_; }
+  /// The file to send as the body, whatever body the request has; null for none.
+  virtual const URL* bodyFile() const noexcept { return nullptr; }
+  /// Looks at the head of the final answer. A request instead of which that answer came is to be
+  /// sent in place of the last; an URLError is thrown for an answer that won't do.
+  virtual std::optional<URLRequest> requestInstead(const HTTPURLResponse& answer);
   void setCurrentRequest(URLRequest request) TARN_EXCLUDES(mutex_);
   void setResponse(std::shared_ptr<const HTTPURLResponse> response) TARN_EXCLUDES(mutex_);
   void countReceived(std::size_t bytes) noexcept;
@@ -61,20 +75,58 @@ class CurlTask final : public URLSessionDataTask, public std::enable_shared_from
   /// On the queue: tells the delegate what there is.
   void deliver() noexcept;
 
+ protected:
+  virtual URLSessionTask& face() noexcept = 0;
+
+  /// On the loop thread: what to send first, where that is not the original request.
+  virtual std::optional<URLRequest> firstRequest() { return std::nullopt; }
+
+  // On the queue, in this order. What an event of the delegate throws stays within `tell`; an
+  // URLError that these throw themselves fails the task.
+  virtual void takeBody(Data bytes) = 0;
+  /// All of the body has been taken.
+  virtual void completeBody() {}
+  /// The outcome stands and is `error()`; didComplete comes next.
+  virtual void settled() noexcept {}
+
+  /// Calls a member of the delegate with the session, the task and what follows.
+  template <class Task, class... Parameters, class... Arguments>
+  void tell(const char* event,
+            void (URLSessionDelegate::*member)(URLSession&, Task&, Parameters...), Task& task,
+            Arguments&&... arguments) noexcept {
+    if (!delegate_) return;
+    guarded(event, [&] {
+      ((*delegate_).*member)(session(), task, std::forward<Arguments>(arguments)...);
+    });
+  }
+  template <class Action>
+  static void guarded(const char* where, Action&& action) noexcept {
+    try {
+      action();
+    } catch (...) {
+      reportUncaughtError(Error::current(), where);
+    }
+  }
+
  private:
   void post(void (CurlTask::*action)());
   void reconcile();
   void continueReading();
-  void begin();
+  void begin() noexcept;
+  void giveUp();
   void planDelivery();
 
-  void tell(TaskEvents& events) noexcept;
-  void tellRedirect(RedirectQuestion& question);
-  void tellCompletion();
+  URLSession& session() noexcept;
+  void deliver(TaskEvents& events) noexcept;
+  template <class Action>
+  void attempt(Action&& action) noexcept;
+  void askDelegate(RedirectQuestion& question) noexcept;
+  void settle() noexcept;
 
+  const std::int64_t identifier_;
   const URLRequest originalRequest_;
   const std::shared_ptr<SessionCore> core_;
-  const bool admitted_;
+  const std::optional<URLError> refusal_;
   std::atomic<State> state_{State::suspended};
   std::atomic<std::int64_t> bytesReceived_{0};
   Mailbox mailbox_;
@@ -89,10 +141,37 @@ class CurlTask final : public URLSessionDataTask, public std::enable_shared_from
   bool finished_ = false;
   bool deliveryPlanned_ = false;
 
-  // Used by the events only, one at a time; let go after the last, so that a finished task holds no
-  // session.
+  // Used by the events only, one at a time; the session and its delegate are let go after the last,
+  // so that a finished task holds no session.
+  std::optional<URLError> failure_;
   std::shared_ptr<CurlSession> session_;
   std::shared_ptr<URLSessionDelegate> delegate_;
+};
+
+/// A task as the application sees it.
+template <class Interface>
+class TaskFace : public Interface, public CurlTask {
+ public:
+  using State = URLSessionTask::State;
+
+  TaskFace(TaskSetup setup, URLRequest request)
+      : Interface(setup.identifier), CurlTask(std::move(setup), std::move(request)) {}
+
+  State state() const noexcept override { return CurlTask::state(); }
+  URLRequest originalRequest() const override { return CurlTask::originalRequest(); }
+  URLRequest currentRequest() const override { return CurlTask::currentRequest(); }
+  std::shared_ptr<const URLResponse> response() const override { return CurlTask::response(); }
+  std::optional<Error> error() const override { return CurlTask::error(); }
+  std::int64_t countOfBytesReceived() const noexcept override {
+    return CurlTask::countOfBytesReceived();
+  }
+  void resume() override { CurlTask::resume(); }
+  void suspend() override { CurlTask::suspend(); }
+  using Interface::cancel;
+  void cancel() override { CurlTask::cancel(); }
+
+ protected:
+  URLSessionTask& face() noexcept override { return *this; }
 };
 
 }  // namespace tarn::detail

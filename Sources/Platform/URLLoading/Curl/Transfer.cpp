@@ -49,9 +49,10 @@ std::optional<std::pair<std::string, std::string>> credentialsOf(const URL& url)
 Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core)
     : task_(std::move(task)),
       core_(std::move(core)),
-      idleLimit_(idleLimit(task_->request(), core_->configuration())),
+      idleLimit_(idleLimit(task_->originalRequest(), core_->configuration())),
       resourceDeadline_(core_->engine().now() + resourceLimit(core_->configuration())),
-      request_(&task_->request()),
+      request_(&task_->originalRequest()),
+      bodyFile_(task_->bodyFile()),
       lastProgress_(core_->engine().now()) {}
 
 Transfer::~Transfer() {
@@ -60,9 +61,16 @@ Transfer::~Transfer() {
   core_->engine().timers().remove(*this);
 }
 
-void Transfer::begin() {
+void Transfer::begin(std::optional<URLRequest> first) {
+  if (first) setRequest(std::move(*first));
   credentials_ = credentialsOf(request_->url());
   guarded(&Transfer::enterQueue);
+}
+
+void Transfer::setRequest(URLRequest request) {
+  task_->setCurrentRequest(request);
+  redirected_ = std::move(request);
+  request_ = &*redirected_;
 }
 
 void Transfer::enterQueue() {
@@ -88,6 +96,8 @@ void Transfer::attach() {
   stage_ = Stage::running;
   EasyHandle easy(curl_easy_init());
   if (!easy) throw std::bad_alloc();
+  body_ = RequestBody::of(*request_, bodyFile_);
+  bodyOffset_ = 0;
   configure(easy.get());
   core_->attach(*this, easy.get());
   easy_ = std::move(easy);
@@ -105,6 +115,7 @@ void Transfer::leaveConnection() noexcept {
   }
   easy_.reset();
   headerLines_.reset();
+  body_.reset();
   try {
     if (std::exchange(hasSlot_, false)) core_->release(origin_);
   } catch (const std::bad_alloc&) {
@@ -121,6 +132,8 @@ void Transfer::finish(std::optional<URLError> error) noexcept {
 void Transfer::guarded(void (Transfer::*action)()) noexcept {
   try {
     (this->*action)();
+  } catch (const URLError& failure) {
+    finish(failure);
   } catch (const std::exception& failure) {
     finish(URLError(URLError::unknown, failure.what()));
   }
@@ -258,13 +271,17 @@ void Transfer::timerFired() noexcept {
 // -- Redirects
 
 void Transfer::askRedirect() {
+  if (answer_) return follow();
   if (++redirectCount_ > mostRedirects) {
     return finish(error(URLError::httpTooManyRedirects, "Too many redirects."));
   }
   auto next = redirectedRequest(*request_, *redirectResponse_);
   if (auto* impossible = std::get_if<URLError>(&next)) return finish(std::move(*impossible));
+  auto& request = std::get<URLRequest>(next);
+  // A body and its method go together.
+  if (request.httpMethod() != request_->httpMethod()) bodyFile_ = nullptr;
   stage_ = Stage::asking;
-  task_->askRedirect(redirectResponse_, std::get<URLRequest>(std::move(next)));
+  task_->askRedirect(redirectResponse_, std::move(request));
   armTimer();
 }
 
@@ -280,10 +297,7 @@ void Transfer::follow() {
   // The application may have put a name and password of its own into the address.
   auto credentials = credentialsOf(next.url());
   if (credentials || Origin::of(next.url()) != origin_) credentials_ = std::move(credentials);
-  task_->setCurrentRequest(next);
-  redirected_ = std::move(next);
-  request_ = &*redirected_;
-  bodyOffset_ = 0;
+  setRequest(std::move(next));
   requestCount_ = 0;
   head_ = HeadParser();
   bodyStarted_ = false;

@@ -6,6 +6,7 @@
 #include <Platform/URLLoading/Curl/Origin.hpp>
 #include <Platform/URLLoading/Curl/RequestOptions.hpp>
 #include <Platform/URLLoading/Curl/TimerHeap.hpp>
+#include <Platform/URLLoading/Detail/RequestBody.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
@@ -37,7 +38,8 @@ class Transfer final : private Timer {
   bool isSuspended() const noexcept { return suspended_; }
 
   // By the task.
-  void begin();
+  /// `first` is sent in place of the task's original request.
+  void begin(std::optional<URLRequest> first);
   void setSuspended(bool suspended);
   /// The delegate has caught up: reading may go on.
   void roomMade();
@@ -77,6 +79,7 @@ class Transfer final : private Timer {
 
   void answerArrived();
   std::shared_ptr<const HTTPURLResponse> makeResponse(std::int64_t expectedContentLength);
+  void setRequest(URLRequest request);
   void publishResponse(std::shared_ptr<const HTTPURLResponse> response);
   bool deliverBody(const std::uint8_t* bytes, std::size_t size);
   bool drainDecoder();
@@ -100,8 +103,9 @@ class Transfer final : private Timer {
   const std::shared_ptr<SessionCore> core_;
   const Clock::duration idleLimit_;
   const Clock::time_point resourceDeadline_;
-  std::optional<URLRequest> redirected_;  // once a redirect was followed
+  std::optional<URLRequest> redirected_;  // where the one on its way is not the original
   const URLRequest* request_;             // the one on its way
+  const URL* bodyFile_;                   // the task's, as long as it is to be sent
   Origin origin_;
   std::optional<std::pair<std::string, std::string>> credentials_;  // of the address
 
@@ -112,13 +116,14 @@ class Transfer final : private Timer {
   bool heldBack_ = false;    // libcurl keeps a part of the body, to offer it again
   bool discarding_ = false;  // what it still offers is no longer wanted
   int redirectCount_ = 0;
-  std::optional<URLRequest> answer_;  // to the last redirect
+  std::optional<URLRequest> answer_;  // what to send instead of taking the last answer
   Clock::time_point lastProgress_;
 
   // Of the present attempt.
   EasyHandle easy_;
   HeaderLines headerLines_;
-  std::size_t bodyOffset_ = 0;
+  std::unique_ptr<RequestBody> body_;  // null where none goes out
+  std::int64_t bodyOffset_ = 0;
   curl_off_t bytesSent_ = 0;
   int requestCount_ = 0;
   HeadParser head_;

@@ -5,7 +5,6 @@
 #include <Platform/URLLoading/Curl/Transfer.hpp>
 
 #include <algorithm>
-#include <cstring>
 #include <sys/socket.h>
 
 // The part of Transfer that libcurl calls.
@@ -25,15 +24,17 @@ struct TransferCallbacks {
   static Result guarded(void* self, Result failed, Action&& action) noexcept {
     auto& transfer = *static_cast<Transfer*>(self);
     try {
-      return action(transfer);
-    } catch (const std::exception& failure) {
       try {
+        return action(transfer);
+      } catch (const URLError& failure) {
+        transfer.refusal_ = failure;
+      } catch (const std::exception& failure) {
         transfer.refusal_.emplace(URLError::unknown, failure.what());
-      } catch (...) {
-        // libcurl's own code for the refused call has to do.
       }
-      return failed;
+    } catch (...) {
+      // libcurl's own code for the refused call has to do.
     }
+    return failed;
   }
 
   static std::size_t header(char* text, std::size_t, std::size_t size, void* self) noexcept {
@@ -69,8 +70,8 @@ struct TransferCallbacks {
 };
 
 void Transfer::configure(CURL* easy) {
-  setRequestOptions(easy, *request_, origin_, core_->proxies());
-  headerLines_ = detail::headerLines(*request_);
+  setRequestOptions(easy, *request_, body_.get(), origin_, core_->proxies());
+  headerLines_ = detail::headerLines(*request_, body_.get());
   setOption(easy, CURLOPT_HTTPHEADER, headerLines_.get());
   setOption(easy, CURLOPT_SHARE, core_->cookies());
   if (credentials_) {
@@ -89,7 +90,7 @@ void Transfer::configure(CURL* easy) {
   // A connection outlives the transfer that opened it.
   setOption(easy, CURLOPT_CLOSESOCKETFUNCTION, &SessionCore::socketClosed);
   setOption(easy, CURLOPT_CLOSESOCKETDATA, static_cast<void*>(core_.get()));
-  if (sendsBody(*request_)) {
+  if (body_) {
     setOption(easy, CURLOPT_READFUNCTION, &TransferCallbacks::read);
     setOption(easy, CURLOPT_READDATA, static_cast<void*>(this));
     setOption(easy, CURLOPT_SEEKFUNCTION, &TransferCallbacks::seek);
@@ -135,10 +136,13 @@ void Transfer::answerArrived() {
     if (tls != nullptr && tls->internals != nullptr)
       endOfBody_ = recordOfConnection(tls->internals);
   }
-  if (isRedirect(head_.statusCode(), head_.fields())) {
-    redirectResponse_ = makeResponse(length);
+  const bool redirect = isRedirect(head_.statusCode(), head_.fields());
+  auto response = makeResponse(length);
+  if (!redirect) answer_ = task_->requestInstead(*response);
+  if (redirect || answer_) {
+    redirectResponse_ = std::move(response);
   } else {
-    publishResponse(makeResponse(length));
+    publishResponse(std::move(response));
   }
 }
 
@@ -218,17 +222,14 @@ bool Transfer::drainDecoder() {
 
 std::size_t Transfer::readBody(char* buffer, std::size_t size) {
   if (suspended_) return CURL_READFUNC_PAUSE;
-  const auto rest = request_->httpBody()->view().substr(bodyOffset_, size);
-  if (!rest.empty()) std::memcpy(buffer, rest.data(), rest.size());
-  bodyOffset_ += rest.size();
-  return rest.size();
+  const auto count = body_->read(bodyOffset_, buffer, size);
+  bodyOffset_ += static_cast<std::int64_t>(count);
+  return count;
 }
 
 int Transfer::seekBody(curl_off_t offset) noexcept {
-  if (offset < 0 || static_cast<std::size_t>(offset) > request_->httpBody()->size()) {
-    return CURL_SEEKFUNC_FAIL;
-  }
-  bodyOffset_ = static_cast<std::size_t>(offset);
+  if (offset < 0 || offset > body_->size()) return CURL_SEEKFUNC_FAIL;
+  bodyOffset_ = offset;
   return CURL_SEEKFUNC_OK;
 }
 

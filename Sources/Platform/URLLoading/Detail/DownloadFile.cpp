@@ -1,0 +1,163 @@
+#include <Platform/Types/URL.hpp>
+#include <Platform/Types/URLError.hpp>
+#include <Platform/Types/UUID.hpp>
+#include <Platform/URLLoading/Detail/DownloadFile.hpp>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <mutex>
+#include <sys/stat.h>
+#include <system_error>
+#include <unordered_set>
+
+namespace tarn::detail {
+
+namespace {
+
+constexpr std::string_view namePrefix = "TarnDownload-";
+constexpr std::string_view nameSuffix = ".tmp";
+
+std::string freshPath(const std::string& directory) {
+  std::string path = directory;
+  if (!path.ends_with('/')) path += '/';
+  return path.append(namePrefix).append(UUID().uuidString()).append(nameSuffix);
+}
+
+std::string pathOf(const std::string& directory, const std::string& name) {
+  return directory.ends_with('/') ? directory + name : directory + '/' + name;
+}
+
+[[noreturn]] void fail(std::int32_t code, const char* attempt, const std::string& path,
+                       int systemError) {
+  throw URLError(code,
+                 std::string(attempt) + " \"" + path +
+                     "\" failed: " + std::generic_category().message(systemError) + ".",
+                 URL::fileURL(path).absoluteString());
+}
+
+std::optional<std::int64_t> regularFileSize(const struct stat& status) noexcept {
+  if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) return std::nullopt;
+  return status.st_size;
+}
+
+/// The files that would be left behind if the process ended now.
+class UnfinishedFiles {
+ public:
+  static UnfinishedFiles& shared() {
+    static auto& files = []() -> UnfinishedFiles& {
+      auto& made = *new UnfinishedFiles;
+      std::atexit([] { shared().removeAll(); });
+      return made;
+    }();
+    return files;
+  }
+
+  void add(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    paths_.insert(path);
+  }
+  void remove(const std::string& path) noexcept {
+    const std::lock_guard lock(mutex_);
+    paths_.erase(path);
+  }
+
+ private:
+  void removeAll() noexcept {
+    if (getpid() != owner_) return;  // a child of fork() has only a copy of the list
+    const std::lock_guard lock(mutex_);
+    for (const auto& path : paths_) unlink(path.c_str());
+  }
+
+  const pid_t owner_ = getpid();
+  std::mutex mutex_;
+  std::unordered_set<std::string> paths_;
+};
+
+}  // namespace
+
+DownloadFile::DownloadFile(std::string path) : path_(std::move(path)) {
+  UnfinishedFiles::shared().add(path_);
+}
+
+DownloadFile::~DownloadFile() {
+  if (!kept_) unlink(path_.c_str());
+  UnfinishedFiles::shared().remove(path_);
+}
+
+std::unique_ptr<DownloadFile> DownloadFile::create(const std::string& directory) {
+  std::unique_ptr<DownloadFile> file(new DownloadFile(freshPath(directory)));
+  file->descriptor_ =
+      Descriptor(open(file->path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (!file->descriptor_.isOpen()) {
+    fail(URLError::cannotCreateFile, "Creating the file", file->path_, errno);
+  }
+  return file;
+}
+
+std::unique_ptr<DownloadFile> DownloadFile::reopen(const std::string& directory,
+                                                   const std::string& name, std::int64_t size) {
+  if (!isName(name)) return nullptr;
+  std::unique_ptr<DownloadFile> file(new DownloadFile(freshPath(directory)));
+  if (rename(pathOf(directory, name).c_str(), file->path_.c_str()) != 0) return nullptr;
+  file->descriptor_ =
+      Descriptor(open(file->path_.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  struct stat status {};
+  if (!file->descriptor_.isOpen() || fstat(file->descriptor_.get(), &status) != 0) return nullptr;
+  if (regularFileSize(status) != size) return nullptr;
+  if (lseek(file->descriptor_.get(), size, SEEK_SET) != size) return nullptr;
+  file->size_ = size;
+  return file;
+}
+
+std::optional<std::int64_t> DownloadFile::keptSize(const std::string& directory,
+                                                   const std::string& name) noexcept {
+  struct stat status {};
+  if (!isName(name) || lstat(pathOf(directory, name).c_str(), &status) != 0) return std::nullopt;
+  return regularFileSize(status);
+}
+
+void DownloadFile::discard(const std::string& directory, const std::string& name) noexcept {
+  if (isName(name)) unlink(pathOf(directory, name).c_str());
+}
+
+bool DownloadFile::isName(std::string_view name) noexcept {
+  if (!name.starts_with(namePrefix) || !name.ends_with(nameSuffix)) return false;
+  name.remove_prefix(namePrefix.size());
+  if (name.size() < nameSuffix.size()) return false;
+  name.remove_suffix(nameSuffix.size());
+  return UUID::parse(name).has_value();
+}
+
+std::string DownloadFile::name() const { return path_.substr(path_.rfind('/') + 1); }
+
+void DownloadFile::write(const void* bytes, std::size_t count) {
+  const auto* next = static_cast<const char*>(bytes);
+  while (count > 0) {
+    const auto written = ::write(descriptor_.get(), next, count);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) fail(URLError::cannotWriteToFile, "Writing to the file", path_, errno);
+    next += written;
+    count -= static_cast<std::size_t>(written);
+    size_ += written;
+  }
+}
+
+void DownloadFile::close() {
+  struct stat status {};
+  if (fstat(descriptor_.get(), &status) == 0 && status.st_nlink == 0) {
+    fail(URLError::cannotWriteToFile, "Finishing the file", path_, ENOENT);
+  }
+  // Whatever it answers, Linux has given the descriptor up.
+  if (::close(descriptor_.release()) != 0 && errno != EINTR) {
+    fail(URLError::cannotCloseFile, "Closing the file", path_, errno);
+  }
+}
+
+void DownloadFile::keep() {
+  if (descriptor_.isOpen()) close();
+  kept_ = true;
+  UnfinishedFiles::shared().remove(path_);
+}
+
+}  // namespace tarn::detail
