@@ -23,17 +23,20 @@ struct User {
 };
 
 struct GetUser : tarn::JSONGetRequestable<GetUser, User> {
-  explicit GetUser(std::string name) : name(std::move(name)) {}
+  std::string name;
   tarn::URL baseURL() const { return service; }
   std::string path() const { return "users/" + name; }
-  std::string name;
 };
 // [request]
 
-std::string reason(const tarn::Error& error) {
+void print(const User& user) {
+  std::printf("%s lives in %s\n", user.name.c_str(), user.city.c_str());
+}
+
+void print(const std::string& name, const tarn::Error& error) {
   const auto* answer = error.as<tarn::HTTPResponseError>();
   const auto where = answer ? answer->decodingError() : std::nullopt;
-  return where ? where->message() : error.message();
+  std::printf("%s: %s\n", name.c_str(), (where ? *where : error).message().c_str());
 }
 
 std::vector<std::string> names{"grace", "nobody", "ada"};
@@ -44,11 +47,9 @@ void sendNext() {
   const std::string name = names.back();
   names.pop_back();
   // [send]
-  GetUser(name).send(tarn::DispatchQueue::main(), [name](tarn::JSONResponse<User> response) {
-    if (const auto& user = response.result.body())
-      std::printf("%s lives in %s\n", user->name.c_str(), user->city.c_str());
-    else
-      std::printf("%s: %s\n", name.c_str(), reason(*response.result.error()).c_str());
+  GetUser{{}, name}.send(tarn::DispatchQueue::main(), [name](tarn::JSONResponse<User> response) {
+    if (const auto& user = response.result.body()) print(*user);
+    if (const auto error = response.result.error()) print(name, *error);
     sendNext();
   });
   // [send]

@@ -7,6 +7,16 @@ struct Tag {
   Tag() = default;
 };
 
+struct Base {
+  int inherited{};
+};
+
+#ifdef FAULT_noEnumeratorInReach
+enum class Status { open = 1000 };
+#else
+enum class Status { open = 100 };
+#endif
+
 struct Fixed {
   explicit Fixed(int number) : value(number) {}
   int value;
@@ -15,9 +25,26 @@ struct Fixed {
 };
 
 /// A type that JSON is read as, and that is written as JSON; each fault takes one thing away.
+#ifdef FAULT_base
+struct Value : Base {
+#else
 struct Value {
+#endif
   std::string name;
   int count{};
+  Status status{};
+#ifdef FAULT_arrayMember
+  std::string lines[3];
+#endif
+#ifdef FAULT_arrayOfOne
+  int numbers[1]{};
+#endif
+#ifdef FAULT_referenceMember
+  int& number;
+#endif
+#ifdef FAULT_constMember
+  const int number{};
+#endif
 #ifdef FAULT_memberWithoutCoding
   Tag tag{};
 #endif
@@ -26,8 +53,10 @@ struct Value {
 #endif
 #ifdef FAULT_keyOfNoMember
   static constexpr tarn::JSONKeys codingKeys = {{"nmae", "n"}};
+#elif defined(FAULT_equalKeys)
+  static constexpr tarn::JSONKeys codingKeys = {{"name", "count"}};
 #else
-  static constexpr tarn::JSONKeys codingKeys = {{"name", "n"}};
+static constexpr tarn::JSONKeys codingKeys = {{"name", "n"}};
 #endif
 #ifdef FAULT_defaultOfNoMember
   static constexpr tarn::JSONMembers defaultedMembers = {"counts"};
@@ -35,7 +64,8 @@ struct Value {
   static constexpr tarn::JSONMembers defaultedMembers = {"count"};
 #endif
 #ifdef FAULT_tooManyMembers
-  int many[101]{};
+#define TEN(m) int m##0, m##1, m##2, m##3, m##4, m##5, m##6, m##7, m##8, m##9;
+  TEN(a) TEN(b) TEN(c) TEN(d) TEN(e) TEN(f) TEN(g) TEN(h) TEN(i) TEN(j)
 #endif
 };
 
@@ -58,4 +88,4 @@ struct Custom {
 };
 
 Value decode() { return tarn::JSONDecoder().decode<Value>("{}"); }
-tarn::Data encode() { return tarn::JSONEncoder().encode(Value()); }
+tarn::Data encode(const Value& value) { return tarn::JSONEncoder().encode(value); }

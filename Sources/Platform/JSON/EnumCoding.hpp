@@ -17,8 +17,9 @@ namespace tarn {
 /// The text that stands for a value of an enum.
 ///
 /// By default an enum with a fixed underlying type, as each `enum class` has one, is read and
-/// written as the name of its enumerator; that reaches values from -128 to 127. For other texts and
-/// values, or for the underlying numbers as they are, declare beside the enum one of
+/// written as the name of its enumerator; that reaches values from -128 to 127. Of two names for
+/// one value the first is read and written. For other texts and values, or for the underlying
+/// numbers as they are, declare beside the enum one of
 ///
 ///     constexpr auto jsonCases(Colour) {
 ///       return std::to_array<tarn::JSONCase<Colour>>({{Colour::red, "RED"}, ...});
@@ -103,10 +104,24 @@ struct ReflectedCases {
 
 template <class E>
 consteval auto casesOf() {
-  if constexpr (requires { jsonCases(E{}); })
+  if constexpr (requires { jsonCases(E{}); }) {
     return jsonCases(E{});
-  else
+  } else {
+    static_assert(ReflectedCases<E>::named() > 0,
+                  "No value of this enum from -128 to 127 has a name: declare `jsonCases`.");
     return ReflectedCases<E>::cases();
+  }
+}
+
+/// The number that a raw value is; of characters their code.
+template <class Raw>
+consteval auto numberOf() {
+  if constexpr (std::same_as<Raw, bool>)
+    return false;
+  else if constexpr (std::is_signed_v<Raw>)
+    return std::make_signed_t<Raw>();
+  else
+    return std::make_unsigned_t<Raw>();
 }
 
 [[noreturn]] void failUnknownCase(JSONReader& reader, std::string_view found,
@@ -114,13 +129,13 @@ consteval auto casesOf() {
 
 template <FixedEnum E>
 struct DefaultCoding<E> {
-  using Raw = std::underlying_type_t<E>;
+  using Number = decltype(numberOf<std::underlying_type_t<E>>());
   static constexpr auto cases = casesOf<E>();
   static constexpr bool isRaw = std::same_as<decltype(casesOf<E>()), JSONRawValues>;
 
   static E decode(JSONReader& reader) {
     if constexpr (isRaw) {
-      return static_cast<E>(JSONCoding<Raw>::decode(reader));
+      return static_cast<E>(JSONCoding<Number>::decode(reader));
     } else {
       const std::string text = reader.string();
       for (const auto& [value, name] : cases)
@@ -132,11 +147,11 @@ struct DefaultCoding<E> {
   }
   static void encode(E value, JSONWriter& writer) {
     if constexpr (isRaw) {
-      writer.encode(static_cast<Raw>(value));
+      writer.encode(static_cast<Number>(value));
     } else {
       for (const auto& [known, name] : cases)
         if (known == value) return writer.string(name);
-      writer.failInvalid("the value " + std::to_string(static_cast<Raw>(value)) +
+      writer.failInvalid("the value " + std::to_string(static_cast<Number>(value)) +
                          " of this enum has no name");
     }
   }

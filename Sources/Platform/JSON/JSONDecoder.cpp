@@ -1,7 +1,7 @@
 #include <Platform/JSON/Detail/Base64.hpp>
-#include <Platform/JSON/Detail/DateNumbers.hpp>
 #include <Platform/JSON/Detail/ISO8601.hpp>
 #include <Platform/JSON/Detail/QuotedText.hpp>
+#include <Platform/JSON/Detail/ReferenceDate.hpp>
 #include <Platform/JSON/Detail/SnakeCase.hpp>
 #include <Platform/JSON/JSONDecoder.hpp>
 

@@ -23,11 +23,12 @@ void decodeDocument(std::string_view json, const JSONDecoder& decoder,
 ///
 /// A value: its fields are the settings. `decode` may be called from several threads at once.
 struct JSONDecoder {
-  /// Turns the key of a document into the name of a member; none leaves it as it is.
+  /// Turns the key of a document into the name of a member; none leaves it as it is. Keys given by
+  /// `codingKeys` are compared with the document's as they are.
   std::function<std::string(std::string_view key)> keyDecodingStrategy = nullptr;
-  /// Reads a point in time.
+  /// Reads a point in time; a null one stands for the default.
   std::function<JSONDate(JSONReader&)> dateDecodingStrategy = secondsSinceReferenceDate;
-  /// Reads bytes.
+  /// Reads bytes; a null one stands for the default.
   std::function<Data(JSONReader&)> dataDecodingStrategy = base64;
   /// The texts that stand for numbers that are not finite; none refuses them.
   std::optional<NonConformingFloats> nonConformingFloats = std::nullopt;
@@ -50,7 +51,7 @@ struct JSONDecoder {
 
   /// Throws DecodingError, and what the coding of a type throws. Keys that a type doesn't know are
   /// passed over; of a key that comes twice the last counts. A text that is no JSON is
-  /// `dataCorrupted`, whatever else is wrong with it.
+  /// `dataCorrupted`, whatever else is wrong with it. A byte order mark in front is passed over.
   template <JSONReadable T>
   T decode(std::string_view json) const {
     std::optional<T> value;

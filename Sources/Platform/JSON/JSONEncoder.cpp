@@ -1,6 +1,6 @@
 #include <Platform/JSON/Detail/Base64.hpp>
-#include <Platform/JSON/Detail/DateNumbers.hpp>
 #include <Platform/JSON/Detail/ISO8601.hpp>
+#include <Platform/JSON/Detail/ReferenceDate.hpp>
 #include <Platform/JSON/Detail/SnakeCase.hpp>
 #include <Platform/JSON/JSONEncoder.hpp>
 

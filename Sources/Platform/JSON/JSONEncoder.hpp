@@ -25,11 +25,11 @@ struct JSONEncoder {
 
   OutputFormatting outputFormatting = {};
   /// Turns the name of a member into the key of the document; none leaves it as it is. Keys of maps
-  /// are never converted.
+  /// are never converted, nor are those given by `codingKeys`.
   std::function<std::string(std::string_view key)> keyEncodingStrategy = nullptr;
-  /// Writes a point in time.
+  /// Writes a point in time; a null one stands for the default.
   std::function<void(JSONDate, JSONWriter&)> dateEncodingStrategy = secondsSinceReferenceDate;
-  /// Writes bytes.
+  /// Writes bytes; a null one stands for the default.
   std::function<void(const Data&, JSONWriter&)> dataEncodingStrategy = base64;
   /// The texts that stand for numbers that are not finite; none refuses them.
   std::optional<NonConformingFloats> nonConformingFloats = std::nullopt;

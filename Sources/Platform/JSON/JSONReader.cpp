@@ -15,16 +15,20 @@ namespace {
 
 constexpr std::string_view whiteSpace = " \t\n\r";
 
-/// What a message shows of a text: its start, whole characters only.
-std::string shortened(std::string_view text) {
-  constexpr std::size_t most = 40;
-  if (text.size() <= most) return std::string(text);
-  std::size_t end = most;
-  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
-  return std::string(text.substr(0, end)) + "...";
-}
+// What failed attempts of variants inside each other may read again, in tokens: without a bound
+// each level doubles the time. Sixteen readings of the document leave room for trees whose every
+// node is tried, the constant for chains, where a level is read again for each one above it.
+std::size_t mostReadAgain(std::size_t tokenCount) { return 16 * tokenCount + (1U << 20); }
 
 }  // namespace
+
+JSONReader::JSONReader(std::string_view text, std::span<const std::uint32_t> tokens,
+                       const JSONDecoder& decoder) noexcept
+    : text_(text),
+      token_(tokens.data()),
+      value_(tokens.data()),
+      decoder_(decoder),
+      readableAgain_(mostReadAgain(tokens.size())) {}
 
 JSONReader::Kind JSONReader::kind() const {
   switch (current()) {
@@ -98,7 +102,7 @@ std::int64_t JSONReader::signedInteger(std::int64_t least, std::int64_t greatest
   const auto value = detail::wholeNumber<std::int64_t>(number);
   if (value && *value >= least && *value <= greatest) return *value;
   failCorrupted("expected a whole number from " + std::to_string(least) + " to " +
-                std::to_string(greatest) + ", found " + shortened(number.text));
+                std::to_string(greatest) + ", found " + detail::shortened(number.text));
 }
 
 std::uint64_t JSONReader::unsignedInteger(std::uint64_t greatest) {
@@ -106,7 +110,7 @@ std::uint64_t JSONReader::unsignedInteger(std::uint64_t greatest) {
   const auto value = detail::wholeNumber<std::uint64_t>(number);
   if (value && *value <= greatest) return *value;
   failCorrupted("expected a whole number from 0 to " + std::to_string(greatest) + ", found " +
-                shortened(number.text));
+                detail::shortened(number.text));
 }
 
 template <class T>
@@ -118,11 +122,11 @@ void JSONReader::readFloat(T& value) {
     if (text == texts->positiveInfinity) return void(value = infinity);
     if (text == texts->negativeInfinity) return void(value = -infinity);
     if (text == texts->nan) return void(value = std::numeric_limits<T>::quiet_NaN());
-    failCorrupted("expected a number, found the string \"" + shortened(text) + "\"");
+    failCorrupted("expected a number, found the string " + detail::quoted(text));
   }
   const auto number = takeNumber();
   const auto read = detail::floatingPoint<T>(number);
-  if (!read) failCorrupted("the number " + shortened(number.text) + " is out of range");
+  if (!read) failCorrupted("the number " + detail::shortened(number.text) + " is out of range");
   value = *read;
 }
 
@@ -145,8 +149,8 @@ inline std::string_view JSONReader::takeString() {
 
 void JSONReader::appendUnescaped(std::string& result, std::string_view escaped) {
   if (detail::appendUnescaped(result, escaped)) return;
-  --token_;  // who catches the exception must not get past an ill-formed string
-  failCorrupted("the string \"" + shortened(escaped) + "\" has a malformed escape sequence");
+  failCorrupted("the string \"" + detail::shortened(escaped) +
+                "\" has a malformed escape sequence");
 }
 
 std::string JSONReader::string() {
@@ -197,6 +201,29 @@ void JSONReader::skip() {
   }
 }
 
+JSONReader::Attempt::Attempt(JSONReader& reader) : reader_(reader), start_(reader.token_) {
+  if (reader.readableAgain_ == 0) reader.failTooManyAttempts();
+  ++reader.attempts_;
+}
+
+void JSONReader::Attempt::fail() {
+  reader_.goBack(start_);
+  reader_.chargeReading(reader_.depth_);  // the error's path costs as much
+  if (reader_.readableAgain_ == 0) reader_.failTooManyAttempts();
+}
+
+void JSONReader::goBack(Position place) noexcept {
+  chargeReading(static_cast<std::size_t>(token_ - place));
+  token_ = place;
+}
+
+void JSONReader::chargeReading(std::size_t count) noexcept {
+  // What the outermost attempts read again grows with the number of alternatives alone.
+  if (attempts_ > 1) readableAgain_ -= std::min(readableAgain_, count);
+}
+
+void JSONReader::failTooManyAttempts() { failCorrupted("too many alternatives were tried"); }
+
 JSONReader::Nesting::Nesting(JSONReader& reader, Kind kind)
     : reader_(reader), start_(reader.token_) {
   const bool isArray = kind == Kind::array;
@@ -212,8 +239,9 @@ JSONReader::Nesting::Nesting(JSONReader& reader, Kind kind)
 }
 
 JSONReader::Nesting::~Nesting() {
-  if (isOpen_) reader_.token_ = start_;
+  if (isOpen_) reader_.goBack(start_);
   reader_.frame_ = frame_.outer;
+  reader_.value_ = start_;
   --reader_.depth_;
 }
 
@@ -222,6 +250,7 @@ bool JSONReader::Nesting::next() {
   if (reader_.current() == (isArray ? ']' : '}')) {
     ++reader_.token_;
     reader_.frame_ = frame_.outer;
+    reader_.value_ = start_;
     isOpen_ = false;
     return false;
   }
@@ -233,6 +262,7 @@ bool JSONReader::Nesting::next() {
   isStarted_ = true;
   if (!isArray) readKey();
   reader_.frame_ = &frame_;
+  reader_.value_ = reader_.token_;
   return true;
 }
 
@@ -249,7 +279,7 @@ inline void JSONReader::Nesting::readKey() {
 }
 
 std::string JSONReader::describedString() const {
-  return "the string \"" + shortened(stringContent()) + '"';
+  return "the string \"" + detail::shortened(stringContent()) + '"';
 }
 
 void JSONReader::failExpecting(std::string_view what) const {
@@ -262,21 +292,23 @@ void JSONReader::failExpecting(std::string_view what) const {
     case Kind::object:
       throw DecodingError::typeMismatch(codingPath(), expected + "an object");
     case Kind::boolean:
-      throw DecodingError::typeMismatch(codingPath(), expected + shortened(scalar()));
+      throw DecodingError::typeMismatch(codingPath(), expected + detail::shortened(scalar()));
     case Kind::number:
       throw DecodingError::typeMismatch(codingPath(),
-                                        expected + "the number " + shortened(scalar()));
+                                        expected + "the number " + detail::shortened(scalar()));
     case Kind::string:
       throw DecodingError::typeMismatch(codingPath(), expected + describedString());
   }
   std::abort();  // never reached
 }
 
-void JSONReader::failCorrupted(std::string reason) const {
+void JSONReader::failCorrupted(std::string reason) {
+  goBack(value_);
   throw DecodingError::dataCorrupted(codingPath(), std::move(reason));
 }
 
-void JSONReader::failMissing(std::string_view key) const {
+void JSONReader::failMissing(std::string_view key) {
+  goBack(value_);
   throw DecodingError::keyNotFound(std::string(key), codingPath());
 }
 
@@ -299,9 +331,13 @@ namespace detail {
 namespace {
 
 /// Looks from `first` on, then from the start; the number of members where there is none.
-std::size_t find(std::string_view key, std::span<const DecodedMember> members, std::size_t first) {
+std::size_t find(std::string_view key, std::string_view converted,
+                 std::span<const DecodedMember> members, std::size_t first) {
+  const auto isNamed = [&](const DecodedMember& member) {
+    return member.key == (member.isKeyGiven ? key : converted);
+  };
   const auto find = [&](std::size_t from, std::size_t to) {
-    while (from < to && members[from].key != key) ++from;
+    while (from < to && !isNamed(members[from])) ++from;
     return from;
   };
   const auto index = find(first, members.size());
@@ -319,9 +355,9 @@ void decodeMembers(JSONReader& reader, void* object, std::span<const DecodedMemb
   std::size_t next = 0;  // members mostly come as they are declared
   JSONReader::Nesting nesting(reader, JSONReader::Kind::object);
   while (nesting.next()) {
-    auto key = nesting.key();
-    if (strategy) key = converted = strategy(key);
-    const auto index = find(key, members, next);
+    const auto key = nesting.key();
+    if (strategy) converted = strategy(key);
+    const auto index = find(key, strategy ? std::string_view(converted) : key, members, next);
     if (index == members.size()) {
       reader.skip();
       continue;
@@ -332,8 +368,11 @@ void decodeMembers(JSONReader& reader, void* object, std::span<const DecodedMemb
     seen[index] = true;
     next = index + 1;
   }
-  for (std::size_t i = 0; i < members.size(); ++i)
-    if (members[i].isRequired && !seen[i]) reader.failMissing(members[i].key);
+  for (std::size_t i = 0; i < members.size(); ++i) {
+    if (seen[i]) continue;
+    if (members[i].isRequired) reader.failMissing(members[i].key);
+    if (members[i].clear) members[i].clear(object);
+  }
 }
 
 }  // namespace detail

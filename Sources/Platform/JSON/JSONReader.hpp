@@ -97,15 +97,16 @@ class JSONReader {
     }
   }
   /// Calls `read()`; where it throws a DecodingError, goes back to the value it started at and
-  /// answers false.
+  /// answers false. Throws `dataCorrupted` where attempts inside attempts have read too much of the
+  /// document again and again.
   template <std::invocable F>
   bool attempt(F&& read) {
-    const Position value = token_;
+    Attempt attempt(*this);
     try {
       read();
       return true;
     } catch (const DecodingError&) {
-      token_ = value;
+      attempt.fail();
       return false;
     }
   }
@@ -113,10 +114,11 @@ class JSONReader {
   /// Throws `typeMismatch`, "expected `what`, found ...", or `valueNotFound` where a null comes
   /// next.
   [[noreturn]] void failExpecting(std::string_view what) const;
-  /// Throws `dataCorrupted` with the path of the value in turn, whether it has been taken or not.
-  [[noreturn]] void failCorrupted(std::string reason) const;
-  /// Throws `keyNotFound`; for use after object().
-  [[noreturn]] void failMissing(std::string_view key) const;
+  /// Throws `dataCorrupted` with the path of the value in turn. Whether it has been taken or not,
+  /// who catches the exception finds the reader in front of it.
+  [[noreturn]] void failCorrupted(std::string reason);
+  /// Throws `keyNotFound`; for use after object(), which the reader is in front of again.
+  [[noreturn]] void failMissing(std::string_view key);
 
  private:
   friend class detail::JSONDocument;
@@ -151,8 +153,26 @@ class JSONReader {
     bool isOpen_ = true;
   };
 
-  JSONReader(std::string_view text, Position tokens, const JSONDecoder& decoder) noexcept
-      : text_(text), token_(tokens), decoder_(decoder) {}
+  /// One call of attempt().
+  class Attempt {
+   public:
+    /// Throws where no more may be read again.
+    explicit Attempt(JSONReader& reader);
+    ~Attempt() { --reader_.attempts_; }
+    Attempt(const Attempt&) = delete;
+    Attempt& operator=(const Attempt&) = delete;
+
+    /// Goes back to the value; throws as the constructor does.
+    void fail();
+
+   private:
+    JSONReader& reader_;
+    Position start_;
+  };
+
+  /// Of the text's end stand two positions behind the last of `tokens`.
+  JSONReader(std::string_view text, std::span<const std::uint32_t> tokens,
+             const JSONDecoder& decoder) noexcept;
 
   /// The first character of the next token; NUL at the end of the text.
   char current() const noexcept { return *token_ < text_.size() ? text_[*token_] : '\0'; }
@@ -178,13 +198,20 @@ class JSONReader {
   /// For the string that was just taken.
   void appendUnescaped(std::string& result, std::string_view escaped);
   std::string describedString() const;
+  /// To a token that has been read, or to be read, before.
+  void goBack(Position place) noexcept;
+  void chargeReading(std::size_t count) noexcept;
+  [[noreturn]] void failTooManyAttempts();
   [[noreturn]] void failSyntax(std::string_view expected) const;
 
   std::string_view text_;
-  Position token_;  // of the next value; after the last token stand two positions of the text's end
+  Position token_;  // the next
+  Position value_;  // the first of the value in turn
   const JSONDecoder& decoder_;
   const detail::CodingFrame* frame_ = nullptr;
   std::size_t depth_ = 0;
+  std::size_t attempts_ = 0;  // inside each other
+  std::size_t readableAgain_;
 };
 
 }  // namespace tarn

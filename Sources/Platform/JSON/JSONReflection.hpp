@@ -1,8 +1,7 @@
 #pragma once
 
 #include <Platform/JSON/JSONCoding.hpp>
-
-#include <boost/pfr/core.hpp>
+#include <Platform/JSON/StructMembers.hpp>
 
 #include <algorithm>
 #include <array>
@@ -18,9 +17,6 @@
 namespace tarn {
 
 namespace detail {
-
-// As far as Boost.PFR goes.
-constexpr std::size_t mostMembers = 100;
 
 /// A list that a struct can hold as a static constant; an initializer_list as such can't be one.
 template <class T>
@@ -39,7 +35,8 @@ class MemberList {
 
 }  // namespace detail
 
-/// The keys of the members whose own names can't be it. In the struct:
+/// The keys of the members whose own names can't be it. They stand in the document as they are
+/// given here: no key strategy converts them. In the struct:
 ///
 ///     static constexpr tarn::JSONKeys codingKeys = {{"identifier", "_id"}};
 struct JSONKey {
@@ -48,7 +45,8 @@ struct JSONKey {
 };
 using JSONKeys = detail::MemberList<JSONKey>;
 
-/// The members that keep their initial value where the document lacks their key. In the struct:
+/// The members that keep their initial value where the document lacks their key; the others have to
+/// be there or, where they are optional, are empty then. In the struct:
 ///
 ///     static constexpr tarn::JSONMembers defaultedMembers = {"page", "pageSize"};
 using JSONMembers = detail::MemberList<std::string_view>;
@@ -58,52 +56,10 @@ namespace detail {
 /// A struct that is read and written member by member, as it is declared.
 template <class T>
 concept ReflectedStruct = std::is_class_v<T> && std::is_aggregate_v<T> && !DecodesItself<T> &&
-                          !EncodesItself<T> && !requires {
+                          !EncodesItself<T> && !requires(T & value) {
   typename T::value_type;
+  value.begin();
 };
-
-template <class T>
-struct Wrapped {
-  T value;
-};
-#ifdef __clang__
-#pragma clang diagnostic push
-#pragma clang diagnostic ignored "-Wundefined-internal"
-#pragma clang diagnostic ignored "-Wundefined-var-template"
-#endif
-// Never defined: only the addresses of its members are spelled out, by the compiler.
-template <class T>
-extern const Wrapped<T> undefined;
-
-template <class P>
-struct MemberPointer {
-  P pointer;
-};
-template <class P>
-MemberPointer(P) -> MemberPointer<P>;
-
-template <auto P>
-consteval std::string_view spelled() {
-  return __PRETTY_FUNCTION__;
-}
-
-/// The identifier of the I-th member.
-template <class T, std::size_t I>
-consteval std::string_view memberName() {
-  std::string_view text = spelled<MemberPointer{&boost::pfr::get<I>(undefined<T>.value)}>();
-  // GCC ends in "::name)}; std::string_view = ...]", Clang in ".name}]".
-  text = text.substr(0, text.rfind('}'));
-  if (text.ends_with(')')) text.remove_suffix(1);
-  return text.substr(text.find_last_of(".:") + 1);
-}
-#ifdef __clang__
-#pragma clang diagnostic pop
-#endif
-
-template <class T>
-using MemberIndices = std::make_index_sequence<boost::pfr::tuple_size_v<T>>;
-template <class T, std::size_t I>
-using Member = boost::pfr::tuple_element_t<I, T>;
 
 template <class T>
 constexpr bool isOptional = false;
@@ -129,20 +85,59 @@ consteval bool namesOnlyMembers() {
   return true;
 }
 
-template <class T, std::size_t I>
-consteval std::string_view keyOf() {
+/// The key that `codingKeys` gives to a member; empty where it gives none.
+template <class T>
+consteval std::optional<std::string_view> givenKey(std::string_view name) {
   if constexpr (requires { T::codingKeys; })
     for (const auto& [member, key] : T::codingKeys)
-      if (member == memberName<T, I>()) return key;
-  return memberName<T, I>();
+      if (member == name) return key;
+  return std::nullopt;
 }
 
 template <class T, std::size_t I>
-consteval bool isRequired() {
-  if constexpr (requires { T::defaultedMembers; })
+consteval std::string_view keyOf() {
+  return givenKey<T>(memberName<T, I>()).value_or(memberName<T, I>());
+}
+
+template <class T, std::size_t I>
+consteval bool isKeyGiven() {
+  return givenKey<T>(memberName<T, I>()).has_value();
+}
+
+template <class T>
+consteval bool hasDistinctKeys() {
+  return []<std::size_t... I>(std::index_sequence<I...>) {
+    std::array<std::string_view, sizeof...(I)> keys{keyOf<T, I>()...};
+    std::ranges::sort(keys);
+    return std::ranges::adjacent_find(keys) == keys.end();
+  }
+  (MemberIndices<T>());
+}
+
+template <class T>
+concept HasDefaultedMembers = requires {
+  T::defaultedMembers;
+};
+
+template <class T, std::size_t I>
+consteval bool isDefaulted() {
+  if constexpr (HasDefaultedMembers<T>)
     for (const auto member : T::defaultedMembers)
-      if (member == memberName<T, I>()) return false;
-  return !isOptional<Member<T, I>>;
+      if (member == memberName<T, I>()) return true;
+  return false;
+}
+
+/// Whether T can be read or written.
+template <class T>
+consteval bool isSound() {
+  if constexpr (hasMembers<T>()) {
+    constexpr bool isNamed = namesOnlyMembers<T>();
+    constexpr bool isDistinct = hasDistinctKeys<T>();
+    static_assert(isNamed, "`codingKeys` and `defaultedMembers` name members of the struct.");
+    static_assert(isDistinct, "Two members of a struct can't have the same key.");
+    return isNamed && isDistinct;
+  }
+  return false;
 }
 
 // What the code that is no template needs to know of a member.
@@ -150,10 +145,15 @@ struct DecodedMember {
   std::string_view key;
   /// `again`: the value is not new, an earlier one has to go.
   void (*decode)(JSONReader& reader, void* object, bool again);
+  /// For an optional member the document lacks; null where it keeps its initial value.
+  void (*clear)(void* object);
   bool isRequired;
+  /// Whether the key is the document's, to which no key strategy applies.
+  bool isKeyGiven;
 };
 struct EncodedMember {
   std::string_view key;
+  bool isKeyGiven;
   /// The key between quotes, and the colon; empty where the key has to be escaped.
   std::string_view text;
   void (*encode)(JSONWriter& writer, const void* object);
@@ -166,20 +166,34 @@ void encodeMembers(JSONWriter& writer, const void* object, std::span<const Encod
 
 template <class T, std::size_t I>
 void decodeMember(JSONReader& reader, void* object, bool again) {
-  static_assert(JSONReadable<Member<T, I>>,
-                "A member of this struct is of a type that no JSON is read as.");
-  auto& member = boost::pfr::get<I>(*static_cast<T*>(object));
-  if (again)
-    member = JSONCoding<Member<T, I>>::decode(reader);
-  else
-    decodeInto(reader, member);
+  constexpr bool isConst = std::is_const_v<DeclaredMember<T, I>>;
+  constexpr bool isReadable = JSONReadable<Member<T, I>>;
+  static_assert(!isConst, "A const member of a struct can't be read, only written.");
+  static_assert(isReadable, "A member of this struct is of a type that no JSON is read as.");
+  if constexpr (!isConst && isReadable) {
+    auto& member = memberOf<I>(*static_cast<T*>(object));
+    if (again)
+      member = JSONCoding<Member<T, I>>::decode(reader);
+    else
+      decodeInto(reader, member);
+  }
+}
+
+template <class T, std::size_t I>
+constexpr DecodedMember decodedMember() {
+  constexpr bool isDefault = isDefaulted<T, I>();
+  constexpr bool isCleared = isOptional<Member<T, I>> && !isDefault;
+  void (*clear)(void*) = nullptr;
+  if constexpr (isCleared && !std::is_const_v<DeclaredMember<T, I>>)
+    clear = [](void* object) { memberOf<I>(*static_cast<T*>(object)).reset(); };
+  return {keyOf<T, I>(), decodeMember<T, I>, clear, !isCleared && !isDefault, isKeyGiven<T, I>()};
 }
 
 template <class T, std::size_t I>
 void encodeMember(JSONWriter& writer, const void* object) {
-  static_assert(JSONWritable<Member<T, I>>,
-                "A member of this struct is of a type that is not written as JSON.");
-  writer.encode(boost::pfr::get<I>(*static_cast<const T*>(object)));
+  constexpr bool isWritable = JSONWritable<Member<T, I>>;
+  static_assert(isWritable, "A member of this struct is of a type that is not written as JSON.");
+  if constexpr (isWritable) writer.encode(memberOf<I>(*static_cast<const T*>(object)));
 }
 
 // Filled up with zeros, so that whole blocks can be copied.
@@ -205,47 +219,48 @@ constexpr EncodedMember encodedMember() {
   bool (*isAbsent)(const void*) = nullptr;
   if constexpr (isOptional<Member<T, I>>)
     isAbsent = [](const void* object) {
-      return !boost::pfr::get<I>(*static_cast<const T*>(object)).has_value();
+      return !memberOf<I>(*static_cast<const T*>(object)).has_value();
     };
   constexpr std::string_view key = keyOf<T, I>();
   const std::size_t textSize = isPlainKey(key) ? key.size() + 3 : 0;
-  return {key, {keyText<T, I>.data(), textSize}, encodeMember<T, I>, isAbsent};
+  return {key, isKeyGiven<T, I>(), {keyText<T, I>.data(), textSize}, encodeMember<T, I>, isAbsent};
 }
 
 template <ReflectedStruct T>
 struct DefaultCoding<T> {
   static T decode(JSONReader& reader) {
     static_assert(
-        requires { T{}; },
+        !hasMembers<T>() || requires { T{}; },
         "Every member of a struct that JSON is read as needs an initial value: one that "
         "its type gives, or an initialiser.");
     T value{};
-    decodeInto(reader, value);
+    fill(reader, value);
     return value;
   }
   static void decodeInto(JSONReader& reader, T& value) {
-    check();
-    static constexpr auto members = []<std::size_t... I>(std::index_sequence<I...>) {
-      return std::array<DecodedMember, sizeof...(I)>{
-          DecodedMember{keyOf<T, I>(), decodeMember<T, I>, isRequired<T, I>()}...};
-    }
-    (MemberIndices<T>());
-    decodeMembers(reader, &value, members);
+    // What holds it may have given it other values; all other members are set in any case.
+    if constexpr (HasDefaultedMembers<T>) value = T{};
+    fill(reader, value);
   }
   static void encode(const T& value, JSONWriter& writer) {
-    check();
-    static constexpr auto members = []<std::size_t... I>(std::index_sequence<I...>) {
-      return std::array<EncodedMember, sizeof...(I)>{encodedMember<T, I>()...};
+    if constexpr (isSound<T>()) {
+      static constexpr auto members = []<std::size_t... I>(std::index_sequence<I...>) {
+        return std::array<EncodedMember, sizeof...(I)>{encodedMember<T, I>()...};
+      }
+      (MemberIndices<T>());
+      encodeMembers(writer, &value, members);
     }
-    (MemberIndices<T>());
-    encodeMembers(writer, &value, members);
   }
 
  private:
-  static constexpr void check() {
-    static_assert(boost::pfr::tuple_size_v<T> <= mostMembers, "A struct has at most 100 members.");
-    static_assert(namesOnlyMembers<T>(),
-                  "`codingKeys` and `defaultedMembers` name members of the struct.");
+  static void fill(JSONReader& reader, T& value) {
+    if constexpr (isSound<T>()) {
+      static constexpr auto members = []<std::size_t... I>(std::index_sequence<I...>) {
+        return std::array<DecodedMember, sizeof...(I)>{decodedMember<T, I>()...};
+      }
+      (MemberIndices<T>());
+      decodeMembers(reader, &value, members);
+    }
   }
 };
 

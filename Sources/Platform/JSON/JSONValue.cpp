@@ -1,4 +1,5 @@
 #include <Platform/JSON/Detail/NumberText.hpp>
+#include <Platform/JSON/Detail/QuotedText.hpp>
 #include <Platform/JSON/JSONValue.hpp>
 
 #include <cmath>
@@ -55,9 +56,7 @@ JSONValue decodeNumber(JSONReader& reader) {
     if (const auto value = detail::wholeNumber<std::uint64_t>(number)) return *value;
   }
   if (const auto value = detail::floatingPoint<double>(number)) return *value;
-  constexpr std::size_t shown = 40;
-  reader.failCorrupted("the number " + std::string(text.substr(0, shown)) +
-                       (text.size() > shown ? "..." : "") + " is out of range");
+  reader.failCorrupted("the number " + detail::shortened(text) + " is out of range");
 }
 
 }  // namespace

@@ -229,7 +229,9 @@ const std::vector<std::string>& JSONWriter::convertedKeys(
   std::vector<std::string>& keys = position->second;
   if (keys.size() < members.size()) {
     keys.clear();
-    for (const auto& member : members) keys.push_back(encoder_.keyEncodingStrategy(member.key));
+    for (const auto& member : members)
+      keys.push_back(member.isKeyGiven ? std::string(member.key)
+                                       : encoder_.keyEncodingStrategy(member.key));
   }
   return keys;
 }

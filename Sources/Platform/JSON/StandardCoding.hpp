@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Platform/JSON/JSONCoding.hpp>
-#include <Platform/Types/TypeName.hpp>
+#include <Platform/JSON/VariantCoding.hpp>
 
 #include <array>
 #include <concepts>
@@ -124,26 +124,14 @@ struct DefaultCoding<T> {
   }
 };
 
-/// The first alternative that can be read.
-template <class... T>
-struct DefaultCoding<std::variant<T...>> {
-  using Variant = std::variant<T...>;
-
-  static Variant decode(JSONReader& reader) requires(JSONReadable<T>&&...) {
-    std::optional<Variant> value;
-    const bool found = (reader.attempt([&] {
-      value.emplace(std::in_place_type<T>, JSONCoding<T>::decode(reader));
-    }) || ...);
-    if (!found) {
-      std::string names;
-      ((names += (names.empty() ? "one of " : ", ") + std::string(unqualifiedTypeName<T>())), ...);
-      reader.failExpecting(names);
-    }
-    return *std::move(value);
+/// Nothing: as an alternative of a variant it is null.
+template <>
+struct DefaultCoding<std::monostate> {
+  static std::monostate decode(JSONReader& reader) {
+    if (!reader.null()) reader.failExpecting("null");
+    return {};
   }
-  static void encode(const Variant& value, JSONWriter& writer) requires(JSONWritable<T>&&...) {
-    std::visit([&](const auto& alternative) { writer.encode(alternative); }, value);
-  }
+  static void encode(std::monostate, JSONWriter& writer) { writer.null(); }
 };
 
 }  // namespace tarn::detail

@@ -146,18 +146,26 @@ struct HTTPRequestableDefaults {
   std::optional<UUID> identifier() const { return detail::cancellationIdentifier(self()); }
 };
 
+namespace detail {
+
+/// Bodies that need not say what they are.
+template <class Body>
+constexpr bool hasContentType = std::same_as<Body, Data> || JSONEncodable<Body>;
+template <class Body>
+const HTTPMediaType& contentTypeOf() {
+  return JSONEncodable<Body> ? HTTPMediaType::json : HTTPMediaType::applicationOctetStream;
+}
+
+}  // namespace detail
+
 /// Supplies the defaults of HTTPBodyRequestable on top of those of a request.
 template <class Self, class Base = HTTPRequestableDefaults<Self>>
 struct HTTPBodyRequestableDefaults : Base {
   /// Plain bytes are an octet stream and values that are written as JSON are JSON; every other body
   /// has to say what it is.
   template <class R = Self>
-  requires(std::same_as<detail::BodyOf<R>, Data> || JSONEncodable<detail::BodyOf<R>>) HTTPMediaType
-      contentType()
-  const {
-    return JSONEncodable<detail::BodyOf<R>> ? HTTPMediaType::json
-                                            : HTTPMediaType::applicationOctetStream;
-  }
+  requires detail::hasContentType<detail::BodyOf<R>> HTTPMediaType contentType()
+  const { return detail::contentTypeOf<detail::BodyOf<R>>(); }
   std::optional<HTTPContentEncoderType> contentEncoder() const { return std::nullopt; }
 
   /// The request with its body, encoded where it has an encoder. Throws what the body or the

@@ -25,15 +25,16 @@ struct UploadRequestable : Base {
   using TaskProducer = UploadTaskProducer;
   std::shared_ptr<UploadTaskProducer> taskProducer() const { return UploadTaskProducer::shared(); }
 
-  /// A file is what the extension of its name says, plain bytes are an octet stream.
+  /// A file is what the extension of its name says; bytes and values that are written as JSON are
+  /// what they are in every request.
   template <class R = Self>
-  requires(std::same_as<detail::BodyOf<R>, Data> ||
+  requires(detail::hasContentType<detail::BodyOf<R>> ||
            FileRepresentable<detail::BodyOf<R>>) HTTPMediaType contentType()
   const {
     if constexpr (FileRepresentable<detail::BodyOf<R>>) {
       return HTTPMediaType(mimeType(detail::property::body(static_cast<const R&>(*this))));
     } else {
-      return HTTPMediaType::applicationOctetStream;
+      return detail::contentTypeOf<detail::BodyOf<R>>();
     }
   }
 

@@ -1,6 +1,12 @@
+#include <Platform/JSON/Coding.hpp>
 #include <Platform/JSON/CodingPath.hpp>
 
 #include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace tarn {
 namespace {
@@ -59,12 +65,15 @@ TEST(CodingPathTests, KeysTellIndicesFromDigits) {
   EXPECT_EQ(index(7), index(7));
 }
 
-TEST(CodingPathTests, IsReadFromTheInnermostFrameOutwards) {
-  const detail::CodingFrame items{nullptr, "items", 0, false};
-  const detail::CodingFrame third{&items, {}, 3, true};
-  const detail::CodingFrame price{&third, "price", 0, false};
-  EXPECT_EQ(detail::codingPath(&price), (CodingPath{key("items"), index(3), key("price")}));
-  EXPECT_EQ(detail::codingPath(nullptr), CodingPath());
+TEST(CodingPathTests, OfAnErrorGoesFromTheRootInwards) {
+  using Items = std::map<std::string, std::vector<std::map<std::string, int>>>;
+  const auto pathOfError = [](std::string_view json) {
+    const auto error = decodingError<Items>(json);
+    return error ? error->codingPath() : CodingPath{key("decoded")};
+  };
+  EXPECT_EQ(pathOfError(R"({"items":[{},{"a":1},{},{"b":2,"price":"x"}]})"),
+            (CodingPath{key("items"), index(3), key("price")}));
+  EXPECT_EQ(pathOfError("1"), CodingPath());
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <Platform/JSON/Coding.hpp>
 #include <Platform/JSON/JSONDecoder.hpp>
 #include <Platform/JSON/JSONValue.hpp>
 
@@ -6,6 +7,7 @@
 #include <array>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -66,6 +68,28 @@ TEST(DecodingErrorTests, CodesArePositionsOfTheCases) {
   EXPECT_EQ(DecodingError::dataCorrupted({}, "").code(), 3);
 }
 
+/// What a coding that catches the error itself is told.
+std::string failureOfCaught(std::string_view json) {
+  struct Catching {
+    std::string message;
+
+    static Catching decode(JSONReader& reader) {
+      try {
+        reader.integer<int>();
+        return {};
+      } catch (const DecodingError& error) {
+        throw std::runtime_error(error.message());
+      }
+    }
+  };
+  try {
+    JSONDecoder().decode<Catching>(json);
+    return "decoded";
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+}
+
 struct MismatchRow {
   Case kind;
   DecodingError (*decode)(std::string_view json);
@@ -116,13 +140,51 @@ TEST(DecodingErrorTests, TellsWhatWasExpectedAndFound) {
 }
 
 TEST(DecodingErrorTests, LongTextIsShortenedToWholeCharacters) {
-  const std::string before(39, 'x');
+  const std::string before(63, 'x');
   EXPECT_EQ(errorOf<int>('"' + before + "\u00e9tc\"").message(),
-            "expected a number, found the string \"" + before + "...\"");
+            "expected a number, found the string \"" + before + "…\"");
   EXPECT_EQ(errorOf<int>('"' + before + "y\"").message(),
             "expected a number, found the string \"" + before + "y\"");
-  EXPECT_EQ(errorOf<std::string>(std::string(50, '1')).message(),
-            "expected a string, found the number " + std::string(40, '1') + "...");
+  const std::string digits(64, '1');
+  EXPECT_EQ(errorOf<std::string>(digits).message(),
+            "expected a string, found the number " + digits);
+  const MismatchRow rows[] = {
+      {Case::typeMismatch, errorOf<std::string>, "", "expected a string, found the number "},
+      {Case::dataCorrupted, errorOf<int>, "", ", found "},
+      {Case::dataCorrupted, errorOf<double>, "", "the number "},
+      {Case::dataCorrupted, errorOf<JSONValue>, "", "the number "},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.message);
+    const auto error = row.decode(std::string(400, '1'));
+    EXPECT_EQ(error.kind(), row.kind);
+    EXPECT_NE(error.message().find(row.message + digits + "…"), std::string::npos)
+        << error.message();
+  }
+}
+
+TEST(DecodingErrorTests, MessagesHoldNoControlCharacters) {
+  JSONDecoder decoder;
+  decoder.nonConformingFloats = {"inf", "-inf", "nan"};
+  const struct {
+    std::string message;
+    const char* expected;
+  } rows[] = {
+      {decodingFailure<double>(R"("a\nb\u001b[31m\u007f\u009b\"\u00e9")", decoder),
+       R"(dataCorrupted: expected a number, found the string "a\nb\u001b[31m\u007f\u009b\"é")"},
+      {decodingFailure<int>("\"\x7f\xc2\x9b\xc2\xa0\""),
+       "typeMismatch: expected a number, found the string \"\\u007f\\u009b\xc2\xa0\""},
+      {decodingFailure<URL>(R"(" \u009b")"),
+       R"(dataCorrupted: expected a URL, found the string " \u009b")"},
+      {decodingFailure<bool>("t\x1b[31m"),
+       R"(dataCorrupted: expected a value, found "t\u001b" (line 1, column 1))"},
+      {failureOfCaught("t\x1b rue"), "expected a number, found t\\u001b"},
+      {failureOfCaught("t\r\nINFO"), "expected a number, found t"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.expected);
+    EXPECT_EQ(row.message, row.expected);
+  }
 }
 
 // MARK: Text that is no JSON

@@ -16,8 +16,9 @@ enum class Colour { red, green = 7, blue = -128, last = 127 };
 enum class Small : std::uint8_t { none, most = 127 };
 enum Plain : std::int16_t { first = -1, second };
 enum class Switch : bool { off, on };
-/// More than one name for a value, of which the first is the one that compilers tell.
 enum class Unit { metre, kilogram };
+enum class Twice { first = 1, again = 1 };
+enum class Letter : char { comma = ',', parenthesis = ')', quote = '\'', z = 'z' };
 
 enum class Status { open = 1000, closed = -2000, lost };
 constexpr auto jsonCases(Status) {
@@ -27,6 +28,11 @@ constexpr auto jsonCases(Status) {
 
 enum class Level : std::uint8_t { low = 1, high = 200 };
 constexpr tarn::JSONRawValues jsonCases(Level) { return {}; }
+
+enum class Grade : char { best = 'A', worst = 'F' };
+constexpr tarn::JSONRawValues jsonCases(Grade) { return {}; }
+enum class Sign : char16_t { last = 0xFFFF };
+constexpr tarn::JSONRawValues jsonCases(Sign) { return {}; }
 
 struct Thing {
   Colour colour{};
@@ -59,8 +65,18 @@ TEST(EnumCodingTests, EnumsAreTheNamesOfTheirEnumerators) {
   expectNamed(paint::second, R"("second")");
   expectNamed(paint::Switch::on, R"("on")");
   expectNamed(paint::Unit::kilogram, R"("kilogram")");
+  expectNamed(paint::Letter::comma, R"("comma")");
+  expectNamed(paint::Letter::parenthesis, R"("parenthesis")");
+  expectNamed(paint::Letter::quote, R"("quote")");
+  expectNamed(paint::Letter::z, R"("z")");
   expectNamed(Hidden::there, R"("there")");
   expectNamed(Local::inside, R"("inside")");
+}
+
+TEST(EnumCodingTests, OfTwoNamesForAValueTheFirstCounts) {
+  expectNamed(paint::Twice::again, R"("first")");
+  EXPECT_EQ(decodingFailure<paint::Twice>(R"("again")"),
+            R"(dataCorrupted: expected one of "first", found the string "again")");
 }
 
 TEST(EnumCodingTests, OtherTextsComeFromATable) {
@@ -73,6 +89,8 @@ TEST(EnumCodingTests, OtherTextsComeFromATable) {
 TEST(EnumCodingTests, RawEnumsAreNumbers) {
   expectNamed(paint::Level::low, "1");
   expectNamed(paint::Level::high, "200");
+  expectNamed(paint::Grade::worst, "70");
+  expectNamed(paint::Sign::last, "65535");
   // Whether named or not.
   expectNamed(static_cast<paint::Level>(3), "3");
   EXPECT_EQ(decodingFailure<paint::Level>("256"),

@@ -73,6 +73,34 @@ TEST(JSONDecoderTests, DecodesTextAndData) {
   }
 }
 
+TEST(JSONDecoderTests, PassesOverOneByteOrderMarkInFront) {
+  const std::string mark = "\xef\xbb\xbf";
+  const struct {
+    std::string json;
+    std::string message;  // empty: decoded
+  } rows[] = {
+      {mark + "[1]", ""},
+      {mark + " [1]", ""},
+      {mark + "\"" + mark + "\"", ""},
+      {mark, "the text is empty"},
+      {mark + "[1,x]", R"([1]: expected a value, found "x" (line 1, column 4))"},
+      {mark + mark + "1", "expected a value, found \"" + mark + "1\" (line 1, column 1)"},
+      {" " + mark + "1", "expected a value, found \"" + mark + "1\" (line 1, column 2)"},
+      {"1" + mark, "expected a number, found \"1" + mark + "\" (line 1, column 1)"},
+      {"\xef\xbb", "the text is not UTF-8"},
+  };
+  for (const auto& [json, message] : rows) {
+    SCOPED_TRACE(json);
+    try {
+      JSONDecoder().decode<JSONValue>(json);
+      EXPECT_EQ(message, "");
+    } catch (const DecodingError& error) {
+      EXPECT_EQ(error.message(), message);
+    }
+  }
+  EXPECT_EQ(JSONDecoder().decode<std::string>(mark + "\"" + mark + "\""), mark);
+}
+
 TEST(JSONDecoderTests, PassesOverUnknownKeysAndTakesTheLastOfTwo) {
   EXPECT_EQ(JSONDecoder().decode<Person>(
                 R"({"x":{"firstName":1},"firstName":"A","tags":["a","b"],"age":1,"y":[[]],

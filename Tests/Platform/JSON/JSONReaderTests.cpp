@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <functional>
@@ -248,6 +250,78 @@ TEST(JSONReaderTests, WhoCatchesAnErrorGoesOn) {
     EXPECT_TRUE(reader.codingPath().empty());
   });
   EXPECT_EQ(numbers, (std::vector{1, -1, -1, -1, 3, -1, -1}));
+}
+
+template <class T>
+void decodeValue(JSONReader& reader) {
+  reader.decode<T>();
+}
+
+TEST(JSONReaderTests, AFailedReadLeavesTheValueToBeReadOtherwise) {
+  struct Pair {
+    int first{};
+    int second{};
+  };
+  enum class Colour { red };
+  JSONDecoder decoder;
+  decoder.nonConformingFloats = {"inf", "-inf", "nan"};
+  const struct {
+    void (*read)(JSONReader&);
+    const char* json;
+  } rows[] = {
+      {decodeValue<std::int8_t>, "300"},
+      {decodeValue<std::uint8_t>, "-1"},
+      {decodeValue<int>, "1.5"},
+      {decodeValue<float>, "1e39"},
+      {decodeValue<double>, "1e400"},
+      {decodeValue<double>, R"("other")"},
+      {decodeValue<bool>, "1"},
+      {decodeValue<std::string>, "1"},
+      {decodeValue<URL>, R"("a b")"},
+      {decodeValue<UUID>, R"("a")"},
+      {decodeValue<Data>, R"("?")"},
+      {decodeValue<JSONDate>, "1e300"},
+      {decodeValue<std::chrono::sys_time<std::chrono::nanoseconds>>, "9e12"},
+      {decodeValue<std::chrono::seconds>, "1e300"},
+      {decodeValue<Colour>, R"("blue")"},
+      {decodeValue<std::array<int, 2>>, "[1]"},
+      {decodeValue<Pair>, R"({"first":1})"},
+      {decodeValue<Pair>, R"({"first":1,"second":1e99})"},
+      {[](JSONReader& reader) { reader.skip(), reader.failCorrupted("no"); }, "[[1], 2]"},
+      {[](JSONReader& reader) { reader.skip(), reader.failMissing("key"); }, R"({"a":[1]})"},
+  };
+  for (const auto& [body, value] : rows) {
+    SCOPED_TRACE(value);
+    std::vector<std::string> texts;
+    const Read catching = [&, body = body](JSONReader& reader) {
+      EXPECT_THROW(body(reader), DecodingError);
+      texts.emplace_back(reader.text());
+    };
+    read(value, catching, decoder);
+    const std::string text = value;
+    read(
+        "[" + text + "," + text + "]",
+        [&](JSONReader& reader) { reader.array([&] { catching(reader); }); }, decoder);
+    read(R"({"k":)" + text + "}",
+         [&](JSONReader& reader) { reader.object([&](std::string_view) { catching(reader); }); },
+         decoder);
+    EXPECT_EQ(texts, std::vector<std::string>(4, text));
+  }
+}
+
+TEST(JSONReaderTests, AFailedReadCanBePassedOver) {
+  std::vector<int> numbers;
+  read("[1,300,3]", [&](JSONReader& reader) {
+    reader.array([&] {
+      try {
+        numbers.push_back(reader.integer<std::int8_t>());
+      } catch (const DecodingError&) {
+        reader.skip();
+        numbers.push_back(-1);
+      }
+    });
+  });
+  EXPECT_EQ(numbers, (std::vector{1, -1, 3}));
 }
 
 TEST(JSONReaderTests, WhoCatchesAnExceptionOfOnesOwnInsideAnArrayGoesOn) {

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -247,6 +248,39 @@ TEST(JSONReflectionTests, DefaultedMembersKeepTheirInitialValueWhereTheKeyIsMiss
   EXPECT_EQ(encoded(Page{}), R"({"number":1,"size":20,"filter":""})");
 }
 
+struct Preset {
+  std::optional<int> reset = 1;
+  std::optional<int> kept = 2;
+  static constexpr JSONMembers defaultedMembers = {"kept"};
+};
+
+TEST(JSONReflectionTests, AbsentOptionalMembersAreEmptyUnlessDefaulted) {
+  const auto value = decoded<Preset>("{}");
+  EXPECT_EQ(value.reset, std::nullopt);
+  EXPECT_EQ(value.kept, 2);
+  EXPECT_EQ(decoded<Preset>(R"({"kept": null})").kept, std::nullopt);
+  EXPECT_EQ(decoded<Preset>(R"({"reset": 3})").reset, 3);
+}
+
+struct Query {
+  Page page = {5, 50, "outer"};
+  std::array<Page, 2> pages = {Page{6, 60, ""}, Page{7, 70, ""}};
+  std::optional<Page> maybe = Page{8, 80, ""};
+};
+
+TEST(JSONReflectionTests, DefaultsAreThoseOfTheStructItselfNotOfWhatHoldsIt) {
+  const auto value = decoded<Query>(
+      R"({"page": {"filter": "a"}, "pages": [{"filter": "b"}, {"size": 3, "filter": "c"}],)"
+      R"( "maybe": {"filter": "d"}})");
+  EXPECT_EQ(value.page.number, 1);
+  EXPECT_EQ(value.page.size, 20);
+  EXPECT_EQ(value.pages[0].number, 1);
+  EXPECT_EQ(value.pages[1].number, 1);
+  EXPECT_EQ(value.pages[1].size, 3);
+  ASSERT_TRUE(value.maybe);
+  EXPECT_EQ(value.maybe->number, 1);
+}
+
 TEST(JSONReflectionTests, MembersWithAnInitialiserAreStillRequired) {
   struct Local {
     int value = 3;
@@ -280,6 +314,44 @@ TEST(JSONReflectionTests, KeyStrategiesNameTheKeysThatAreWrittenButThoseOfMaps) 
   encoder.keyEncodingStrategy = JSONEncoder::convertToSnakeCase;
   EXPECT_EQ(encoder.encode(Person{"Ada", {{"atHome", 1}}, Holder<int>{2}}).view(),
             R"({"first_name":"Ada","phone_numbers":{"atHome":1},"best_friend":{"value":2}})");
+}
+
+struct GivenKeys {
+  int userName{};
+  int otherName{};
+  static constexpr JSONKeys codingKeys = {{"userName", "user_Name"}};
+};
+
+TEST(JSONReflectionTests, KeyStrategiesLeaveGivenKeysAlone) {
+  JSONDecoder decoder;
+  decoder.keyDecodingStrategy = JSONDecoder::convertFromSnakeCase;
+  const auto value = decoder.decode<GivenKeys>(R"({"user_Name": 1, "other_name": 2})");
+  EXPECT_EQ(value.userName, 1);
+  EXPECT_EQ(value.otherName, 2);
+  EXPECT_EQ(decodingFailure<GivenKeys>(R"({"user_name": 1, "other_name": 2})", decoder),
+            R"(keyNotFound: the key "user_Name" is missing)");
+  JSONEncoder encoder;
+  encoder.keyEncodingStrategy = JSONEncoder::convertToSnakeCase;
+  EXPECT_EQ(encoder.encode(value).view(), R"({"user_Name":1,"other_name":2})");
+}
+
+struct Measure {
+  using value_type = double;
+  value_type value{};
+};
+
+TEST(JSONReflectionTests, AValueTypeMakesNoContainer) {
+  EXPECT_EQ(decoded<Measure>(R"({"value": 1.5})").value, 1.5);
+  EXPECT_EQ(encoded(Measure{1.5}), R"({"value":1.5})");
+}
+
+struct Constant {
+  const int value = 3;
+  std::optional<const char*> text = "x";
+};
+
+TEST(JSONReflectionTests, ConstMembersAreWritten) {
+  EXPECT_EQ(encoded(Constant()), R"({"value":3,"text":"x"})");
 }
 
 struct Filled {
@@ -336,6 +408,37 @@ TEST(JSONReflectionTests, MalformedValuesOfUnknownKeysAreNotIgnored) {
 
 TEST(JSONReflectionTests, KeysAreComparedWithoutTheirEscapes) {
   EXPECT_EQ(decoded<Holder<int>>(R"({"v\u0061lue": 4})").value, 4);
+}
+
+struct Initialised {
+  std::vector<std::string> list = {"a", "b"};
+  std::map<std::string, int> map = {{"a", 1}};
+  shop::Size size{1, 2};
+  int number = 3;
+  friend bool operator==(const Initialised&, const Initialised&) = default;
+};
+struct WithArrays {
+  std::array<int, 3> numbers{};
+  shop::Size size;
+  std::array<shop::Size, 2> sizes{};
+  std::array<int, 1> one{};
+  int last{};
+};
+
+TEST(JSONReflectionTests, MembersWithListsOfInitialValuesAreReflected) {
+  const std::string json =
+      R"({"list":["a","b"],"map":{"a":1},"size":{"width":1,"height":2},"number":3})";
+  EXPECT_EQ(encoded(Initialised()), json);
+  EXPECT_EQ(
+      decoded<Initialised>(R"({"list":[],"map":{},"size":{"width":3,"height":4},"number":5})"),
+      (Initialised{{}, {}, {3, 4}, 5}));
+}
+
+TEST(JSONReflectionTests, ArraysAndStructsInAStructAreOneMemberEach) {
+  const std::string json =
+      R"({"numbers":[1,2,3],"size":{"width":4,"height":5},"sizes":[{"width":6,"height":7},)"
+      R"({"width":8,"height":9}],"one":[10],"last":11})";
+  EXPECT_EQ(encoded(decoded<WithArrays>(json)), json);
 }
 
 struct Empty {};

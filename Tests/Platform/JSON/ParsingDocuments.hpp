@@ -373,7 +373,7 @@ inline const std::vector<FreeDocument>& freeDocuments() {
       {"i_string_utf16BE_no_BOM", "\x00[\x00\"\x00\xe9\x00\"\x00]"s, false},
       {"i_string_utf16LE_no_BOM", "[\x00\"\x00\xe9\x00\"\x00]\x00"s, false},
       {"i_structure_500_nested_arrays", repeated("[", 500) + repeated("]", 500), true},
-      {"i_structure_UTF-8_BOM_empty_object", "\xef\xbb\xbf{}"s, false},
+      {"i_structure_UTF-8_BOM_empty_object", "\xef\xbb\xbf{}"s, true},
   };
   return documents;
 }

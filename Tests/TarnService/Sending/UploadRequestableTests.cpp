@@ -33,6 +33,15 @@ struct PostBytes : UploadPostRequestable<PostBytes> {
   explicit PostBytes(const std::string& address) : url(address) {}
 };
 
+struct Note {
+  std::string text;
+};
+struct PostNote : UploadPostRequestable<PostNote> {
+  URL url;
+  Note body{"buy milk"};
+  explicit PostNote(const std::string& address) : url(address) {}
+};
+
 class UploadSendTests : public test::ServiceTest {
  protected:
   UploadSendTests() {
@@ -84,6 +93,12 @@ TEST_F(UploadSendTests, BytesAreSentFromMemory) {
   EXPECT_EQ(server.request(0).method, "POST");
   EXPECT_EQ(server.request(0).body, "bytes");
   EXPECT_EQ(server.request(0).header("Content-Type"), "application/octet-stream");
+}
+
+TEST_F(UploadSendTests, AValueIsSentAsJSON) {
+  EXPECT_TRUE(answerTo(PostNote(server.url("/put"))).result.isSuccessful());
+  EXPECT_EQ(server.request(0).body, R"({"text":"buy milk"})");
+  EXPECT_EQ(server.request(0).header("Content-Type"), "application/json");
 }
 
 TEST_F(UploadSendTests, ProgressOfAnUploadIsNeverCalled) {

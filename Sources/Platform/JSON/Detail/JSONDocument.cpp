@@ -13,7 +13,7 @@ JSONDocument::JSONDocument(std::string_view text, const JSONDecoder& decoder)
 void JSONDocument::read(void (*decode)(JSONReader&, void*), void* value) const {
   JSONReader reader(text_, index_.tokens(), decoder_);
   decode(reader, value);
-  if (reader.token_ == index_.tokens()) reader.skip();
+  if (reader.token_ == index_.tokens().data()) reader.skip();
   if (!reader.atEnd()) reader.failSyntax("the end of the text");
 }
 
@@ -34,6 +34,9 @@ bool isDocument(std::string_view json, std::size_t maximumDepth) {
 
 void decodeDocument(std::string_view json, const JSONDecoder& decoder,
                     void (*decode)(JSONReader&, void*), void* value) {
+  // Some services send one; RFC 8259 section 8.1 lets a reader pass over it.
+  constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+  if (json.starts_with(byteOrderMark)) json.remove_prefix(byteOrderMark.size());
   const JSONDocument document(json, decoder);
   try {
     document.read(decode, value);

@@ -76,8 +76,8 @@ std::optional<std::string_view> StructuralIndex::build(std::string_view text) {
   }
 }
 
-const std::uint32_t* StructuralIndex::tokens() const noexcept {
-  return parser_->structural_indexes.get();
+std::span<const std::uint32_t> StructuralIndex::tokens() const noexcept {
+  return {parser_->structural_indexes.get(), parser_->n_structural_indexes};
 }
 
 }  // namespace tarn::detail

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
 
 namespace simdjson::internal {
@@ -28,7 +29,7 @@ class StructuralIndex {
   /// Answers what is wrong with the text, nothing where it passes. Replaces the tokens of the last
   /// text.
   std::optional<std::string_view> build(std::string_view text);
-  const std::uint32_t* tokens() const noexcept;
+  std::span<const std::uint32_t> tokens() const noexcept;
 
  private:
   std::unique_ptr<simdjson::internal::dom_parser_implementation> parser_;

@@ -1,5 +1,5 @@
-#include <Platform/Types/URLError.hpp>
 #include <Platform/Files/Detail/Descriptor.hpp>
+#include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/Detail/RequestBody.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
