@@ -152,6 +152,11 @@ void transferEasy(const std::string& url, const std::string& path, bool upload) 
   FILE* file = std::fopen(path.c_str(), upload ? "rbe" : "wbe");
   if (file == nullptr) fail("cannot open " + path);
   CURL* easy = curl_easy_init();
+  // As the library does: otherwise libcurl waits up to a second for a go-ahead before an upload.
+  curl_slist* fields = curl_slist_append(nullptr, "Expect:");
+  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, fields);
+  curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, 64L * 1024);
+  curl_easy_setopt(easy, CURLOPT_UPLOAD_BUFFERSIZE, 512L * 1024);
   curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
   if (upload) {
     curl_easy_setopt(easy, CURLOPT_UPLOAD, 1L);
@@ -164,7 +169,8 @@ void transferEasy(const std::string& url, const std::string& path, bool upload) 
   const auto result = curl_easy_perform(easy);
   if (result != CURLE_OK) fail(curl_easy_strerror(result));
   curl_easy_cleanup(easy);
-  std::fclose(file);
+  curl_slist_free_all(fields);
+  if (std::fclose(file) != 0) fail("cannot write " + path);
 }
 
 double cpuSeconds() {

@@ -2,21 +2,24 @@
 //
 //   Download [--resume] URL FILE
 //
-// Interrupted by Ctrl-C, it keeps in FILE.resume what --resume needs to go on. Ends with
-// 0, with 1 where the download failed, 2 where it was called wrongly and 130 where it was
-// interrupted.
+// Interrupted by Ctrl-C, it keeps in FILE.resume, for its owner only, what --resume needs to go on.
+// Without --resume, and where FILE.resume is of another URL, it starts afresh: FILE.resume goes,
+// and the part that it names stays in the temporary directory. Ends with 0, with 1 where the
+// download failed, 2 where it was called wrongly and 130 where it was interrupted.
 
 #include <TarnService/TarnService.hpp>
 
 #include <Examples/Download/ProgressLine.hpp>
 #include <csignal>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <poll.h>
 #include <string>
 #include <sys/signalfd.h>
+#include <unistd.h>
 
 namespace {
 
@@ -75,6 +78,36 @@ int interruptions() {
   return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
+// Puts the resume data in place of what the file has held, or nothing. Only the owner may read it:
+// it holds the request's header fields.
+void keep(const std::optional<tarn::Data>& resumeData, const std::string& resumeFile) {
+  std::error_code ignored;
+  std::filesystem::remove(resumeFile, ignored);
+  if (!resumeData) return;
+  const int descriptor = open(resumeFile.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  FILE* const file = descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
+  if (file == nullptr) return std::perror(resumeFile.c_str());
+  const bool isWritten =
+      std::fwrite(resumeData->bytes(), 1, resumeData->size(), file) == resumeData->size();
+  if (std::fclose(file) == 0 && isWritten) return;
+  std::perror(resumeFile.c_str());
+  std::filesystem::remove(resumeFile, ignored);
+}
+
+// A task that goes on with what was kept of this URL, or one that starts afresh.
+std::shared_ptr<tarn::URLSessionDownloadTask> makeTask(tarn::URLSession& session,
+                                                       const tarn::URL& url,
+                                                       const std::string& resumeFile) {
+  if (std::ifstream kept(resumeFile, std::ios::binary); kept) {
+    auto task =
+        session.downloadTask(tarn::Data(std::string(std::istreambuf_iterator<char>(kept), {})));
+    if (task->originalRequest().url() == url) return task;
+    std::printf("%s is of another URL: starting afresh\n", resumeFile.c_str());
+    std::filesystem::remove(resumeFile);
+  }
+  return session.downloadTask(tarn::URLRequest(url));
+}
+
 // Runs the main queue until the task is over. Whether it was interrupted.
 bool wait(const Download& download, tarn::URLSessionDownloadTask& task, int interruption,
           const std::string& resumeFile) {
@@ -87,7 +120,7 @@ bool wait(const Download& download, tarn::URLSessionDownloadTask& task, int inte
     if (events[1].revents == 0) continue;
     interrupted = true;
     task.cancel([resumeFile](const std::optional<tarn::Data>& resumeData) {
-      if (resumeData) std::ofstream(resumeFile, std::ios::binary) << resumeData->view();
+      keep(resumeData, resumeFile);
     });
   }
   return interrupted;
@@ -101,6 +134,7 @@ int main(int argc, char** argv) try {
     std::fputs("usage: Download [--resume] URL FILE\n", stderr);
     return 2;
   }
+  const tarn::URL url(argv[argc - 2]);
   const std::string file = argv[argc - 1];
   const std::string resumeFile = file + ".resume";
   const int interruption = interruptions();
@@ -108,11 +142,7 @@ int main(int argc, char** argv) try {
   if (!resumes) std::filesystem::remove(resumeFile);
   const auto download = std::make_shared<Download>(file);
   const auto session = tarn::URLSession::make(tarn::URLSessionConfiguration::ephemeral(), download);
-  std::ifstream kept(resumeFile, std::ios::binary);
-  const auto task =
-      resumes && kept
-          ? session->downloadTask(tarn::Data(std::string(std::istreambuf_iterator<char>(kept), {})))
-          : session->downloadTask(tarn::URLRequest(tarn::URL(argv[argc - 2])));
+  const auto task = makeTask(*session, url, resumeFile);
   task->resume();
 
   if (wait(*download, *task, interruption, resumeFile) && !download->failure().empty()) {

@@ -1,3 +1,4 @@
+#include <Platform/Files/Detail/LocalFile.hpp>
 #include <Platform/Files/Detail/ReadFile.hpp>
 #include <Platform/Types/URLError.hpp>
 #include <Tambour/File.hpp>
@@ -5,8 +6,9 @@
 namespace tarn {
 
 Data File::asData() const {
-  if (!fileURL_.isFileURL()) {
-    throw URLError(URLError::unsupportedURL, "\"" + fileURL_.redacted() + "\" is no file URL.",
+  if (!detail::isLocalFile(fileURL_)) {
+    throw URLError(URLError::unsupportedURL,
+                   "\"" + fileURL_.redacted() + "\" is no URL of a local file.",
                    fileURL_.redacted());
   }
   return detail::readFile(fileURL_.path());

@@ -10,7 +10,8 @@
 namespace tarn {
 
 /// A file as a value: nothing but its URL. It neither opens the file nor removes it, so a body that
-/// is a File stays where it is until somebody deletes it. Callable from any thread.
+/// is a File stays where it is until somebody deletes it. Nor does it check that the file is there.
+/// Callable from any thread.
 class File {
  public:
   explicit File(URL fileURL) : fileURL_(std::move(fileURL)) {}

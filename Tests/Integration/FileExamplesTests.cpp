@@ -13,6 +13,7 @@
 #include <pty.h>
 #include <stdexcept>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -117,6 +118,22 @@ class FileExamplesTests : public testing::Test {
     return Program({downloadExample, server.url(path), target()}, output);
   }
 
+  std::string resumeFile() const { return target() + ".resume"; }
+  /// Leaves a resume file and the first half in the temporary directory.
+  void interruptHalfWay() {
+    server.route(
+        "/big",
+        Script()
+            .head(200, {{"ETag", "\"1\""}, {"Accept-Ranges", "bytes"}, {"Content-Length", "1000"}})
+            .send(content.substr(0, 500))
+            .stall());
+    auto program = download("/big");
+    ASSERT_TRUE(program.waitForOutput("500 of 1000 bytes\n"));
+    program.interrupt();
+    EXPECT_EQ(program.exitStatus(), 130);
+    EXPECT_THAT(program.output(), EndsWith("Download: interrupted; --resume goes on\n"));
+  }
+
   const std::string content = std::string(500, 'a') + std::string(500, 'b');
   ScriptedServer server;
   const TemporaryDirectory place;
@@ -142,17 +159,7 @@ TEST_F(FileExamplesTests, DownloadDrawsABarInATerminal) {
 }
 
 TEST_F(FileExamplesTests, DownloadGoesOnAfterAnInterruption) {
-  server.route(
-      "/big",
-      Script()
-          .head(200, {{"ETag", "\"1\""}, {"Accept-Ranges", "bytes"}, {"Content-Length", "1000"}})
-          .send(content.substr(0, 500))
-          .stall());
-  auto interrupted = download("/big");
-  ASSERT_TRUE(interrupted.waitForOutput("500 of 1000 bytes\n"));
-  interrupted.interrupt();
-  EXPECT_EQ(interrupted.exitStatus(), 130);
-  EXPECT_THAT(interrupted.output(), EndsWith("Download: interrupted; --resume goes on\n"));
+  interruptHalfWay();
   EXPECT_FALSE(fileExists(target()));
 
   server.route("/big",
@@ -163,8 +170,52 @@ TEST_F(FileExamplesTests, DownloadGoesOnAfterAnInterruption) {
   EXPECT_EQ(resumed.exitStatus(), 0);
   EXPECT_EQ(server.request(1).header("Range"), "bytes=500-");
   EXPECT_EQ(readFile(target()), content);
-  EXPECT_FALSE(fileExists(target() + ".resume"));
+  EXPECT_FALSE(fileExists(resumeFile()));
   EXPECT_THAT(fileNames(temporaryFiles.path()), testing::IsEmpty());
+}
+
+TEST_F(FileExamplesTests, OnlyItsOwnerMayReadWhatIsKept) {
+  const auto former = umask(0);
+  interruptHalfWay();
+  umask(former);
+  struct stat status {};
+  ASSERT_EQ(stat(resumeFile().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+}
+
+TEST_F(FileExamplesTests, WhatIsKeptOfAnotherURLIsNotGoneOnWith) {
+  interruptHalfWay();
+  server.route("/other", Script().respond(200, {{"ETag", "\"1\""}}, "the other"));
+  Program program({downloadExample, "--resume", server.url("/other"), target()});
+  EXPECT_THAT(program.output(), StartsWith(resumeFile() + " is of another URL: starting afresh\n"));
+  EXPECT_EQ(program.exitStatus(), 0);
+  EXPECT_EQ(server.request(1).header("Range"), std::nullopt);
+  EXPECT_EQ(readFile(target()), "the other");
+  EXPECT_FALSE(fileExists(resumeFile()));
+}
+
+TEST_F(FileExamplesTests, WithoutResumeADownloadStartsAfreshOverWhatIsKept) {
+  interruptHalfWay();
+  server.route("/big", Script().respond(200, {{"ETag", "\"1\""}}, content));
+  auto program = download("/big");
+  EXPECT_EQ(program.exitStatus(), 0) << program.output();
+  EXPECT_EQ(server.request(1).header("Range"), std::nullopt);
+  EXPECT_EQ(readFile(target()), content);
+  EXPECT_FALSE(fileExists(resumeFile()));
+}
+
+TEST_F(FileExamplesTests, AnInterruptionThatKeepsNothingTakesTheFormerResumeFileAlong) {
+  interruptHalfWay();
+  // The file has changed: the kept part goes, and without a tag no new one can be kept.
+  server.route("/big",
+               Script().head(200, {{"Content-Length", "1000"}}).send(content.substr(500)).stall());
+  Program program({downloadExample, "--resume", server.url("/big"), target()});
+  ASSERT_TRUE(program.waitForOutput("500 of 1000 bytes\n"));
+  ASSERT_TRUE(fileExists(resumeFile()));
+  program.interrupt();
+  EXPECT_EQ(program.exitStatus(), 130);
+  EXPECT_THAT(program.output(), EndsWith("Download: interrupted\n"));
+  EXPECT_FALSE(fileExists(resumeFile()));
 }
 
 TEST_F(FileExamplesTests, DownloadTellsWhereItCannotGoOn) {

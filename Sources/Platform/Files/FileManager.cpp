@@ -1,4 +1,5 @@
 #include <Platform/Files/Detail/Descriptor.hpp>
+#include <Platform/Files/Detail/LocalFile.hpp>
 #include <Platform/Files/FileManager.hpp>
 
 #include <array>
@@ -18,7 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string pathOf(const char* attempt, const URL& url) {
-  if (!url.isFileURL()) throw FileError(attempt, url.redacted(), EINVAL);
+  if (!detail::isLocalFile(url)) throw FileError(attempt, url.redacted(), EINVAL);
   auto path = url.path();
   // The system would take the part before a NUL for the whole.
   if (path.find('\0') != std::string::npos) throw FileError(attempt, url.redacted(), EINVAL);

@@ -62,7 +62,7 @@ class URLSessionDataTask : public URLSessionTask {
 /// A file is read as it is sent, and from its start again where a redirect or a dead connection
 /// asks for it. It must stay as it was when sending began: one that is cut, grows, changes or is
 /// replaced meanwhile fails the task with URLError::requestBodyStreamExhausted, one that vanishes
-/// with URLError::fileDoesNotExist.
+/// with URLError::fileDoesNotExist. A rewrite that keeps size and modification time goes unseen.
 class URLSessionUploadTask : public URLSessionDataTask {
  protected:
   using URLSessionDataTask::URLSessionDataTask;

@@ -17,7 +17,9 @@ namespace tarn {
 /// or any DownloadBody.
 ///
 /// The file lies in a directory of its own below the temporary directory, also where the answer is
-/// a failure, and stays until the application moves or removes it.
+/// a failure, and stays until the application moves or removes it. Where that directory or file
+/// cannot be made, the answer is read from the session's own file: a body made from the contents is
+/// whole, but a File names a file that is removed before the completion runs.
 template <class Self, class BodyType = File, class Base = HTTPRequestableDefaults<Self>>
 struct DownloadRequestable : Base {
   using Response = DownloadResponse<BodyType>;
@@ -33,7 +35,8 @@ struct DownloadRequestable : Base {
   ///
   /// The calls come one after another, also on a concurrent queue: none overlaps another, the last
   /// progress comes before the completion, and none after it. A queue that is slow sees the latest
-  /// progress only. Returns at once; throws as the send without progress does.
+  /// progress only. An empty std::function is no handler: as without progress. Returns at once;
+  /// throws as the send without progress does.
   template <class P, class F>
   void send(std::optional<DispatchQueue> completionQueue, P&& progress, F&& completion) const {
     detail::sendWithProgress(static_cast<const Self&>(*this), std::move(completionQueue),

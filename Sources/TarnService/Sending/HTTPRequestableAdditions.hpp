@@ -54,6 +54,7 @@ struct SendOperations {
   /// As above with progress, called on the queue too, never beside the completion or after it.
   static void send(const R& request, Queue queue, ProgressHandler progress,
                    Completion<Response> completion) {
+    if (!progress) return send(request, std::move(queue), std::move(completion));
     const auto relay = std::make_shared<ProgressRelay>(queue, std::move(progress));
     Completion<Response> afterProgress(
         [relay, completion = std::move(completion)](Response response) {
@@ -240,6 +241,17 @@ struct SendOperations {
   }
 };
 
+/// Empty for an empty std::function or a null pointer, which as they are would be called and throw.
+template <class P>
+ProgressHandler progressHandler(P&& progress) {
+  if constexpr (requires { progress.operator bool(); }) {
+    if (!progress.operator bool()) return {};
+  } else if constexpr (std::is_pointer_v<std::remove_cvref_t<P>>) {
+    if (progress == nullptr) return {};
+  }
+  return ProgressHandler(std::forward<P>(progress));
+}
+
 /// The send of the request families that report progress.
 template <class R, class P, class F>
 void sendWithProgress(const R& request, std::optional<DispatchQueue> queue, P&& progress,
@@ -249,7 +261,7 @@ void sendWithProgress(const R& request, std::optional<DispatchQueue> queue, P&& 
                 "The progress handler is callable with a `tarn::RequestProgress`.");
   static_assert(std::is_convertible_v<F&&, Completion<typename R::Response>>,
                 "The completion is callable with the request's `Response`.");
-  SendOperations<R>::send(request, std::move(queue), ProgressHandler(std::forward<P>(progress)),
+  SendOperations<R>::send(request, std::move(queue), progressHandler(std::forward<P>(progress)),
                           std::forward<F>(completion));
 }
 

@@ -5,6 +5,10 @@
 namespace tarn {
 
 /// Makes the tasks of downloads, whose body goes to a file.
+///
+/// A task's record is handed a copy that stays, in a directory of its own below the temporary
+/// directory. Where no copy can be made it is handed the session's own file, which is there only
+/// until the record's completion returns; a failed copy is logged as an error.
 class DownloadTaskProducer final
     : public SessionTaskProducer<DownloadTaskProducer, HTTPDownloadTaskProducer> {
  public:

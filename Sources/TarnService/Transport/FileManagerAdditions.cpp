@@ -1,3 +1,4 @@
+#include <Platform/Files/Detail/LocalFile.hpp>
 #include <Platform/Types/UUID.hpp>
 #include <TarnService/Transport/FileManagerAdditions.hpp>
 
@@ -14,7 +15,9 @@ URL makeTemporaryDirectory(const FileManager& fileManager) {
 
 void detail::copyPassingFile(const FileManager& fileManager, const URL& at, const URL& to) {
   // A second name leaves the same once the first is gone, and spares writing gigabytes twice.
-  if (at.isFileURL() && to.isFileURL() && ::link(at.path().c_str(), to.path().c_str()) == 0) return;
+  if (isLocalFile(at) && isLocalFile(to) && ::link(at.path().c_str(), to.path().c_str()) == 0) {
+    return;
+  }
   fileManager.copyItem(at, to);
 }
 

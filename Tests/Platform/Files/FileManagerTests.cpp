@@ -174,7 +174,8 @@ TEST_F(FileManagerTest, TellsWhetherSomethingIsThere) {
 TEST_F(FileManagerTest, TakesOnlyAddressesOfFiles) {
   writeFile(path("file"), "content");
   for (const auto& bad :
-       {URL("http://example.com" + path("file")), URL("file://" + path("file") + "%00x")}) {
+       {URL("http://example.com" + path("file")), URL("file://" + path("file") + "%00x"),
+        URL("file://elsewhere" + path("file"))}) {
     SCOPED_TRACE(bad.absoluteString());
     const auto text = bad.absoluteString();
     EXPECT_EQ(failure(text, [&] { files().createDirectory(bad, true); }), EINVAL);

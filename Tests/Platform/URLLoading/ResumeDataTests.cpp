@@ -352,6 +352,11 @@ TEST_F(ResumedDownload, StartsAfreshWhereItCannotGoOn) {
       {"the whole comes", {whole}},
       {"the range is refused",
        {Script().respond(416, {{"Content-Range", "bytes */5"}}, "too far"), whole}},
+      {"a part of the range comes",
+       {Script().respond(206,
+                         {{"Content-Range", "bytes 100000-199999/300000"}, {"ETag", "\"tag\""}},
+                         content.substr(half, 100'000)),
+        whole}},
       {"the rest of another file comes",
        {Script().respond(206,
                          {{"Content-Range", contentRange(half, content.size() - 1, content.size())},
@@ -472,7 +477,6 @@ TEST_F(ResumedDownload, FailsForAnotherRangeThanAskedFor) {
   const std::vector<WrongRow> rows{
       {"earlier", {{"Content-Range", "bytes 99999-299999/300000"}}, half - 1},
       {"later", {{"Content-Range", "bytes 100001-299999/300000"}}, half + 1},
-      {"not to the end", {{"Content-Range", "bytes 100000-299998/300000"}}, half + 1},
       {"of another length", {{"Content-Range", "bytes 100000-299999/300000"}}, half + 1},
       {"unnamed", {}, half},
       {"unreadable", {{"Content-Range", "bytes 100000-/300000"}}, half},
@@ -495,7 +499,7 @@ TEST_F(ResumedDownload, FailsForAnotherRangeThanAskedFor) {
   EXPECT_TRUE(file == content);
 }
 
-TEST_F(ResumedDownload, ThatIsCutLeavesNoFile) {
+TEST_F(ResumedDownload, ThatIsCutLeavesThePartForLater) {
   const auto data = halfDone();
   server.route("/", Script()
                         .head(206, {{"Content-Range", "bytes 100000-299999/300000"},
@@ -505,6 +509,12 @@ TEST_F(ResumedDownload, ThatIsCutLeavesNoFile) {
   const auto loaded = resumed(data);
   EXPECT_EQ(loaded.code(), URLError::networkConnectionLost);
   EXPECT_TRUE(loaded.record.files.empty());
+  EXPECT_EQ(std::filesystem::file_size(keptFile()), half);
+  server.route("/", rest());
+  const auto again = resumed(data);
+  EXPECT_EQ(again.code(), 0);
+  EXPECT_EQ(again.record.resumes.size(), 1u);
+  EXPECT_TRUE(file == content);
   EXPECT_EQ(entries().size(), 0u);
 }
 
@@ -513,7 +523,7 @@ TEST_F(ResumedDownload, ThatEndsTooEarlyIsAFailure) {
   server.route("/", Script().respondChunked(206, {{"Content-Range", "bytes 100000-299999/300000"}},
                                             {"too little"}));
   EXPECT_EQ(resumed(data).code(), URLError::networkConnectionLost);
-  EXPECT_EQ(entries().size(), 0u);
+  EXPECT_EQ(std::filesystem::file_size(keptFile()), half);
 }
 
 TEST_F(ResumedDownload, AnErrorPageIsAFileAndLeavesThePartForLater) {

@@ -99,6 +99,7 @@ TEST_F(UploadTask, RefusesWhatIsNoReadableFile) {
       {URL::fileURL(path("loop")), URLError::fileDoesNotExist},
       {URL::fileURL(path(std::string(300, 'x'))), URLError::fileDoesNotExist},
       {URL("http://127.0.0.1" + path("file")), URLError::fileDoesNotExist},
+      {URL("file://elsewhere" + path("file")), URLError::fileDoesNotExist},
       {URL("file://" + path("file") + "%00"), URLError::fileDoesNotExist},
       {URL::fileURL(path("directory")), URLError::fileIsDirectory},
       {URL::fileURL(path("fifo")), URLError::cannotOpenFile},

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -98,6 +99,34 @@ TEST_F(DownloadSendTests, ProgressIsOptional) {
   ASSERT_TRUE(responses.waitFor(1));
   EXPECT_EQ(responses.value(0).result.body()->asData(), Data("content"));
   expectKeptDownloads(1);
+}
+
+TEST_F(DownloadSendTests, AnEmptyProgressHandlerIsNone) {
+  using Function = std::function<void(RequestProgress)>;
+  const Function empty;
+  void (*const null)(RequestProgress) = nullptr;
+  fetch("/file.txt").send(queue, empty, responses.callback());
+  fetch("/file.txt").send(queue, Function(), responses.callback());
+  fetch("/file.txt").send(queue, null, responses.callback());
+  fetch("/file.txt").send(queue, UniqueFunction<void(RequestProgress)>(), responses.callback());
+  ASSERT_TRUE(responses.waitFor(4));
+  queue.sync([] {});
+  for (const auto& response : responses.values()) EXPECT_TRUE(response.result.isSuccessful());
+  EXPECT_THAT(log.messages(LogLevel::fault), testing::IsEmpty());
+  expectKeptDownloads(4);
+}
+
+TEST_F(DownloadSendTests, AFunctionPointerAndAFunctionObjectReceiveProgress) {
+  static std::atomic<int> calls;
+  calls = 0;
+  void (*const pointer)(RequestProgress) = [](RequestProgress) { ++calls; };
+  const std::function<void(RequestProgress)> object = pointer;
+  fetch("/file.txt").send(queue, pointer, responses.callback());
+  fetch("/file.txt").send(queue, object, responses.callback());
+  ASSERT_TRUE(responses.waitFor(2));
+  queue.sync([] {});
+  EXPECT_EQ(calls, 2);
+  expectKeptDownloads(2);
 }
 
 TEST_F(DownloadSendTests, WithoutAQueueTheLastProgressComesBeforeTheCompletion) {

@@ -85,6 +85,9 @@ TEST_F(FileManagerAdditionsTests, ACopyOfNothingIsAnError) {
                FileError);
   EXPECT_THROW(detail::copyPassingFile(FileManager::default_(), URL("http://h/"), at("kept")),
                FileError);
+  test::writeFile(place.file("passing"), "content");
+  const URL elsewhere("file://elsewhere" + place.file("passing"));
+  EXPECT_THROW(detail::copyPassingFile(FileManager::default_(), elsewhere, at("kept")), FileError);
 }
 
 }  // namespace

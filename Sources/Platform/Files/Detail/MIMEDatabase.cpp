@@ -112,6 +112,18 @@ std::string_view cut(std::string_view& text, char separator) {
   return part;
 }
 
+// A type goes into header fields, so that a damaged one must not get any further.
+bool isMIMEType(std::string_view text) {
+  const auto isToken = [](std::string_view part) {
+    return !part.empty() && std::ranges::all_of(part, [](char c) {
+      return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+             std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+    });
+  };
+  const std::string_view kind = cut(text, '/');
+  return isToken(kind) && isToken(text);
+}
+
 /// One line of a globs2 file: "50:text/x-c++src:*.C:cs".
 struct Line {
   int weight = 0;
@@ -121,6 +133,7 @@ struct Line {
 };
 
 std::optional<Line> parseLine(std::string_view text) {
+  if (text.ends_with('\r')) text.remove_suffix(1);
   if (text.starts_with('#')) return std::nullopt;
   Line line;
   const std::string_view weight = cut(text, ':');
@@ -129,7 +142,7 @@ std::optional<Line> parseLine(std::string_view text) {
   line.type = cut(text, ':');
   line.pattern = cut(text, ':');
   if (error != std::errc() || end != weight.data() + weight.size()) return std::nullopt;
-  if (line.type.find('/') == line.type.npos || line.pattern.empty()) return std::nullopt;
+  if (!isMIMEType(line.type) || line.pattern.empty()) return std::nullopt;
   std::string_view flags = cut(text, ':');
   while (!flags.empty()) {
     if (cut(flags, ',') == "cs") line.isCaseSensitive = true;

@@ -62,13 +62,13 @@ std::optional<URLRequest> CurlDownloadTask::continueFrom(const HTTPURLResponse& 
   const auto range = ContentRange::parse(fields.value("Content-Range").value_or(""));
   const auto length = answer.expectedContentLength();
   const auto offset = earlier_->byteCount;
-  // Less than asked for is wrong too: the file would end too early and nobody would know.
   if (!range || range->first != offset || fields.contains("Content-Encoding") ||
-      (range->total >= 0 && range->last + 1 != range->total) ||
       (length >= 0 && length != range->last + 1 - offset)) {
     throw URLError(URLError::cannotParseResponse, "The server sent another range than asked for.",
                    answer.url().redacted());
   }
+  // A server may send less than was asked for (RFC 9110, 15.3.7): the file would end too early.
+  if (range->total >= 0 && range->last + 1 != range->total) return startAfresh();
   const bool byTag = earlier_->validator.starts_with('"');
   const auto validator = fields.value(byTag ? "ETag" : "Last-Modified");
   if (validator && *validator != earlier_->validator) return startAfresh();
@@ -102,6 +102,21 @@ void CurlDownloadTask::takeBody(Data bytes) {
        file_->size(), expectedSize_);
 }
 
+// So that the resume data stays true: with it the next attempt goes on where this one did.
+void CurlDownloadTask::putBackKeptPart() noexcept {
+  const auto failure = error();
+  if (!failure || !file_ || continuedAt_ == 0) return;
+  switch (failure->code()) {
+    case URLError::cancelled:
+    case URLError::cannotCreateFile:
+    case URLError::cannotWriteToFile:
+    case URLError::cannotCloseFile:
+      return;
+    default:
+      file_->putBack();
+  }
+}
+
 void CurlDownloadTask::completeBody() {
   openFile();  // an empty body has a file too
   if (continuedAt_ > 0 && file_->size() != expectedSize_) {
@@ -119,6 +134,7 @@ void CurlDownloadTask::settled() noexcept {
     });
   }
   answerHandlers();
+  putBackKeptPart();
   file_.reset();
 }
 

@@ -30,6 +30,7 @@ class CurlDownloadTask final : public TaskFace<URLSessionDownloadTask> {
   std::optional<URLRequest> continueFrom(const HTTPURLResponse& answer);
   std::optional<URLRequest> startAfresh();
   void openFile();
+  void putBackKeptPart() noexcept;
   std::optional<ResumeData> resumeData();
   void answerHandlers() noexcept TARN_EXCLUDES(handlersMutex_);
 

@@ -53,9 +53,19 @@ class UnfinishedFiles {
     return files;
   }
 
-  void add(const std::string& path) {
+  /// Runs what makes the file. Not while the process ends: nobody would remove it any more.
+  template <class Make>
+  auto add(const std::string& path, Make make) {
     const std::lock_guard lock(mutex_);
+    if (ended_) fail(URLError::cannotCreateFile, "Creating the file", path, ECANCELED);
     paths_.insert(path);
+    return make();
+  }
+  bool moveOut(const std::string& path, const std::string& to) noexcept {
+    const std::lock_guard lock(mutex_);
+    if (ended_ || ::rename(path.c_str(), to.c_str()) != 0) return false;
+    paths_.erase(path);
+    return true;
   }
   void remove(const std::string& path) noexcept {
     const std::lock_guard lock(mutex_);
@@ -66,19 +76,19 @@ class UnfinishedFiles {
   void removeAll() noexcept {
     if (getpid() != owner_) return;  // a child of fork() has only a copy of the list
     const std::lock_guard lock(mutex_);
+    ended_ = true;
     for (const auto& path : paths_) unlink(path.c_str());
   }
 
   const pid_t owner_ = getpid();
   std::mutex mutex_;
+  bool ended_ = false;
   std::unordered_set<std::string> paths_;
 };
 
 }  // namespace
 
-DownloadFile::DownloadFile(std::string path) : path_(std::move(path)) {
-  UnfinishedFiles::shared().add(path_);
-}
+DownloadFile::DownloadFile(std::string path) : path_(std::move(path)) {}
 
 DownloadFile::~DownloadFile() {
   if (!kept_) unlink(path_.c_str());
@@ -87,10 +97,14 @@ DownloadFile::~DownloadFile() {
 
 std::unique_ptr<DownloadFile> DownloadFile::create(const std::string& directory) {
   std::unique_ptr<DownloadFile> file(new DownloadFile(freshPath(directory)));
-  file->descriptor_ =
-      Descriptor(open(file->path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  int error = 0;
+  UnfinishedFiles::shared().add(file->path_, [&] {
+    file->descriptor_ =
+        Descriptor(open(file->path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    error = errno;
+  });
   if (!file->descriptor_.isOpen()) {
-    fail(URLError::cannotCreateFile, "Creating the file", file->path_, errno);
+    fail(URLError::cannotCreateFile, "Creating the file", file->path_, error);
   }
   return file;
 }
@@ -99,14 +113,17 @@ std::unique_ptr<DownloadFile> DownloadFile::reopen(const std::string& directory,
                                                    const std::string& name, std::int64_t size) {
   if (!isName(name)) return nullptr;
   std::unique_ptr<DownloadFile> file(new DownloadFile(freshPath(directory)));
-  if (rename(pathOf(directory, name).c_str(), file->path_.c_str()) != 0) return nullptr;
+  file->keptPath_ = pathOf(directory, name);
+  const bool taken = UnfinishedFiles::shared().add(
+      file->path_, [&] { return rename(file->keptPath_.c_str(), file->path_.c_str()) == 0; });
+  if (!taken) return nullptr;
   file->descriptor_ =
       Descriptor(open(file->path_.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat status {};
   if (!file->descriptor_.isOpen() || fstat(file->descriptor_.get(), &status) != 0) return nullptr;
   if (regularFileSize(status) != size) return nullptr;
   if (lseek(file->descriptor_.get(), size, SEEK_SET) != size) return nullptr;
-  file->size_ = size;
+  file->size_ = file->keptSize_ = size;
   return file;
 }
 
@@ -158,6 +175,12 @@ void DownloadFile::keep() {
   if (descriptor_.isOpen()) close();
   kept_ = true;
   UnfinishedFiles::shared().remove(path_);
+}
+
+void DownloadFile::putBack() noexcept {
+  if (keptSize_ == 0 || !descriptor_.isOpen()) return;
+  if (ftruncate(descriptor_.get(), keptSize_) != 0) return;
+  kept_ = UnfinishedFiles::shared().moveOut(path_, keptPath_);
 }
 
 }  // namespace tarn::detail

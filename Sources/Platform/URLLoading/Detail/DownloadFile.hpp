@@ -44,6 +44,8 @@ class DownloadFile {
   void close();
   /// Closes the file and leaves it where it is.
   void keep();
+  /// Leaves a file that was reopened as it was then, under its former name; to be destroyed next.
+  void putBack() noexcept;
 
  private:
   explicit DownloadFile(std::string path);
@@ -52,6 +54,8 @@ class DownloadFile {
   Descriptor descriptor_;
   std::int64_t size_ = 0;
   bool kept_ = false;
+  std::string keptPath_;  // with what follows, of a file that was reopened
+  std::int64_t keptSize_ = 0;
 };
 
 }  // namespace tarn::detail

@@ -1,4 +1,5 @@
 #include <Platform/Files/Detail/Descriptor.hpp>
+#include <Platform/Files/Detail/LocalFile.hpp>
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/Detail/RequestBody.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
@@ -55,7 +56,7 @@ bool isSame(const struct stat& left, const struct stat& right) noexcept {
 class FileBody final : public RequestBody {
  public:
   explicit FileBody(const URL& url) : path_(url.path()) {
-    if (!url.isFileURL() || path_.find('\0') != std::string::npos) {
+    if (!isLocalFile(url) || path_.find('\0') != std::string::npos) {
       throw URLError(URLError::fileDoesNotExist, "The body's address is not one of a file.",
                      url.redacted());
     }

@@ -89,11 +89,29 @@ TEST_F(MIMEDatabaseTests, DamagedLinesDoNotCount) {
                                       "5x:text/a:*.a2\n"
                                       "99999999999:text/a:*.a3\n"
                                       "50:noslash:*.a4\n"
+                                      "50:text/return\rX-Own:*.b1\n"
+                                      "50:text/a b:*.b2\n"
+                                      "50:text/a;b=c:*.b3\n"
+                                      "50:text/a/b:*.b4\n"
+                                      "50:text/\x01:*.b5\n"
+                                      "50:text/\xc3\xa4:*.b6\n"
+                                      "50:/a:*.b7\n"
+                                      "50:text/:*.b8\n"
                                       "50:text/good:*.a5")});
-  for (const char* extension : {"a1", "a2", "a3", "a4"}) {
+  for (const char* extension :
+       {"a1", "a2", "a3", "a4", "b1", "b2", "b3", "b4", "b5", "b6", "b7", "b8"}) {
     EXPECT_EQ(database.type(extension), std::nullopt) << extension;
   }
   EXPECT_EQ(database.type("a5"), "text/good");
+}
+
+TEST_F(MIMEDatabaseTests, LinesMayEndWithAReturn) {
+  const MIMEDatabase database({folder("a",
+                                      "50:application/x-!#$%&'*+-.^_`|~9:*.tea\r\n"
+                                      "50:text/upper:*.MUG:cs\r\n")});
+  EXPECT_EQ(database.type("tea"), "application/x-!#$%&'*+-.^_`|~9");
+  EXPECT_EQ(database.type("MUG"), "text/upper");
+  EXPECT_EQ(database.type("mug"), std::nullopt);
 }
 
 TEST_F(MIMEDatabaseTests, TheMoreImportantFolderCountsWhereWeightsAreEqual) {
