@@ -209,6 +209,34 @@ TEST_F(JSONRequestWireTests, AnAnswerOfNoInterestIsReadAsEmpty) {
   EXPECT_EQ(server.request(0).header("Content-Type"), "application/json");
 }
 
+TEST_F(JSONRequestWireTests, OnlyStatusesFrom200To206AreDecoded) {
+  struct Row {
+    int status;
+    std::optional<HTTPStatus> refused;
+  };
+  for (const auto& row :
+       {Row{200, std::nullopt}, Row{206, std::nullopt}, Row{207, HTTPStatus(HTTPStatus::unknown)},
+        Row{304, HTTPStatus(HTTPStatus::notModified)}}) {
+    SCOPED_TRACE(row.status);
+    server.route("/status", Script().respond(row.status, {}, row.status == 304 ? "" : adaJSON));
+    const auto response = send(JSONGetRequest<User>(URL(server.url("/status"))));
+    EXPECT_EQ(response.result.body().has_value(), !row.refused);
+    if (!row.refused) continue;
+    const auto error = response.result.error();
+    ASSERT_TRUE(error && error->as<HTTPResponseError>());
+    EXPECT_EQ(error->as<HTTPResponseError>()->status(), row.refused);
+  }
+}
+
+TEST_F(JSONRequestWireTests, BytesThatAreNoTextAreNoJSON) {
+  server.route("/bytes", Script().respond(200, {}, "\xFF\xFE"));
+  const auto response = send(JSONGetRequest<User>(URL(server.url("/bytes"))));
+  const auto error = response.result.error();
+  ASSERT_TRUE(error && error->as<HTTPResponseError>());
+  EXPECT_EQ(error->as<HTTPResponseError>()->json(), "");
+  EXPECT_EQ(response.data, Data("\xFF\xFE"));
+}
+
 // MARK: JSONReference
 
 TEST(JSONReferenceTests, IsWrittenAsItsValue) {
