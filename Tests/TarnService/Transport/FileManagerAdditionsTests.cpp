@@ -62,7 +62,7 @@ TEST_F(FileManagerAdditionsTests, ACopyToAnotherFileSystemHasBytesOfItsOwn) {
   struct stat there {};
   ASSERT_EQ(stat(place.path().c_str(), &here), 0);
   ASSERT_EQ(stat("/dev/shm", &there), 0);
-  ASSERT_NE(here.st_dev, there.st_dev);
+  if (here.st_dev == there.st_dev) GTEST_SKIP() << "/dev/shm is no file system of its own here";
   const test::ScopedEnvironment shared("TMPDIR", "/dev/shm");
   const test::TemporaryDirectory elsewhere;
   test::writeFile(place.file("passing"), "content");
