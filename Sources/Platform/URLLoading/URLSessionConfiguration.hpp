@@ -3,7 +3,26 @@
 #include <Platform/Types/TimeInterval.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
 namespace tarn {
+
+/// The oldest version of TLS that is spoken.
+enum class TLSProtocolVersion { TLSv10, TLSv11, TLSv12, TLSv13 };
+
+/// The proxies of a session, as addresses: "http://proxy.example:3128"; http, https, socks4,
+/// socks4a, socks5 and socks5h are known. Empty for none.
+struct URLSessionProxies {
+  std::string http;   ///< for http requests
+  std::string https;  ///< for https requests
+  /// Hosts to reach directly; a domain stands for its subdomains too, "*" for every host.
+  std::vector<std::string> exceptions;
+};
 
 /// How a session behaves. Copied when the session is made; later changes have no effect on it.
 struct URLSessionConfiguration {
@@ -14,7 +33,7 @@ struct URLSessionConfiguration {
   bool waitsForConnectivity = false;
   /// Seconds without progress before a task fails with URLError::timedOut; a request's own value
   /// wins where it is not the default one. Does not count while the task waits for a connection
-  /// slot of its host, is suspended, or the delegate is behind. Default 60.
+  /// slot of its host or for a route, is suspended, or the delegate is behind. Default 60.
   TimeInterval timeoutIntervalForRequest{60};
   /// Seconds from the start of a task until it must be done, whatever its progress. Default 7 days.
   TimeInterval timeoutIntervalForResource{7.0 * 24 * 60 * 60};
@@ -22,6 +41,30 @@ struct URLSessionConfiguration {
   /// Connections to one origin at the same time; further tasks wait, first in, first out.
   /// Default 6.
   int httpMaximumConnectionsPerHost = 6;
+
+  /// Sent with every request that does not have a field of the same name itself. A field that may
+  /// not go onto the wire is refused when the session is made: InvalidRequestError.
+  URLRequest::HeaderFields httpAdditionalHeaders;
+  /// Whether cookies of answers are kept and sent with later requests (RFC 6265). Default true.
+  bool httpShouldSetCookies = true;
+  /// Bytes of answers that the session's cache may keep in memory (RFC 9111); 0 for no cache.
+  /// Default 4 MiB.
+  std::size_t cacheMemoryCapacity = 4 * 1024 * 1024;
+
+  TLSProtocolVersion tlsMinimumSupportedProtocolVersion = TLSProtocolVersion::TLSv12;
+  /// Whether HTTP/2 is offered to https servers. Default true.
+  bool allowsHTTP2 = true;
+  /// Absent: those of the environment when the session is made (http_proxy, https_proxy,
+  /// all_proxy, no_proxy).
+  std::optional<URLSessionProxies> proxies;
+  /// Connects every request to this socket instead of to the host of its URL, which still counts
+  /// for all else.
+  std::optional<std::string> unixDomainSocketPath;
+  /// Addresses by "host:port", used instead of asking the name service.
+  std::map<std::string, std::vector<std::string>> resolverOverrides;
+  /// The most body bytes of an answer, counted after content decoding; a longer one fails with
+  /// URLError::dataLengthExceedsMaximum. Absent: no limit.
+  std::optional<std::int64_t> maximumResponseBytes;
 };
 
 }  // namespace tarn

@@ -4,6 +4,17 @@ namespace tarn {
 
 void URLSessionDelegate::didBecomeInvalid(URLSession&, const std::optional<Error>&) {}
 
+void URLSessionDelegate::didReceiveChallenge(URLSession&, const URLAuthenticationChallenge&,
+                                             URLChallengeHandler completionHandler) {
+  completionHandler(URLSessionAuthChallengeDisposition::performDefaultHandling, std::nullopt);
+}
+
+void URLSessionDelegate::didReceiveTaskChallenge(URLSession&, URLSessionTask&,
+                                                 const URLAuthenticationChallenge&,
+                                                 URLChallengeHandler completionHandler) {
+  completionHandler(URLSessionAuthChallengeDisposition::performDefaultHandling, std::nullopt);
+}
+
 void URLSessionDelegate::taskIsWaitingForConnectivity(URLSession&, URLSessionTask&) {}
 
 void URLSessionDelegate::willPerformHTTPRedirection(

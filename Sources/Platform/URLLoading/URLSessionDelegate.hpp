@@ -3,6 +3,7 @@
 #include <Platform/Types/Data.hpp>
 #include <Platform/Types/Error.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
+#include <Platform/URLLoading/URLAuthenticationChallenge.hpp>
 #include <Platform/URLLoading/URLSessionTask.hpp>
 
 #include <cstdint>
@@ -26,7 +27,18 @@ class URLSessionDelegate {
   /// The last event of a session; no error where the application asked for it.
   virtual void didBecomeInvalid(URLSession& session, const std::optional<Error>& error);
 
-  /// The task has no route to its host and waits for one.
+  /// A new TLS connection asks whether to trust the server, or for a certificate of the client.
+  /// Comes once a connection for each, of whatever task opened it. By default, default handling.
+  virtual void didReceiveChallenge(URLSession& session, const URLAuthenticationChallenge& challenge,
+                                   URLChallengeHandler completionHandler);
+
+  /// An answer to the task asks for a name and password (401 or 407). By default, default handling.
+  virtual void didReceiveTaskChallenge(URLSession& session, URLSessionTask& task,
+                                       const URLAuthenticationChallenge& challenge,
+                                       URLChallengeHandler completionHandler);
+
+  /// The task has no route to its host and waits for one; told once a task, where the session's
+  /// configuration asks for waiting.
   virtual void taskIsWaitingForConnectivity(URLSession& session, URLSessionTask& task);
 
   /// An answer asks for another address. Calling back with a request follows it, with nothing takes

@@ -14,6 +14,8 @@ bool Mailbox::flush() {
   if (outgoing_.empty()) return false;
   const MutexLock lock(mutex_);
   undelivered_ += outgoing_.data.size();
+  inbox_.waiting |= outgoing_.waiting;
+  if (outgoing_.challenge) inbox_.challenge = std::move(outgoing_.challenge);
   if (outgoing_.redirect) inbox_.redirect = std::move(outgoing_.redirect);
   if (inbox_.data.empty()) {
     inbox_.data = std::move(outgoing_.data);

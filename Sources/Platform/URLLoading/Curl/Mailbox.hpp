@@ -4,6 +4,7 @@
 #include <Platform/Types/Data.hpp>
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
+#include <Platform/URLLoading/URLAuthenticationChallenge.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
 #include <cstddef>
@@ -18,16 +19,26 @@ struct RedirectQuestion {
   URLRequest newRequest;
 };
 
+/// What a server or proxy wants to know before it goes on.
+struct ChallengeQuestion {
+  URLAuthenticationChallenge challenge;
+  bool ofConnection;  // for the session as a whole, not for the task
+};
+
 /// What waits to be told to the delegate of one task. At most one of each: data is merged, and
 /// after a question or the end nothing else comes before it has been taken. They are told in this
 /// order.
 struct TaskEvents {
+  bool waiting = false;  // for a route to the host
+  std::unique_ptr<ChallengeQuestion> challenge;
   std::unique_ptr<RedirectQuestion> redirect;
   Data data;
   bool completed = false;
   std::optional<URLError> error;  // why the transfer ended, with `completed`
 
-  bool empty() const noexcept { return !redirect && data.empty() && !completed; }
+  bool empty() const noexcept {
+    return !waiting && !challenge && !redirect && data.empty() && !completed;
+  }
 };
 
 /// Carries the events of one task from the loop thread to the delegate queue, one batch at a time,

@@ -11,22 +11,23 @@ namespace tarn::detail {
 
 namespace {
 
-/// Hands the delegate's answer to the loop, once. Dropped without an answer, it cancels the task,
-/// which would otherwise wait for ever.
-class RedirectAnswer {
+/// Hands the delegate's answer to a question to the loop, once. Dropped without an answer, it
+/// cancels the task, which would otherwise wait for ever.
+class DelegateAnswer {
  public:
-  RedirectAnswer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core)
+  DelegateAnswer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core)
       : task_(std::move(task)), core_(std::move(core)) {}
-  RedirectAnswer(const RedirectAnswer&) = delete;
-  RedirectAnswer& operator=(const RedirectAnswer&) = delete;
-  ~RedirectAnswer() {
+  DelegateAnswer(const DelegateAnswer&) = delete;
+  DelegateAnswer& operator=(const DelegateAnswer&) = delete;
+  ~DelegateAnswer() {
     if (!answered_.test_and_set()) task_->cancel();
   }
 
-  void give(std::optional<URLRequest> request) {
+  template <class... Parameters, class... Arguments>
+  void give(void (CurlTask::*member)(Parameters...), Arguments... arguments) {
     if (answered_.test_and_set()) return;
-    core_->engine().post([task = task_, request = std::move(request)]() mutable {
-      task->redirectAnswered(std::move(request));
+    core_->engine().post([task = task_, member, ... arguments = std::move(arguments)]() mutable {
+      ((*task).*member)(std::move(arguments)...);
     });
   }
 
@@ -138,6 +139,11 @@ void CurlTask::redirectAnswered(std::optional<URLRequest> request) {
   if (transfer_) transfer_->redirectAnswered(std::move(request));
 }
 
+void CurlTask::challengeAnswered(URLSessionAuthChallengeDisposition disposition,
+                                 std::optional<URLCredential> credential) {
+  if (transfer_) transfer_->challengeAnswered(disposition, std::move(credential));
+}
+
 std::optional<URLRequest> CurlTask::requestInstead(const HTTPURLResponse&) { return std::nullopt; }
 
 void CurlTask::setCurrentRequest(URLRequest request) {
@@ -170,6 +176,17 @@ void CurlTask::addData(const std::uint8_t* bytes, std::size_t size, std::int64_t
 void CurlTask::askRedirect(std::shared_ptr<const HTTPURLResponse> response, URLRequest newRequest) {
   mailbox_.outgoing().redirect = std::make_unique<RedirectQuestion>(
       RedirectQuestion{std::move(response), std::move(newRequest)});
+  planDelivery();
+}
+
+void CurlTask::askChallenge(URLAuthenticationChallenge challenge, bool ofConnection) {
+  mailbox_.outgoing().challenge =
+      std::make_unique<ChallengeQuestion>(ChallengeQuestion{std::move(challenge), ofConnection});
+  planDelivery();
+}
+
+void CurlTask::tellWaiting() {
+  mailbox_.outgoing().waiting = true;
   planDelivery();
 }
 
@@ -223,6 +240,10 @@ void CurlTask::deliver() noexcept {
 }
 
 void CurlTask::deliver(TaskEvents& events) noexcept {
+  if (events.waiting) {
+    tell("taskIsWaitingForConnectivity", &URLSessionDelegate::taskIsWaitingForConnectivity, face());
+  }
+  if (events.challenge) askDelegate(*events.challenge);
   if (events.redirect) askDelegate(*events.redirect);
   if (!events.data.empty() && !failure_) {
     attempt([&] { takeBody(std::move(events.data)); });
@@ -251,10 +272,30 @@ void CurlTask::attempt(Action&& action) noexcept {
 
 void CurlTask::askDelegate(RedirectQuestion& question) noexcept {
   guarded("URL loading", [&] {
-    auto answer = std::make_shared<RedirectAnswer>(shared_from_this(), core_);
+    auto answer = std::make_shared<DelegateAnswer>(shared_from_this(), core_);
     tell("willPerformHTTPRedirection", &URLSessionDelegate::willPerformHTTPRedirection, face(),
          question.response, std::move(question.newRequest),
-         [answer](std::optional<URLRequest> request) { answer->give(std::move(request)); });
+         [answer](std::optional<URLRequest> request) {
+           answer->give(&CurlTask::redirectAnswered, std::move(request));
+         });
+  });
+}
+
+void CurlTask::askDelegate(ChallengeQuestion& question) noexcept {
+  guarded("URL loading", [&] {
+    if (!delegate_) return;
+    auto answer = std::make_shared<DelegateAnswer>(shared_from_this(), core_);
+    const URLChallengeHandler handler = [answer](URLSessionAuthChallengeDisposition disposition,
+                                                 std::optional<URLCredential> credential) {
+      answer->give(&CurlTask::challengeAnswered, disposition, std::move(credential));
+    };
+    if (question.ofConnection) {
+      guarded("didReceiveChallenge",
+              [&] { delegate_->didReceiveChallenge(session(), question.challenge, handler); });
+    } else {
+      tell("didReceiveTaskChallenge", &URLSessionDelegate::didReceiveTaskChallenge, face(),
+           question.challenge, handler);
+    }
   });
 }
 

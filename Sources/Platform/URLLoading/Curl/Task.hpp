@@ -61,11 +61,15 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   void addData(const std::uint8_t* bytes, std::size_t size, std::int64_t expected);
   bool isBackedUp() { return mailbox_.isFull(); }
   void askRedirect(std::shared_ptr<const HTTPURLResponse> response, URLRequest newRequest);
+  void askChallenge(URLAuthenticationChallenge challenge, bool ofConnection);
+  void tellWaiting();
   /// The end of the task and of its transfer.
   void finish(std::optional<URLError> error) noexcept;
 
   // On the loop thread, after the delegate.
   void redirectAnswered(std::optional<URLRequest> request);
+  void challengeAnswered(URLSessionAuthChallengeDisposition disposition,
+                         std::optional<URLCredential> credential);
 
   // On the loop thread, by the engine.
   /// Makes the events of this round visible. True: `deliver()` has to be put on the queue.
@@ -121,6 +125,7 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   template <class Action>
   void attempt(Action&& action) noexcept;
   void askDelegate(RedirectQuestion& question) noexcept;
+  void askDelegate(ChallengeQuestion& question) noexcept;
   void settle() noexcept;
 
   const std::int64_t identifier_;

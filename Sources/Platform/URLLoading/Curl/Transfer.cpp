@@ -268,6 +268,19 @@ void Transfer::timerFired() noexcept {
   guarded(&Transfer::armTimer);
 }
 
+// -- Challenges
+
+void Transfer::challengeAnswered(URLSessionAuthChallengeDisposition disposition,
+                                 std::optional<URLCredential> credential) {
+  if (stage_ == Stage::asking) return loginAnswered(disposition, std::move(credential));
+  handshakeAnswered(disposition, std::move(credential));
+}
+
+void Transfer::handshakeAnswered(URLSessionAuthChallengeDisposition, std::optional<URLCredential>) {
+}
+
+void Transfer::loginAnswered(URLSessionAuthChallengeDisposition, std::optional<URLCredential>) {}
+
 // -- Redirects
 
 void Transfer::askRedirect() {

@@ -8,6 +8,7 @@
 #include <Platform/URLLoading/Curl/TimerHeap.hpp>
 #include <Platform/URLLoading/Detail/RequestBody.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
+#include <Platform/URLLoading/URLAuthenticationChallenge.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
 #include <curl/curl.h>
@@ -45,6 +46,9 @@ class Transfer final : private Timer {
   void roomMade();
   /// The delegate's answer to a redirect; nothing for "take the redirecting answer itself".
   void redirectAnswered(std::optional<URLRequest> request);
+  /// The delegate's answer to the last challenge, of the connection or of an answer.
+  void challengeAnswered(URLSessionAuthChallengeDisposition disposition,
+                         std::optional<URLCredential> credential);
 
   // By the session's core.
   /// A connection slot is free for this transfer.
@@ -88,6 +92,11 @@ class Transfer final : private Timer {
   void unpause();
 
   std::size_t holdRedirectBody(const std::uint8_t* bytes, std::size_t size);
+  void handshakeAnswered(URLSessionAuthChallengeDisposition disposition,
+                         std::optional<URLCredential> credential);
+  void loginAnswered(URLSessionAuthChallengeDisposition disposition,
+                     std::optional<URLCredential> credential);
+
   void askRedirect();
   void follow();
   void takeRedirectAsAnswer();
