@@ -1,10 +1,10 @@
+#include <Platform/Trust/Detail/HostPolicy.hpp>
 #include <Platform/Trust/Detail/SystemAnchors.hpp>
 #include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/Types/URLError.hpp>
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
-#include <openssl/x509v3.h>
 
 #include <new>
 #include <string_view>
@@ -33,30 +33,11 @@ void stateChanged(const SSL* ssl, int where, int alert) noexcept {
   if (const auto* record = sharedRecord(ssl)) (*record)->endedProperly = true;
 }
 
-bool isAddress(const std::string& host) noexcept {
-  ASN1_OCTET_STRING* address = a2i_IPADDRESS(host.c_str());
-  ASN1_OCTET_STRING_free(address);
-  return address != nullptr;
-}
-
 // The name that went out in the handshake is the one that was dialled; for an address none goes
 // out.
 std::string expectedHost(const SSL* ssl, const TLSRecord& record) {
   const char* name = SSL_get_servername(ssl, TLSEXT_NAMETYPE_host_name);
-  std::string host = name != nullptr ? name : record.host;
-  if (host.size() > 1 && host.front() == '[') host = host.substr(1, host.size() - 2);
-  if (!host.empty() && host.back() == '.') host.pop_back();
-  return host;
-}
-
-bool requireHost(X509_STORE_CTX* context, const std::string& host) noexcept {
-  X509_VERIFY_PARAM* parameters = X509_STORE_CTX_get0_param(context);
-  if (host.empty()) return false;
-  if (isAddress(host)) return X509_VERIFY_PARAM_set1_ip_asc(parameters, host.c_str()) == 1;
-  // A common name is no longer an identity (RFC 9110, 4.3.4).
-  X509_VERIFY_PARAM_set_hostflags(
-      parameters, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT | X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
-  return X509_VERIFY_PARAM_set1_host(parameters, host.data(), host.size()) == 1;
+  return name != nullptr ? name : record.host;
 }
 
 int verifyCertificate(X509_STORE_CTX* context, void* argument) noexcept {
