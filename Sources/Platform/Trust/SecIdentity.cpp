@@ -78,7 +78,9 @@ struct Reasons {
 /// Reads from the bytes, which have to outlive it.
 OwnedBio reader(const Data& data, Case kind) {
   if (data.size() > INT_MAX) throw SecIdentityError(kind, "There are too many bytes.");
-  OwnedBio bio(BIO_new_mem_buf(data.bytes(), static_cast<int>(data.size())));
+  // It takes no null for no bytes.
+  const void* bytes = data.empty() ? "" : static_cast<const void*>(data.bytes());
+  OwnedBio bio(BIO_new_mem_buf(bytes, static_cast<int>(data.size())));
   if (!bio) throw std::bad_alloc();
   return bio;
 }
@@ -143,6 +145,10 @@ SecIdentity SecIdentity::fromPKCS12(const Data& contents, const std::string& pas
   const auto input = reader(contents, Case::unreadableCertificate);
   const detail::Owned<PKCS12, PKCS12_free> file(d2i_PKCS12_bio(input.get(), nullptr));
   if (!file) throw SecIdentityError(Case::unreadableCertificate, "The bytes are no PKCS #12 file.");
+  if (PKCS12_mac_present(file.get()) != 1) {
+    throw SecIdentityError(Case::unreadableCertificate,
+                           "The PKCS #12 file has no checksum to tell it whole.");
+  }
 
   EVP_PKEY* rawKey = nullptr;
   X509* rawLeaf = nullptr;
