@@ -1,10 +1,8 @@
 #include <Platform/Dispatch/Mutex.hpp>
-#include <Platform/Trust/Detail/HostPolicy.hpp>
 #include <Platform/Trust/Detail/OpenSSLHandles.hpp>
-#include <Platform/Trust/Detail/SystemAnchors.hpp>
+#include <Platform/Trust/Detail/TrustEvaluation.hpp>
 #include <Platform/Trust/SecTrust.hpp>
 
-#include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
@@ -14,12 +12,7 @@
 namespace tarn {
 namespace {
 
-using detail::Owned;
-using OwnedContext = Owned<X509_STORE_CTX, X509_STORE_CTX_free>;
 using SharedStore = std::shared_ptr<X509_STORE>;
-
-void freeStack(STACK_OF(X509) * stack) { sk_X509_free(stack); }
-using OwnedStack = Owned<STACK_OF(X509), freeStack>;
 
 /// Null where memory ran out.
 SharedStore storeOf(const std::vector<SecCertificate>& anchors) {
@@ -32,39 +25,6 @@ SharedStore storeOf(const std::vector<SecCertificate>& anchors) {
     if (X509_STORE_add_cert(store.get(), anchor.handle().certificate.get()) != 1) return nullptr;
   }
   return store;
-}
-
-/// How strong keys and digests must be: what a handshake asks for.
-int securityLevel() {
-  static const int level = [] {
-    const Owned<SSL_CTX, SSL_CTX_free> context(SSL_CTX_new(TLS_client_method()));
-    return context ? SSL_CTX_get_security_level(context.get()) : 2;
-  }();
-  return level;
-}
-
-/// X509_V_OK, or the fault that stands between a chain and the anchors.
-int faultOf(const std::vector<SecCertificate>& chain, const std::string& host,
-            X509_STORE* anchors) {
-  const OwnedContext context(X509_STORE_CTX_new());
-  const OwnedStack others(sk_X509_new_null());
-  if (anchors == nullptr || !context || !others) return X509_V_ERR_OUT_OF_MEM;
-  if (chain.empty()) return X509_V_ERR_INVALID_CALL;
-  for (const auto& certificate : chain) {
-    if (sk_X509_push(others.get(), certificate.handle().certificate.get()) == 0) {
-      return X509_V_ERR_OUT_OF_MEM;
-    }
-  }
-  X509* leaf = chain.front().handle().certificate.get();
-  if (X509_STORE_CTX_init(context.get(), anchors, leaf, others.get()) != 1 ||
-      X509_STORE_CTX_set_default(context.get(), "ssl_server") != 1) {
-    return X509_V_ERR_OUT_OF_MEM;
-  }
-  X509_VERIFY_PARAM_set_auth_level(X509_STORE_CTX_get0_param(context.get()), securityLevel());
-  if (!detail::requireHost(context.get(), host)) return X509_V_ERR_HOSTNAME_MISMATCH;
-  if (X509_verify_cert(context.get()) == 1) return X509_V_OK;
-  const int fault = X509_STORE_CTX_get_error(context.get());
-  return fault == X509_V_OK ? X509_V_ERR_UNSPECIFIED : fault;
 }
 
 SecTrustResultType resultOf(int fault) {
@@ -114,10 +74,11 @@ class CertificateTrust final : public SecTrust {
   SecTrustResultType evaluate() override {
     const auto [anchors, anchorsOnly] = settings();
     const detail::ErrorQueueScope scope;
-    const auto byCustom = resultOf(faultOf(chain_, host_, anchors.get()));
+    const auto byCustom = resultOf(detail::certificateFault(chain_, host_, anchors.get()));
     if (byCustom == SecTrustResultType::unspecified || anchorsOnly) return byCustom;
     // A store of its own: what is added to the system's would stay there for every connection.
-    const auto bySystem = resultOf(faultOf(chain_, host_, detail::systemAnchors()));
+    const auto bySystem =
+        resultOf(detail::certificateFault(chain_, host_, detail::systemAnchors()));
     if (bySystem == SecTrustResultType::unspecified) return bySystem;
     // Without its anchor a chain with a broken signature seems to lack no more than that: the worse
     // of both tells.

@@ -105,7 +105,9 @@ void SessionCore::socketReady(int socket, std::uint32_t events) noexcept {
   touch();
 }
 
-void SessionCore::timerFired() noexcept {
+void SessionCore::timerFired() noexcept { driveNow(); }
+
+void SessionCore::driveNow() noexcept {
   int running = 0;
   curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
   touch();

@@ -42,6 +42,9 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   /// What an answer shows of the origin: over HTTP/2 one connection carries many transfers.
   void setMultiplexed(const Origin& origin, bool multiplexed);
 
+  /// Has libcurl turn at once to all that is due. Not from within libcurl.
+  void driveNow() noexcept;
+
   /// Ends the session's connections. No transfer may be left.
   void close() noexcept;
 
