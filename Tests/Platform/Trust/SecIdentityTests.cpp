@@ -49,9 +49,9 @@ class SecIdentityTests : public testing::Test {
     EXPECT_EQ(ERR_peek_error(), 0u) << "left behind for the next handshake to stumble upon";
     return found;
   }
-  std::optional<Case> pemFault(const std::string& certificates, const std::string& key,
+  std::optional<Case> pemFault(const std::string& chainText, const std::string& keyText,
                                const std::string& given = {}) {
-    return fault([&] { return SecIdentity::fromPEM(Data(certificates), Data(key), given); });
+    return fault([&] { return SecIdentity::fromPEM(Data(chainText), Data(keyText), given); });
   }
   std::optional<Case> pkcs12Fault(const std::string& contents,
                                   const std::string& given = passphrase) {
