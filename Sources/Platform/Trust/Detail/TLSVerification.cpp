@@ -36,6 +36,7 @@ void stateChanged(const SSL* ssl, int where, int alert) noexcept {
   if (where == SSL_CB_HANDSHAKE_DONE) {
     // From now on the connection is not only the transfer's that opened it, and can't stand still.
     (*record)->questioner = nullptr;
+    (*record)->established = true;
     SSL_clear_mode(const_cast<SSL*>(ssl), SSL_MODE_ASYNC);
   }
   if (where == SSL_CB_READ_ALERT && (alert & 0xFF) == SSL_AD_CLOSE_NOTIFY) {

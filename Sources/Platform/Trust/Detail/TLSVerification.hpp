@@ -53,6 +53,7 @@ struct TLSRecord {
   bool clientDecided = false;     ///< it was decided which certificate to present
   std::optional<SecIdentity> identity;  ///< none for none
 
+  bool established = false;    ///< the handshake is over
   bool endedProperly = false;  ///< the server said that nothing more comes (close_notify)
 
   // The answers. Each closes the question; a handshake that stands still takes notice when libcurl

@@ -48,8 +48,12 @@ std::int32_t receiveCode(const Failure& failure) noexcept {
 }
 
 std::int32_t certificateCode(const Failure& failure) noexcept {
-  const bool chainRefused = failure.tls != nullptr && failure.tls->certificateError != 0;
-  return chainRefused ? failure.tls->errorCode() : URLError::serverCertificateUntrusted;
+  constexpr auto untrusted = URLError::serverCertificateUntrusted;
+  if (failure.tls == nullptr) return untrusted;
+  if (failure.tls->certificateError != 0) return failure.tls->errorCode();
+  // libcurl looks at the host's name when the handshake is over. Before, the same code may mean
+  // that the server refused our certificate.
+  return failure.tls->established ? untrusted : clientCertificateCode(failure, untrusted);
 }
 
 std::int32_t handshakeCode(const Failure& failure) noexcept {

@@ -24,11 +24,14 @@ void Handshake::questionPosed(TLSRecord& record) noexcept {
   engine_.timers().set(owner_, engine_.now());
 }
 
-URLAuthenticationChallenge Handshake::challenge(const Origin& origin) {
+URLAuthenticationChallenge Handshake::challenge(const Origin& origin,
+                                                const std::optional<Origin>& proxy) {
   news_ = false;
   URLProtectionSpace space;
   space.host = record_->host;
-  space.port = origin.port;
+  space.isProxy =
+      proxy && (!origin.secure || (space.host == proxy->host && space.host != origin.host));
+  space.port = space.isProxy ? proxy->port : origin.port;
   if (record_->question == TLSQuestion::serverTrust) {
     space.authenticationMethod = URLProtectionSpace::AuthenticationMethod::serverTrust;
     space.serverTrust = SecTrust::create(record_->chain, record_->host);
@@ -85,12 +88,22 @@ void Handshake::reset() noexcept {
 
 // -- The part of Transfer that has to do with it
 
+std::optional<Origin> Transfer::secureProxy() const {
+  const auto& text = origin_.secure ? core_->proxies().https : core_->proxies().http;
+  if (!text.starts_with("https://")) return std::nullopt;
+  const auto url = URL::parse(text);
+  return url ? Origin::of(*url) : std::nullopt;
+}
+
 CURLcode Transfer::prepareTLS(void* context) {
-  return handshake_.prepare(context, origin_.host) ? CURLE_OK : CURLE_OUT_OF_MEMORY;
+  const auto proxy = origin_.secure ? std::nullopt : secureProxy();
+  const bool ready = handshake_.prepare(context, proxy ? proxy->host : origin_.host);
+  return ready ? CURLE_OK : CURLE_OUT_OF_MEMORY;
 }
 
 void Transfer::askHandshake() {
-  task_->askChallenge(handshake_.challenge(origin_), true);
+  core_->setAsking(*this, true);
+  task_->askChallenge(handshake_.challenge(origin_, secureProxy()), true);
   armTimer();
 }
 
@@ -101,6 +114,7 @@ void Transfer::handshakeAnswered(URLSessionAuthChallengeDisposition disposition,
     return finish(error(URLError::cancelled, "The delegate cancelled the challenge."));
   }
   handshake_.answer(disposition, credential);
+  core_->setAsking(*this, false);
   lastProgress_ = core_->engine().now();
   if (!easy_) return guarded(&Transfer::repeatHandshake);
   armTimer();

@@ -45,8 +45,8 @@ class Handshake final : private TLSQuestioner {
     return record_ && record_->verified && record_->certificateError != 0;
   }
 
-  /// The question for the delegate.
-  URLAuthenticationChallenge challenge(const Origin& origin);
+  /// The question for the delegate. `proxy` is a secure one by way of which the server is reached.
+  URLAuthenticationChallenge challenge(const Origin& origin, const std::optional<Origin>& proxy);
   void answer(URLSessionAuthChallengeDisposition disposition,
               const std::optional<URLCredential>& credential) noexcept;
   /// Before a connection is made again: what has been answered is not asked once more.

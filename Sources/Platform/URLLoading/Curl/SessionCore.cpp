@@ -89,6 +89,16 @@ void SessionCore::setMultiplexed(const Origin& origin, bool multiplexed) {
   if (queues_.setMultiplexed(origin, multiplexed)) admitNext(origin);
 }
 
+void SessionCore::setAsking(const Transfer& transfer, bool asking) {
+  std::erase(asking_, &transfer);
+  if (asking) asking_.push_back(&transfer);
+}
+
+bool SessionCore::isAsking(const Origin& origin) const noexcept {
+  return std::any_of(asking_.begin(), asking_.end(),
+                     [&](const Transfer* transfer) { return transfer->origin() == origin; });
+}
+
 void SessionCore::touch() {
   if (touched_) return;
   engine_.serveLater(shared_from_this());

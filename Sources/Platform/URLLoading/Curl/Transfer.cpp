@@ -58,6 +58,7 @@ Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> 
 Transfer::~Transfer() {
   if (stage_ == Stage::queued && !hasSlot_) core_->withdraw(*this);
   leaveConnection();
+  core_->setAsking(*this, false);
   core_->engine().timers().remove(*this);
 }
 
@@ -268,6 +269,7 @@ void Transfer::timerFired() noexcept {
   }
   if (handshake_.hasNews()) return guarded(&Transfer::askHandshake);
   if (redirectBodyFull_ && stage_ == Stage::running) return guarded(&Transfer::askRedirect);
+  if (requestCount_ == 0 && core_->isAsking(origin_)) lastProgress_ = now;
   if (idleTimeCounts() && now >= lastProgress_ + idleLimit_) {
     return finish(
         URLError(URLError::timedOut, "Nothing moved for too long.", request_->url().redacted()));

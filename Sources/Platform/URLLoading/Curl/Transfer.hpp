@@ -92,6 +92,7 @@ class Transfer final : private Timer {
   void unpause();
 
   std::size_t holdRedirectBody(const std::uint8_t* bytes, std::size_t size);
+  std::optional<Origin> secureProxy() const;
   void askHandshake();
   void repeatHandshake();
   void handshakeAnswered(URLSessionAuthChallengeDisposition disposition,

@@ -115,9 +115,15 @@ void Transfer::configure(CURL* easy) {
   }
   setOption(easy, CURLOPT_PREREQFUNCTION, &TransferCallbacks::beforeRequest);
   setOption(easy, CURLOPT_PREREQDATA, static_cast<void*>(this));
-  if (origin_.secure) {
-    setOption(easy, CURLOPT_SSLVERSION,
-              oldestVersion(core_->configuration().tlsMinimumSupportedProtocolVersion));
+  const bool proxyIsSecure = secureProxy().has_value();
+  if (origin_.secure || proxyIsSecure) {
+    const long oldest = oldestVersion(core_->configuration().tlsMinimumSupportedProtocolVersion);
+    setOption(easy, CURLOPT_SSLVERSION, oldest);
+    if (proxyIsSecure) {
+      setOption(easy, CURLOPT_PROXY_SSLVERSION, oldest);
+      setOption(easy, CURLOPT_PROXY_CAINFO, static_cast<const char*>(nullptr));
+      setOption(easy, CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
+    }
     setOption(easy, CURLOPT_SSL_CTX_FUNCTION, &TransferCallbacks::sslContext);
     setOption(easy, CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
   }

@@ -331,5 +331,155 @@ TEST(HandshakesRepeated, EndWhereTheServerIsGoneMeanwhile) {
   EXPECT_EQ(session.finished(task).code(), URLError::cannotConnectToHost);
 }
 
+TEST(HandshakesOverHTTP2, StopTheIdleTimeOfTasksThatWaitForTheConnection) {
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.timeoutIntervalForRequest = TimeInterval(0.25);
+  const NginxServer server(trustedAuthority());
+  ScriptedServer clock;
+  clock.route("/", Script().delay(std::chrono::milliseconds(700)).respond(200));
+  RecordedSession session(configuration);
+  RecordedSession timing;
+  const auto questions = keepQuestions(session);
+  const auto asking = session.start(server.secureUrl("/hello"));
+  const auto waiting = session.start(server.secureUrl("/hello"));
+  ASSERT_TRUE(questions.waitFor(1));
+  EXPECT_EQ(timing.load(clock.url("/")).status(), 200);
+  EXPECT_EQ(questions.count(), 1u);
+  questions.value(0)(performDefaultHandling, std::nullopt);
+  EXPECT_EQ(session.finished(asking).text(), "hello");
+  EXPECT_EQ(session.finished(waiting).text(), "hello");
+}
+
+// -- Secure proxies
+
+TEST_P(Handshakes, WithASecureProxyAskAboutIt) {
+  SecureServer proxy(LeafOptions::unknownRoot());
+  proxy.setHandler([](const ReceivedRequest&) { return Script().respond(200, {}, "relayed"); });
+  const ScopedEnvironment variable("http_proxy", proxy.localhostUrl(""));
+  RecordedSession session;
+  session.delegate().onChallenge = trust;
+  EXPECT_EQ(session.load("http://one.invalid/").text(), "relayed");
+  EXPECT_EQ(session.load("http://two.invalid/").text(), "relayed");
+  const auto challenges = session.delegate().challenges();
+  ASSERT_EQ(challenges.size(), 1u);
+  EXPECT_EQ(challenges[0].host, "localhost");
+  EXPECT_EQ(challenges[0].port, proxy.port());
+  EXPECT_TRUE(challenges[0].isProxy);
+  RecordedSession careful;
+  EXPECT_EQ(careful.load("http://one.invalid/").code(), URLError::serverCertificateHasUnknownRoot);
+}
+
+// -- Certificates of the client
+
+SecIdentity identityOf(const LeafOptions& leaf) {
+  const auto files = trustedAuthority().issue(leaf);
+  return SecIdentity::fromPEM(Data(readFile(files.certFile)), Data(readFile(files.keyFile)));
+}
+
+LeafOptions client(LeafOptions::Signer signer) {
+  auto options = LeafOptions::client("Alice");
+  options.signer = signer;
+  return options;
+}
+
+struct ClientRow {
+  const char* name;
+  ClientCertificate wish;
+  URLSessionAuthChallengeDisposition disposition;
+  std::optional<URLCredential> credential;
+  std::int64_t code;
+  std::string seen;  // the name in the certificate that reached the server
+};
+
+TEST_P(Handshakes, PresentTheCertificateThatTheDelegateGives) {
+  using enum ClientCertificate;
+  using enum LeafOptions::Signer;
+  const URLCredential alice(identityOf(client(root)));
+  const URLCredential stranger(identityOf(client(LeafOptions::Signer::unknownRoot)));
+  auto old = LeafOptions::expired();
+  old.purpose = LeafOptions::Purpose::client;
+  const std::vector<ClientRow> rows{
+      {"given", require, useCredential, alice, 0, "Alice"},
+      {"given with its chain", require, useCredential,
+       URLCredential(identityOf(client(intermediate))), 0, "Alice"},
+      {"given though not needed", request, useCredential, alice, 0, "Alice"},
+      {"not needed", request, performDefaultHandling, std::nullopt, 0, ""},
+      {"not needed, rejected", request, rejectProtectionSpace, std::nullopt, 0, ""},
+      {"none", require, performDefaultHandling, std::nullopt, URLError::clientCertificateRequired,
+       ""},
+      {"rejected", require, rejectProtectionSpace, alice, URLError::clientCertificateRequired, ""},
+      {"no credential", require, useCredential, std::nullopt, URLError::clientCertificateRequired,
+       ""},
+      {"a login", require, useCredential, URLCredential("user", "password"),
+       URLError::clientCertificateRequired, ""},
+      {"of an unknown authority", require, useCredential, stranger,
+       URLError::clientCertificateRejected, ""},
+      {"expired", require, useCredential, URLCredential(identityOf(old)),
+       URLError::clientCertificateRejected, ""},
+      {"cancelled", require, cancelAuthenticationChallenge, alice, URLError::cancelled, ""},
+  };
+  for (const auto version : {TLSVersion::tls12, TLSVersion::tls13}) {
+    for (const auto& row : rows) {
+      SCOPED_TRACE(row.name + std::string(version == TLSVersion::tls12 ? ", 1.2" : ", 1.3"));
+      SecureServer server({}, asking(row.wish, versions(version, version)));
+      RecordedSession session;
+      session.delegate().onChallenge = [&](const auto& challenge, const Handler& answer) {
+        if (challenge.protectionSpace.serverTrust) return trust(challenge, answer);
+        answer(row.disposition, row.credential);
+      };
+      const auto loaded = session.load(server.localhostUrl("/"));
+      EXPECT_EQ(loaded.code(), row.code)
+          << (loaded.record.error ? loaded.record.error->message() : "");
+      if (row.code == 0) {
+        EXPECT_EQ(loaded.text(), "hello");
+        EXPECT_EQ(server.connections().back().clientCertificate, row.seen);
+      }
+      EXPECT_EQ(server.requestCount(), row.code == 0 ? 1u : 0u);
+      EXPECT_EQ(session.delegate().challenges().size(), 2u);
+    }
+  }
+}
+
+TEST_P(Handshakes, AskForACertificateOnceForEachConnection) {
+  SecureServer server({}, asking(ClientCertificate::require));
+  RecordedSession session;
+  const URLCredential alice(identityOf(client(LeafOptions::Signer::root)));
+  session.delegate().onChallenge = [&](const auto& challenge, const Handler& answer) {
+    if (challenge.protectionSpace.serverTrust) return trust(challenge, answer);
+    answer(useCredential, alice);
+  };
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(session.load(server.localhostUrl("/")).text(), "hello");
+  const auto challenges = session.delegate().challenges();
+  ASSERT_EQ(challenges.size(), 2u);
+  EXPECT_EQ(challenges[0].authenticationMethod, Method::serverTrust);
+  EXPECT_EQ(challenges[1].authenticationMethod, Method::clientCertificate);
+  EXPECT_EQ(challenges[1].host, "localhost");
+  EXPECT_EQ(challenges[1].port, server.port());
+  EXPECT_EQ(challenges[1].serverTrust, nullptr);
+  ASSERT_EQ(challenges[1].distinguishedNames.size(), 1u);
+  const auto name = challenges[1].distinguishedNames[0].view();
+  EXPECT_NE(TestAuthority::der(trustedAuthority().caFile()).find(name), std::string::npos);
+  EXPECT_NE(name.find("Test Root"), std::string::npos);
+}
+
+TEST_P(Handshakes, ThatAskForACertificateAreReleasedByACancellation) {
+  SecureServer server({}, asking(ClientCertificate::require));
+  for (int run = 0; run < 20; ++run) {
+    RecordedSession session;
+    const Waiter asked;
+    Collector<Handler> kept;
+    session.delegate().onChallenge = [&](const auto& challenge, const Handler& answer) {
+      if (challenge.protectionSpace.serverTrust) return trust(challenge, answer);
+      kept.add(answer);
+      asked.signal();
+    };
+    const auto task = session.start(server.localhostUrl("/"));
+    ASSERT_TRUE(asked.waitFor());
+    task->cancel();
+    EXPECT_EQ(session.finished(task).code(), URLError::cancelled);
+  }
+  EXPECT_TRUE(server.waitForOpenConnections(0));
+}
+
 }  // namespace
 }  // namespace tarn::test
