@@ -35,5 +35,6 @@
 #include <TarnService/Sending/DownloadRequestable.hpp>
 #include <TarnService/Sending/HTTPRequestableAdditions.hpp>
 #include <TarnService/Sending/UploadRequestable.hpp>
+#include <TarnService/Settings.hpp>
 #include <TarnService/Transport/FileManagerAdditions.hpp>
 #include <TarnService/Transport/ResetDefaultTaskProducers.hpp>

@@ -1,8 +1,10 @@
 #include <Platform/Types/FatalError.hpp>
 #include <Platform/Types/TypeName.hpp>
 #include <TarnService/Diagnostics/Logger.hpp>
+#include <TarnService/Settings.hpp>
 #include <TarnService/Transport/FileManagerAdditions.hpp>
 #include <TarnService/Transport/HTTPTaskProducer.hpp>
+#include <TarnService/Transport/ServerTrust.hpp>
 
 #include <mutex>
 #include <stdexcept>
@@ -163,6 +165,19 @@ void HTTPTaskProducer::reportFailure(std::int64_t forTaskIdentifier,
                                      const std::shared_ptr<const URLResponse>& urlResponse,
                                      const std::optional<Error>& error) const {
   fail(taskRef(forTaskIdentifier), forTaskIdentifier, urlResponse, error);
+}
+
+void HTTPTaskProducer::validate(URLSession&, const URLAuthenticationChallenge& didReceive,
+                                const URLChallengeHandler& completionHandler) const {
+  const auto trust = didReceive.protectionSpace.serverTrust;
+  const auto& certificates = TarnService::debugCertificateURLs;
+  const bool isTrusted = trust && certificates && !certificates->empty() &&
+                         detail::isTrustedWith(*certificates, *trust);
+  if (isTrusted) {
+    completionHandler(URLSessionAuthChallengeDisposition::useCredential, URLCredential(trust));
+  } else {
+    completionHandler(URLSessionAuthChallengeDisposition::performDefaultHandling, std::nullopt);
+  }
 }
 
 void HTTPTaskProducer::reportCompletion(const URLSessionTask& task,

@@ -9,12 +9,7 @@ std::shared_ptr<URLSession> SessionOwner::session(
     std::shared_ptr<URLSessionDelegate> delegate,
     const std::shared_ptr<OperationQueue>& delegateQueue) {
   const MutexLock lock(mutex_);
-  // Default settings throughout, so a task without a route to its host fails at once: kept,
-  // requests are written for it.
-  if (!session_) {
-    session_ =
-        URLSession::make(URLSessionConfiguration::ephemeral(), std::move(delegate), delegateQueue);
-  }
+  if (!session_) session_ = URLSession::make(configuration_, std::move(delegate), delegateQueue);
   return session_;
 }
 

@@ -45,6 +45,7 @@ class RecordingDelegate : public URLSessionDelegate {
 
   // Set before the first task starts; each runs on the delegate queue.
   std::function<void(URLSessionTask&, URLRequest, const RedirectAnswer&)> onRedirect;
+  std::function<void(const URLAuthenticationChallenge&, const URLChallengeHandler&)> onChallenge;
   std::function<void(URLSessionTask&, const Data&)> onData;
   std::function<void(URLSessionDownloadTask&)> onWrite;
   std::function<void(URLSessionDownloadTask&, const std::string& path)> onFile;
@@ -54,6 +55,18 @@ class RecordingDelegate : public URLSessionDelegate {
     const std::lock_guard lock(mutex_);
     ++invalidations_;
     changed_.notify_all();
+  }
+
+  void didReceiveChallenge(URLSession& session, const URLAuthenticationChallenge& challenge,
+                           URLChallengeHandler answer) override {
+    {
+      const std::lock_guard lock(mutex_);
+      if (invalidations_ > 0) ++lateChallenges_;
+      challenges_.push_back(challenge.protectionSpace);
+      changed_.notify_all();
+    }
+    if (onChallenge) return onChallenge(challenge, answer);
+    URLSessionDelegate::didReceiveChallenge(session, challenge, std::move(answer));
   }
 
   void willPerformHTTPRedirection(URLSession&, URLSessionTask& task,
@@ -155,6 +168,10 @@ class RecordingDelegate : public URLSessionDelegate {
   [[nodiscard]] bool waitForRedirects(std::int64_t task, std::size_t count) {
     return waitUntil([&] { return records_[task].redirects.size() >= count; });
   }
+  /// Of connections.
+  [[nodiscard]] bool waitForChallenges(std::size_t count) {
+    return waitUntil([&] { return challenges_.size() >= count; });
+  }
   [[nodiscard]] bool waitForInvalid() {
     return waitUntil([&] { return invalidations_ > 0; });
   }
@@ -166,6 +183,14 @@ class RecordingDelegate : public URLSessionDelegate {
   std::vector<std::int64_t> completionOrder() {
     const std::lock_guard lock(mutex_);
     return completionOrder_;
+  }
+  std::vector<URLProtectionSpace> challenges() {
+    const std::lock_guard lock(mutex_);
+    return challenges_;
+  }
+  int lateChallenges() {
+    const std::lock_guard lock(mutex_);
+    return lateChallenges_;
   }
   int invalidations() {
     const std::lock_guard lock(mutex_);
@@ -202,6 +227,8 @@ class RecordingDelegate : public URLSessionDelegate {
   std::condition_variable changed_;
   std::map<std::int64_t, TaskRecord> records_;
   std::vector<std::int64_t> completionOrder_;
+  std::vector<URLProtectionSpace> challenges_;
+  int lateChallenges_ = 0;  // after the session's end
   int invalidations_ = 0;
 };
 
@@ -284,6 +311,7 @@ class RecordedSession {
       EXPECT_EQ(delegate_->record(task).misplacedEvents, 0);
     }
     EXPECT_EQ(delegate_->invalidations(), 1);
+    EXPECT_EQ(delegate_->lateChallenges(), 0);
     session_.reset();
   }
 

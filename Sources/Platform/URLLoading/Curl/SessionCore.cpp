@@ -89,6 +89,16 @@ void SessionCore::setMultiplexed(const Origin& origin, bool multiplexed) {
   if (queues_.setMultiplexed(origin, multiplexed)) admitNext(origin);
 }
 
+void SessionCore::setAsking(const Transfer& transfer, bool asking) {
+  std::erase(asking_, &transfer);
+  if (asking) asking_.push_back(&transfer);
+}
+
+bool SessionCore::isAsking(const Origin& origin) const noexcept {
+  return std::any_of(asking_.begin(), asking_.end(),
+                     [&](const Transfer* transfer) { return transfer->origin() == origin; });
+}
+
 void SessionCore::touch() {
   if (touched_) return;
   engine_.serveLater(shared_from_this());
@@ -105,7 +115,9 @@ void SessionCore::socketReady(int socket, std::uint32_t events) noexcept {
   touch();
 }
 
-void SessionCore::timerFired() noexcept {
+void SessionCore::timerFired() noexcept { driveNow(); }
+
+void SessionCore::driveNow() noexcept {
   int running = 0;
   curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
   touch();

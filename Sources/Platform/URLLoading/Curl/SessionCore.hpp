@@ -42,6 +42,13 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   /// What an answer shows of the origin: over HTTP/2 one connection carries many transfers.
   void setMultiplexed(const Origin& origin, bool multiplexed);
 
+  /// Notes whether the handshake of a transfer waits for the delegate. So do then the transfers
+  /// that libcurl lets wait for the connection.
+  void setAsking(const Transfer& transfer, bool asking);
+  bool isAsking(const Origin& origin) const noexcept;
+  /// Has libcurl turn at once to all that is due. Not from within libcurl.
+  void driveNow() noexcept;
+
   /// Ends the session's connections. No transfer may be left.
   void close() noexcept;
 
@@ -82,6 +89,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   CURLSH* cookies_ = nullptr;
   HostQueues queues_;
   std::vector<PlainSocket> plainSockets_;
+  std::vector<const Transfer*> asking_;
   std::vector<Origin> movedOn_;  // where somebody may start now
   bool touched_ = false;
 };

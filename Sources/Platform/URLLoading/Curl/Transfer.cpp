@@ -1,4 +1,3 @@
-#include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/URLLoading/Curl/Failure.hpp>
 #include <Platform/URLLoading/Curl/Mailbox.hpp>
 #include <Platform/URLLoading/Curl/Redirects.hpp>
@@ -53,11 +52,13 @@ Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> 
       resourceDeadline_(core_->engine().now() + resourceLimit(core_->configuration())),
       request_(&task_->originalRequest()),
       bodyFile_(task_->bodyFile()),
-      lastProgress_(core_->engine().now()) {}
+      lastProgress_(core_->engine().now()),
+      handshake_(core_->engine(), *this) {}
 
 Transfer::~Transfer() {
   if (stage_ == Stage::queued && !hasSlot_) core_->withdraw(*this);
   leaveConnection();
+  core_->setAsking(*this, false);
   core_->engine().timers().remove(*this);
 }
 
@@ -107,6 +108,7 @@ void Transfer::attach() {
 
 void Transfer::leaveConnection() noexcept {
   if (easy_) {
+    handshake_.abandon(easy_.get(), *core_);
     // libcurl forgets to free what it holds back for a paused transfer: here it gets rid of it.
     discarding_ = true;
     curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
@@ -147,6 +149,10 @@ void Transfer::transferEnded(CURLcode result) noexcept {
   }
   leaveConnection();
   if (stage_ == Stage::asking) return;
+  if (handshake_.isToBeRepeated()) {
+    if (!handshake_.isAsking()) guarded(&Transfer::repeatHandshake);
+    return;
+  }
   // A redirect is known by its head: whether its body, which nobody may want, came whole does not
   // matter.
   guarded(redirectResponse_ ? &Transfer::askRedirect : &Transfer::conclude);
@@ -193,7 +199,7 @@ std::optional<URLError> Transfer::failureOf(CURLcode result) {
   failure.lengthAnnounced = head_.complete() && head_.announcedLength().has_value();
   failure.bodyStarted = bodyStarted_;
   failure.curlText = curlText_.data();
-  failure.tls = tls_.get();
+  failure.tls = handshake_.record();
   return makeError(failure, request_->url().redacted());
 }
 
@@ -244,12 +250,13 @@ bool Transfer::hasRoom() {
 // -- Time-outs
 
 bool Transfer::idleTimeCounts() const noexcept {
-  return stage_ == Stage::running && !suspended_ && !backedUp_;
+  return stage_ == Stage::running && !suspended_ && !backedUp_ && !handshake_.isAsking();
 }
 
 void Transfer::armTimer() {
   auto deadline = resourceDeadline_;
   if (idleTimeCounts()) deadline = std::min(deadline, lastProgress_ + idleLimit_);
+  if (handshake_.hasNews()) deadline = core_->engine().now();
   core_->engine().timers().set(*this, deadline);
 }
 
@@ -260,7 +267,9 @@ void Transfer::timerFired() noexcept {
     return finish(URLError(URLError::timedOut, "The load took longer than it may in all.",
                            request_->url().redacted()));
   }
+  if (handshake_.hasNews()) return guarded(&Transfer::askHandshake);
   if (redirectBodyFull_ && stage_ == Stage::running) return guarded(&Transfer::askRedirect);
+  if (requestCount_ == 0 && core_->isAsking(origin_)) lastProgress_ = now;
   if (idleTimeCounts() && now >= lastProgress_ + idleLimit_) {
     return finish(
         URLError(URLError::timedOut, "Nothing moved for too long.", request_->url().redacted()));
@@ -274,9 +283,6 @@ void Transfer::challengeAnswered(URLSessionAuthChallengeDisposition disposition,
                                  std::optional<URLCredential> credential) {
   if (stage_ == Stage::asking) return loginAnswered(disposition, std::move(credential));
   handshakeAnswered(disposition, std::move(credential));
-}
-
-void Transfer::handshakeAnswered(URLSessionAuthChallengeDisposition, std::optional<URLCredential>) {
 }
 
 void Transfer::loginAnswered(URLSessionAuthChallengeDisposition, std::optional<URLCredential>) {}
@@ -316,7 +322,7 @@ void Transfer::follow() {
   bodyStarted_ = false;
   heldBack_ = false;
   redirectResponse_.reset();
-  tls_.reset();
+  handshake_.reset();
   endOfBody_.reset();
   redirectBody_.clear();
   redirectBodyFull_ = false;

@@ -2,6 +2,7 @@
 
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/Curl/ContentDecoder.hpp>
+#include <Platform/URLLoading/Curl/Handshake.hpp>
 #include <Platform/URLLoading/Curl/HeadParser.hpp>
 #include <Platform/URLLoading/Curl/Origin.hpp>
 #include <Platform/URLLoading/Curl/RequestOptions.hpp>
@@ -23,7 +24,6 @@ namespace tarn::detail {
 
 class CurlTask;
 class SessionCore;
-struct TLSRecord;
 
 /// A task under way, from its first resume() to its end: waits for a connection, drives libcurl,
 /// follows redirects.
@@ -92,6 +92,9 @@ class Transfer final : private Timer {
   void unpause();
 
   std::size_t holdRedirectBody(const std::uint8_t* bytes, std::size_t size);
+  std::optional<Origin> secureProxy() const;
+  void askHandshake();
+  void repeatHandshake();
   void handshakeAnswered(URLSessionAuthChallengeDisposition disposition,
                          std::optional<URLCredential> credential);
   void loginAnswered(URLSessionAuthChallengeDisposition disposition,
@@ -143,7 +146,7 @@ class Transfer final : private Timer {
   std::shared_ptr<const HTTPURLResponse> redirectResponse_;
   std::string redirectBody_;  // as it came, should the delegate want it
   bool redirectBodyFull_ = false;
-  std::shared_ptr<TLSRecord> tls_;              // of the connection opened for this transfer
+  Handshake handshake_;
   std::shared_ptr<const TLSRecord> endOfBody_;  // of the connection whose end is that of the body
   std::optional<URLError> refusal_;             // why a callback of ours made libcurl stop
   std::optional<URLError> outcome_;             // of libcurl's part

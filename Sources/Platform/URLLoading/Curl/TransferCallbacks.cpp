@@ -16,6 +16,20 @@ namespace {
 // asked.
 constexpr std::size_t mostRedirectBody = 256 * 1024;
 
+long oldestVersion(TLSProtocolVersion version) noexcept {
+  switch (version) {
+    case TLSProtocolVersion::TLSv10:
+      return CURL_SSLVERSION_TLSv1_0;
+    case TLSProtocolVersion::TLSv11:
+      return CURL_SSLVERSION_TLSv1_1;
+    case TLSProtocolVersion::TLSv12:
+      return CURL_SSLVERSION_TLSv1_2;
+    case TLSProtocolVersion::TLSv13:
+      break;
+  }
+  return CURL_SSLVERSION_TLSv1_3;
+}
+
 }  // namespace
 
 /// The C functions: none lets an exception through, what is thrown fails the transfer.
@@ -101,7 +115,15 @@ void Transfer::configure(CURL* easy) {
   }
   setOption(easy, CURLOPT_PREREQFUNCTION, &TransferCallbacks::beforeRequest);
   setOption(easy, CURLOPT_PREREQDATA, static_cast<void*>(this));
-  if (origin_.secure) {
+  const bool proxyIsSecure = secureProxy().has_value();
+  if (origin_.secure || proxyIsSecure) {
+    const long oldest = oldestVersion(core_->configuration().tlsMinimumSupportedProtocolVersion);
+    setOption(easy, CURLOPT_SSLVERSION, oldest);
+    if (proxyIsSecure) {
+      setOption(easy, CURLOPT_PROXY_SSLVERSION, oldest);
+      setOption(easy, CURLOPT_PROXY_CAINFO, static_cast<const char*>(nullptr));
+      setOption(easy, CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
+    }
     setOption(easy, CURLOPT_SSL_CTX_FUNCTION, &TransferCallbacks::sslContext);
     setOption(easy, CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
   }
@@ -240,12 +262,6 @@ int Transfer::requestStarts() {
   refusal_ = error(URLError::networkConnectionLost,
                    "The connection was lost, and the request must not be sent again.");
   return CURL_PREREQFUNC_ABORT;
-}
-
-CURLcode Transfer::prepareTLS(void* context) {
-  tls_ = std::make_shared<TLSRecord>();
-  tls_->host = origin_.host;
-  return configureTLSContext(context, tls_) ? CURLE_OK : CURLE_OUT_OF_MEMORY;
 }
 
 curl_socket_t Transfer::openSocket(const curl_sockaddr& address) {
