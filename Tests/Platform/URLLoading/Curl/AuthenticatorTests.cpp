@@ -793,6 +793,7 @@ TEST(ProxyLogin, GoesWithTheRequestForATunnelOnly) {
 }
 
 TEST(ProxyLogin, WhatAProxySaysOfATunnelIsNoAnswer) {
+  trustedAuthority();  // the handshake begins
   ScriptedServer proxy;
   proxy.setHandler([](const ReceivedRequest&) {
     return Script().send("HTTP/1.1 200 Here you are\r\nX-Own: 1\r\n\r\n").close();
