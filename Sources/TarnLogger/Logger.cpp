@@ -1,3 +1,4 @@
+#include <Platform/Types/Detail/UserInformation.hpp>
 #include <Platform/Types/FatalError.hpp>
 #include <TarnLogger/ErrorLoggable.hpp>
 #include <TarnLogger/Logger.hpp>
@@ -66,6 +67,15 @@ class Sinks {
   std::shared_ptr<LogSink> default_;
 };
 
+// Names and passwords that are part of an address do not get into a log, whoever logs it.
+LogDetails redacted(LogDetails details) {
+  for (auto& [name, value] : details) {
+    auto text = detail::withoutUserInformation(value.description());
+    if (text != value.description()) value = std::move(text);
+  }
+  return details;
+}
+
 void emit(LogLevel level, const std::string& subsystem, std::string_view message,
           LogDetails&& details, std::string_view category, SourceLocation location) noexcept {
   try {
@@ -75,8 +85,8 @@ void emit(LogLevel level, const std::string& subsystem, std::string_view message
     const LogEntry entry{level,
                          subsystem,
                          std::string(category),
-                         std::string(message),
-                         std::move(details),
+                         detail::withoutUserInformation(message),
+                         redacted(std::move(details)),
                          location,
                          std::chrono::system_clock::now()};
     for (const auto& sink : *sinks) {

@@ -1,3 +1,4 @@
+#include <Platform/Types/Detail/UserInformation.hpp>
 #include <Platform/Types/FatalError.hpp>
 
 #include <atomic>
@@ -34,7 +35,8 @@ void fatalError(std::string_view message, SourceLocation location) noexcept {
 void reportUncaughtError(const Error& error, std::string_view where) noexcept try {
   if (const auto hook = uncaughtErrorHook.load()) return hook(error, where);
   const std::string line = "Uncaught error in " + std::string(where) + ": " + error.domain() +
-                           " (" + std::to_string(error.code()) + "): " + error.message() + "\n";
+                           " (" + std::to_string(error.code()) +
+                           "): " + detail::withoutUserInformation(error.message()) + "\n";
   std::fputs(line.c_str(), stderr);
 } catch (...) {
   std::fputs("Uncaught error that could not be reported\n", stderr);

@@ -69,6 +69,13 @@ TEST_F(FatalErrorTests, UncaughtErrorIsOneLineOnStderr) {
             "Uncaught error in a completion: std.runtime_error (1): callback failed\n");
 }
 
+TEST_F(FatalErrorTests, UncaughtErrorsTellNoUserInformation) {
+  testing::internal::CaptureStderr();
+  reportUncaughtError(std::runtime_error("http://ann:secret@h/ is down"), "a completion");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Uncaught error in a completion: std.runtime_error (1): http://h/ is down\n");
+}
+
 TEST_F(FatalErrorTests, UncaughtErrorHookReplacesStderr) {
   reported.clear();
   setUncaughtErrorHook([](const Error& error, std::string_view where) {

@@ -26,6 +26,7 @@ struct TaskRecord {
   Data body;
   int dataEvents = 0;
   std::vector<std::pair<int, std::string>> redirects;  // status, then the address offered
+  std::vector<URLAuthenticationChallenge> challenges;  // of the task, not of its connection
   int completions = 0;
   std::vector<std::array<std::int64_t, 3>> writes;   // as didWriteData was told
   std::vector<std::array<std::int64_t, 2>> resumes;  // as didResume was told
@@ -46,6 +47,9 @@ class RecordingDelegate : public URLSessionDelegate {
   // Set before the first task starts; each runs on the delegate queue.
   std::function<void(URLSessionTask&, URLRequest, const RedirectAnswer&)> onRedirect;
   std::function<void(const URLAuthenticationChallenge&, const URLChallengeHandler&)> onChallenge;
+  std::function<void(URLSessionTask&, const URLAuthenticationChallenge&,
+                     const URLChallengeHandler&)>
+      onTaskChallenge;
   std::function<void(URLSessionTask&, const Data&)> onData;
   std::function<void(URLSessionDownloadTask&)> onWrite;
   std::function<void(URLSessionDownloadTask&, const std::string& path)> onFile;
@@ -79,6 +83,21 @@ class RecordingDelegate : public URLSessionDelegate {
           onRedirect(task, newRequest, answer);
         } else {
           answer(newRequest);
+        }
+      };
+    });
+  }
+
+  void didReceiveTaskChallenge(URLSession& session, URLSessionTask& task,
+                               const URLAuthenticationChallenge& challenge,
+                               URLChallengeHandler answer) override {
+    told(task, [&](TaskRecord& record) {
+      record.challenges.push_back(challenge);
+      return [&] {
+        if (onTaskChallenge) {
+          onTaskChallenge(task, challenge, answer);
+        } else {
+          URLSessionDelegate::didReceiveTaskChallenge(session, task, challenge, answer);
         }
       };
     });
@@ -171,6 +190,9 @@ class RecordingDelegate : public URLSessionDelegate {
   /// Of connections.
   [[nodiscard]] bool waitForChallenges(std::size_t count) {
     return waitUntil([&] { return challenges_.size() >= count; });
+  }
+  [[nodiscard]] bool waitForChallenges(std::int64_t task, std::size_t count) {
+    return waitUntil([&] { return records_[task].challenges.size() >= count; });
   }
   [[nodiscard]] bool waitForInvalid() {
     return waitUntil([&] { return invalidations_ > 0; });

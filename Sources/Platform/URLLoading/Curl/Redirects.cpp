@@ -24,13 +24,20 @@ std::string_view schemeOf(std::string_view reference) noexcept {
   return reference.substr(0, end);
 }
 
-// libcurl resolves as browsers do: spaces and non-ASCII bytes are encoded instead of refused.
+// libcurl would make a "+" of a space in a query, which only a form means by it.
+std::string withoutSpaces(std::string_view location) {
+  std::string result;
+  for (const char c : location) c == ' ' ? result.append("%20") : result.append(1, c);
+  return result;
+}
+
+// libcurl resolves as browsers do: non-ASCII bytes are encoded instead of refused.
 std::optional<URL> resolve(const URL& base, const std::string& location) {
   const std::unique_ptr<CURLU, CurlFree> url(curl_url());
   if (!url || curl_url_set(url.get(), CURLUPART_URL, base.absoluteString().c_str(), 0) != CURLUE_OK)
     return std::nullopt;
-  if (curl_url_set(url.get(), CURLUPART_URL, location.c_str(),
-                   CURLU_URLENCODE | CURLU_ALLOW_SPACE) != CURLUE_OK)
+  if (curl_url_set(url.get(), CURLUPART_URL, withoutSpaces(location).c_str(), CURLU_URLENCODE) !=
+      CURLUE_OK)
     return std::nullopt;
   curl_url_set(url.get(), CURLUPART_USER, nullptr, 0);
   curl_url_set(url.get(), CURLUPART_PASSWORD, nullptr, 0);

@@ -46,11 +46,13 @@ void setMethod(CURL* easy, const URLRequest& request, const RequestBody* body) {
 
 }  // namespace
 
-HeaderLines headerLines(const URLRequest& request, const RequestBody* body) {
+HeaderLines headerLines(const URLRequest& request, const RequestBody* body,
+                        const std::string& authorization) {
   HeaderLines lines;
   std::string line;
   for (const auto& [name, value] : request.allHTTPHeaderFields()) {
     if (belongsToEngine(name) || equalsIgnoringCase(name, "Cookie")) continue;
+    if (!authorization.empty() && equalsIgnoringCase(name, "Authorization")) continue;
     line = name;
     // libcurl's notation for a field without a value; with a colon it would mean "leave this field
     // out".
@@ -58,6 +60,7 @@ HeaderLines headerLines(const URLRequest& request, const RequestBody* body) {
     if (line.back() == ' ') line.append(value);
     append(lines, line.c_str());
   }
+  if (!authorization.empty()) append(lines, ("Authorization: " + authorization).c_str());
   if (!request.value("Accept")) append(lines, "Accept:");
   if (body != nullptr || expectsBody(request.httpMethod())) {
     append(lines, "Expect:");
@@ -81,7 +84,6 @@ void setRequestOptions(CURL* easy, const URLRequest& request, const RequestBody*
   // Both are always set, or libcurl would read the environment for each transfer.
   setOption(easy, CURLOPT_PROXY, (origin.secure ? proxies.https : proxies.http).c_str());
   setOption(easy, CURLOPT_NOPROXY, proxies.exceptions.c_str());
-  setOption(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   setOption(easy, CURLOPT_COOKIEFILE, "");
   // Not as a header field: this way it shares one with the session's own cookies.
   if (const auto cookie = request.value("Cookie")) {

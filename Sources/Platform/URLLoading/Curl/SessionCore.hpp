@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/URLLoading/Curl/CredentialStore.hpp>
 #include <Platform/URLLoading/Curl/Engine.hpp>
 #include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
@@ -61,6 +62,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   static int socketClosed(void* self, curl_socket_t socket) noexcept;
 
   CURLSH* cookies() const noexcept { return cookies_; }
+  CredentialStore& credentials() noexcept { return credentials_; }
   const ProxySettings& proxies() const noexcept { return proxies_; }
   const URLSessionConfiguration& configuration() const noexcept { return configuration_; }
 
@@ -87,6 +89,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   const ProxySettings proxies_;
   CURLM* multi_ = nullptr;
   CURLSH* cookies_ = nullptr;
+  CredentialStore credentials_;
   HostQueues queues_;
   std::vector<PlainSocket> plainSockets_;
   std::vector<const Transfer*> asking_;

@@ -37,12 +37,6 @@ Clock::duration resourceLimit(const URLSessionConfiguration& configuration) noex
   return clamped(isUsable(limit) ? limit : fallback);
 }
 
-std::optional<std::pair<std::string, std::string>> credentialsOf(const URL& url) {
-  auto user = url.user();
-  if (!user) return std::nullopt;
-  return std::pair(std::move(*user), url.password().value_or(""));
-}
-
 }  // namespace
 
 Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core)
@@ -52,6 +46,7 @@ Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> 
       resourceDeadline_(core_->engine().now() + resourceLimit(core_->configuration())),
       request_(&task_->originalRequest()),
       bodyFile_(task_->bodyFile()),
+      authenticator_(core_->credentials()),
       lastProgress_(core_->engine().now()),
       handshake_(core_->engine(), *this) {}
 
@@ -64,7 +59,7 @@ Transfer::~Transfer() {
 
 void Transfer::begin(std::optional<URLRequest> first) {
   if (first) setRequest(std::move(*first));
-  credentials_ = credentialsOf(request_->url());
+  authenticator_.enter(request_->url(), core_->proxies());
   guarded(&Transfer::enterQueue);
 }
 
@@ -144,6 +139,7 @@ void Transfer::guarded(void (Transfer::*action)()) noexcept {
 void Transfer::transferEnded(CURLcode result) noexcept {
   try {
     outcome_ = failureOf(result);
+    if (outcome_ && !held_) holdRefusedTunnel();
   } catch (const std::exception& failure) {
     outcome_.emplace(URLError::unknown, failure.what());
   }
@@ -153,9 +149,9 @@ void Transfer::transferEnded(CURLcode result) noexcept {
     if (!handshake_.isAsking()) guarded(&Transfer::repeatHandshake);
     return;
   }
-  // A redirect is known by its head: whether its body, which nobody may want, came whole does not
-  // matter.
-  guarded(redirectResponse_ ? &Transfer::askRedirect : &Transfer::conclude);
+  // A held answer is known by its head: whether its body, which nobody may want, came whole does
+  // not matter.
+  guarded(held_ ? &Transfer::askAboutHeld : &Transfer::conclude);
 }
 
 void Transfer::conclude() {
@@ -268,7 +264,7 @@ void Transfer::timerFired() noexcept {
                            request_->url().redacted()));
   }
   if (handshake_.hasNews()) return guarded(&Transfer::askHandshake);
-  if (redirectBodyFull_ && stage_ == Stage::running) return guarded(&Transfer::askRedirect);
+  if (heldBodyFull_ && stage_ == Stage::running) return guarded(&Transfer::askAboutHeld);
   if (requestCount_ == 0 && core_->isAsking(origin_)) lastProgress_ = now;
   if (idleTimeCounts() && now >= lastProgress_ + idleLimit_) {
     return finish(
@@ -285,47 +281,89 @@ void Transfer::challengeAnswered(URLSessionAuthChallengeDisposition disposition,
   handshakeAnswered(disposition, std::move(credential));
 }
 
-void Transfer::loginAnswered(URLSessionAuthChallengeDisposition, std::optional<URLCredential>) {}
+void Transfer::loginAnswered(URLSessionAuthChallengeDisposition disposition,
+                             std::optional<URLCredential> credential) {
+  if (disposition == URLSessionAuthChallengeDisposition::cancelAuthenticationChallenge) {
+    return finish(error(URLError::cancelled, "The challenge was cancelled."));
+  }
+  guarded(authenticator_.take(disposition, credential) ? &Transfer::sendAgain
+                                                       : &Transfer::takeHeld);
+}
+
+// A proxy that wants to know who asks before it makes a tunnel does not let libcurl get to an
+// answer.
+void Transfer::holdRefusedTunnel() {
+  long status = 0;
+  curl_easy_getinfo(easy_.get(), CURLINFO_HTTP_CONNECTCODE, &status);
+  if (status != 407) return;
+  HTTPHeaderFields fields;
+  curl_header* field = nullptr;
+  while ((field = curl_easy_nextheader(easy_.get(), CURLH_CONNECT, -1, field)) != nullptr) {
+    fields.add(field->name, field->value);
+  }
+  auto response =
+      std::make_shared<const HTTPURLResponse>(request_->url(), 407, "HTTP/1.1", std::move(fields));
+  challenged_ = authenticator_.isChallenge(*response, true);
+  if (challenged_) held_ = std::move(response);
+}
+
+void Transfer::askLogin() {
+  auto question = authenticator_.question(held_);
+  if (!question) return sendAgain();
+  stage_ = Stage::asking;
+  task_->askChallenge(std::move(*question), false);
+  armTimer();
+}
 
 // -- Redirects
 
-void Transfer::askRedirect() {
+void Transfer::askAboutHeld() {
   if (answer_) return follow();
+  if (challenged_) return askLogin();
+  askRedirect();
+}
+
+void Transfer::askRedirect() {
   if (++redirectCount_ > mostRedirects) {
     return finish(error(URLError::httpTooManyRedirects, "Too many redirects."));
   }
-  auto next = redirectedRequest(*request_, *redirectResponse_);
+  auto next = redirectedRequest(*request_, *held_);
   if (auto* impossible = std::get_if<URLError>(&next)) return finish(std::move(*impossible));
   auto& request = std::get<URLRequest>(next);
   // A body and its method go together.
   if (request.httpMethod() != request_->httpMethod()) bodyFile_ = nullptr;
   stage_ = Stage::asking;
-  task_->askRedirect(redirectResponse_, std::move(request));
+  task_->askRedirect(held_, std::move(request));
   armTimer();
 }
 
 void Transfer::redirectAnswered(std::optional<URLRequest> request) {
   if (stage_ != Stage::asking) return;
   answer_ = std::move(request);
-  guarded(answer_ ? &Transfer::follow : &Transfer::takeRedirectAsAnswer);
+  guarded(answer_ ? &Transfer::follow : &Transfer::takeHeld);
 }
 
 void Transfer::follow() {
   leaveConnection();
   URLRequest next = std::move(*std::exchange(answer_, std::nullopt));
-  // The application may have put a name and password of its own into the address.
-  auto credentials = credentialsOf(next.url());
-  if (credentials || Origin::of(next.url()) != origin_) credentials_ = std::move(credentials);
+  authenticator_.enter(next.url(), core_->proxies());
   setRequest(std::move(next));
+  sendAgain();
+}
+
+void Transfer::sendAgain() {
+  leaveConnection();
   requestCount_ = 0;
+  connecting_ = false;
   head_ = HeadParser();
   bodyStarted_ = false;
   heldBack_ = false;
-  redirectResponse_.reset();
+  held_.reset();
+  challenged_ = false;
   handshake_.reset();
   endOfBody_.reset();
-  redirectBody_.clear();
-  redirectBodyFull_ = false;
+  heldBody_.clear();
+  heldBodyFull_ = false;
   decoder_.reset();
   decoderDry_ = true;
   bytesToCome_ = -1;
@@ -335,11 +373,12 @@ void Transfer::follow() {
   enterQueue();
 }
 
-void Transfer::takeRedirectAsAnswer() {
+void Transfer::takeHeld() {
   stage_ = Stage::running;
+  if (!head_.complete()) return conclude();  // what a proxy says of a tunnel is no answer
   lastProgress_ = core_->engine().now();
-  const auto body = std::exchange(redirectBody_, {});
-  publishResponse(std::exchange(redirectResponse_, nullptr));
+  const auto body = std::exchange(heldBody_, {});
+  publishResponse(std::exchange(held_, nullptr));
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(body.data());
   if (!body.empty() && !deliverBody(bytes, body.size())) {
     return finish(std::move(refusal_));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/Types/URLError.hpp>
+#include <Platform/URLLoading/Curl/Authenticator.hpp>
 #include <Platform/URLLoading/Curl/ContentDecoder.hpp>
 #include <Platform/URLLoading/Curl/Handshake.hpp>
 #include <Platform/URLLoading/Curl/HeadParser.hpp>
@@ -18,7 +19,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 
 namespace tarn::detail {
 
@@ -58,8 +58,9 @@ class Transfer final : private Timer {
  private:
   friend struct TransferCallbacks;
 
-  /// queued: waits for a slot. running: libcurl has it. asking: the delegate decides on a redirect.
-  /// draining: libcurl is done, the decoder still holds more than the delegate has room for.
+  /// queued: waits for a slot. running: libcurl has it. asking: the delegate decides what becomes
+  /// of the held answer. draining: libcurl is done, the decoder still holds more than the delegate
+  /// has room for.
   enum class Stage { queued, running, asking, draining };
 
   void enterQueue();
@@ -91,7 +92,7 @@ class Transfer final : private Timer {
   void readOn();
   void unpause();
 
-  std::size_t holdRedirectBody(const std::uint8_t* bytes, std::size_t size);
+  std::size_t holdBody(const std::uint8_t* bytes, std::size_t size);
   std::optional<Origin> secureProxy() const;
   void askHandshake();
   void repeatHandshake();
@@ -100,9 +101,13 @@ class Transfer final : private Timer {
   void loginAnswered(URLSessionAuthChallengeDisposition disposition,
                      std::optional<URLCredential> credential);
 
+  void holdRefusedTunnel();
+  void askAboutHeld();
+  void askLogin();
   void askRedirect();
   void follow();
-  void takeRedirectAsAnswer();
+  void sendAgain();
+  void takeHeld();
 
   std::optional<URLError> failureOf(CURLcode result);
   URLError error(std::int32_t code, std::string detail) const;
@@ -119,7 +124,7 @@ class Transfer final : private Timer {
   const URLRequest* request_;             // the one on its way
   const URL* bodyFile_;                   // the task's, as long as it is to be sent
   Origin origin_;
-  std::optional<std::pair<std::string, std::string>> credentials_;  // of the address
+  Authenticator authenticator_;
 
   Stage stage_ = Stage::queued;
   bool hasSlot_ = false;
@@ -138,14 +143,16 @@ class Transfer final : private Timer {
   std::int64_t bodyOffset_ = 0;
   curl_off_t bytesSent_ = 0;
   int requestCount_ = 0;
+  bool connecting_ = false;  // what comes now is a proxy's answer to CONNECT
   HeadParser head_;
   std::int64_t bytesToCome_ = -1;
   bool bodyStarted_ = false;
   std::unique_ptr<ContentDecoder> decoder_;
-  bool decoderDry_ = true;  // it has given all that its input holds
-  std::shared_ptr<const HTTPURLResponse> redirectResponse_;
-  std::string redirectBody_;  // as it came, should the delegate want it
-  bool redirectBodyFull_ = false;
+  bool decoderDry_ = true;                       // it has given all that its input holds
+  std::shared_ptr<const HTTPURLResponse> held_;  // an answer that may not be the outcome
+  std::string heldBody_;                         // as it came, should it be after all
+  bool heldBodyFull_ = false;
+  bool challenged_ = false;  // the held answer asks for a name and password
   Handshake handshake_;
   std::shared_ptr<const TLSRecord> endOfBody_;  // of the connection whose end is that of the body
   std::optional<URLError> refusal_;             // why a callback of ours made libcurl stop

@@ -12,9 +12,8 @@ namespace tarn::detail {
 
 namespace {
 
-// So much of a redirecting answer's body is kept for a delegate that may want it, before it is
-// asked.
-constexpr std::size_t mostRedirectBody = 256 * 1024;
+// So much of a held answer's body is kept for a delegate that may want it, before it is asked.
+constexpr std::size_t mostHeldBody = 256 * 1024;
 
 long oldestVersion(TLSProtocolVersion version) noexcept {
   switch (version) {
@@ -85,13 +84,11 @@ struct TransferCallbacks {
 
 void Transfer::configure(CURL* easy) {
   setRequestOptions(easy, *request_, body_.get(), origin_, core_->proxies());
-  headerLines_ = detail::headerLines(*request_, body_.get());
+  headerLines_ =
+      detail::headerLines(*request_, body_.get(), authenticator_.authorization(*request_));
   setOption(easy, CURLOPT_HTTPHEADER, headerLines_.get());
   setOption(easy, CURLOPT_SHARE, core_->cookies());
-  if (credentials_) {
-    setOption(easy, CURLOPT_USERNAME, credentials_->first.c_str());
-    setOption(easy, CURLOPT_PASSWORD, credentials_->second.c_str());
-  }
+  authenticator_.configure(easy, *request_);
   curlText_[0] = '\0';
   setOption(easy, CURLOPT_ERRORBUFFER, curlText_.data());
   setOption(easy, CURLOPT_PRIVATE, static_cast<void*>(this));
@@ -136,6 +133,7 @@ std::size_t Transfer::headLines(std::string_view text) {
   const std::size_t size = text.size();
   if (discarding_) return size;
   progressed();
+  if (connecting_) return size;
   while (!text.empty()) {
     const auto end = std::min(text.find('\n'), text.size() - 1) + 1;
     const auto event = head_.line(text.substr(0, end));
@@ -160,9 +158,10 @@ void Transfer::answerArrived() {
   }
   const bool redirect = isRedirect(head_.statusCode(), head_.fields());
   auto response = makeResponse(length);
-  if (!redirect) answer_ = task_->requestInstead(*response);
-  if (redirect || answer_) {
-    redirectResponse_ = std::move(response);
+  challenged_ = authenticator_.isChallenge(*response, false);
+  if (!redirect && !challenged_) answer_ = task_->requestInstead(*response);
+  if (redirect || challenged_ || answer_) {
+    held_ = std::move(response);
   } else {
     publishResponse(std::move(response));
   }
@@ -193,19 +192,20 @@ std::size_t Transfer::bodyPart(const std::uint8_t* bytes, std::size_t size) {
 std::size_t Transfer::takeBodyPart(const std::uint8_t* bytes, std::size_t size) {
   if (suspended_) return CURL_WRITEFUNC_PAUSE;
   progressed();
-  if (redirectResponse_) return holdRedirectBody(bytes, size);
+  if (held_) return holdBody(bytes, size);
   if (!decoderDry_ || !hasRoom()) return CURL_WRITEFUNC_PAUSE;
   return deliverBody(bytes, size) ? size : CURL_WRITEFUNC_ERROR;
 }
 
-std::size_t Transfer::holdRedirectBody(const std::uint8_t* bytes, std::size_t size) {
-  if (redirectBody_.size() + size > mostRedirectBody) {
+std::size_t Transfer::holdBody(const std::uint8_t* bytes, std::size_t size) {
+  if (heldBody_.size() + size > mostHeldBody) {
     // Too long to wait for its end: the delegate is asked as soon as libcurl has returned.
-    redirectBodyFull_ = true;
+    heldBodyFull_ = true;
     core_->engine().timers().set(*this, core_->engine().now());
     return CURL_WRITEFUNC_PAUSE;
   }
-  redirectBody_.append(reinterpret_cast<const char*>(bytes), size);
+  bodyStarted_ = true;
+  heldBody_.append(reinterpret_cast<const char*>(bytes), size);
   return size;
 }
 
@@ -258,6 +258,7 @@ int Transfer::seekBody(curl_off_t offset) noexcept {
 // libcurl sends a request again when a kept-alive connection turns out to be dead.
 int Transfer::requestStarts() {
   progressed();  // a connection stands
+  connecting_ = false;
   if (++requestCount_ == 1 || request_->allowsResend()) return CURL_PREREQFUNC_OK;
   refusal_ = error(URLError::networkConnectionLost,
                    "The connection was lost, and the request must not be sent again.");
@@ -267,6 +268,7 @@ int Transfer::requestStarts() {
 curl_socket_t Transfer::openSocket(const curl_sockaddr& address) {
   const int socket = ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
   if (socket >= 0) core_->socketOpened(socket, *this);
+  connecting_ = true;
   return socket;
 }
 
