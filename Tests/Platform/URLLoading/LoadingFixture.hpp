@@ -27,6 +27,7 @@ struct TaskRecord {
   int dataEvents = 0;
   std::vector<std::pair<int, std::string>> redirects;  // status, then the address offered
   int completions = 0;
+  int waits = 0;                                     // as taskIsWaitingForConnectivity was told
   std::vector<std::array<std::int64_t, 3>> writes;   // as didWriteData was told
   std::vector<std::array<std::int64_t, 2>> resumes;  // as didResume was told
   std::vector<std::string> files;                    // locations
@@ -54,6 +55,13 @@ class RecordingDelegate : public URLSessionDelegate {
     const std::lock_guard lock(mutex_);
     ++invalidations_;
     changed_.notify_all();
+  }
+
+  void taskIsWaitingForConnectivity(URLSession&, URLSessionTask& task) override {
+    told(task, [](TaskRecord& record) {
+      ++record.waits;
+      return [] {};
+    });
   }
 
   void willPerformHTTPRedirection(URLSession&, URLSessionTask& task,
@@ -154,6 +162,9 @@ class RecordingDelegate : public URLSessionDelegate {
   }
   [[nodiscard]] bool waitForRedirects(std::int64_t task, std::size_t count) {
     return waitUntil([&] { return records_[task].redirects.size() >= count; });
+  }
+  [[nodiscard]] bool waitForWait(std::int64_t task) {
+    return waitUntil([&] { return records_[task].waits > 0; });
   }
   [[nodiscard]] bool waitForInvalid() {
     return waitUntil([&] { return invalidations_ > 0; });

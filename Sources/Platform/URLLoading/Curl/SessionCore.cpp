@@ -16,13 +16,15 @@ constexpr long mostIdleConnections = 64;
 
 }  // namespace
 
-SessionCore::SessionCore(Engine& engine, const URLSessionConfiguration& configuration,
-                         ProxySettings proxies)
+SessionCore::SessionCore(Engine& engine, const URLSessionConfiguration& configuration)
     : engine_(engine),
       configuration_(configuration),
       connectionsPerHost_(std::max(1, configuration.httpMaximumConnectionsPerHost)),
-      proxies_(std::move(proxies)),
-      queues_(connectionsPerHost_) {}
+      proxies_(ProxySettings::of(configuration)),
+      resolverLines_(resolverLines(configuration.resolverOverrides)),
+      queues_(connectionsPerHost_) {
+  checkConfiguration(configuration);
+}
 
 SessionCore::~SessionCore() = default;
 
@@ -48,6 +50,21 @@ void SessionCore::close() noexcept {
   if (cookies_ != nullptr) curl_share_cleanup(cookies_);
   cookies_ = nullptr;
   engine_.forget(*this);
+}
+
+void SessionCore::setOptions(CURL* easy, const Origin& origin) const {
+  if (configuration_.httpShouldSetCookies) {
+    setOption(easy, CURLOPT_SHARE, cookies_);
+    setOption(easy, CURLOPT_COOKIEFILE, "");
+  }
+  if (resolverLines_) setOption(easy, CURLOPT_RESOLVE, resolverLines_.get());
+  if (configuration_.unixDomainSocketPath) {
+    setOption(easy, CURLOPT_UNIX_SOCKET_PATH, configuration_.unixDomainSocketPath->c_str());
+  }
+  if (origin.secure && !configuration_.allowsHTTP2) {
+    setOption(easy, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+    setOption(easy, CURLOPT_PIPEWAIT, 0L);
+  }
 }
 
 void SessionCore::admit(Transfer& transfer) {

@@ -58,6 +58,7 @@ Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> 
 Transfer::~Transfer() {
   if (stage_ == Stage::queued && !hasSlot_) core_->withdraw(*this);
   leaveConnection();
+  core_->engine().routes().remove(*this);
   core_->engine().timers().remove(*this);
 }
 
@@ -98,6 +99,9 @@ void Transfer::attach() {
   if (!easy) throw std::bad_alloc();
   body_ = RequestBody::of(*request_, bodyFile_);
   bodyOffset_ = 0;
+  routesTried_ = core_->engine().routes().changes();
+  triedAddresses_.clear();
+  withoutRoute_ = false;
   configure(easy.get());
   core_->attach(*this, easy.get());
   easy_ = std::move(easy);
@@ -147,6 +151,9 @@ void Transfer::transferEnded(CURLcode result) noexcept {
   }
   leaveConnection();
   if (stage_ == Stage::asking) return;
+  if (withoutRoute_ && core_->configuration().waitsForConnectivity) {
+    return guarded(&Transfer::waitForRoute);
+  }
   // A redirect is known by its head: whether its body, which nobody may want, came whole does not
   // matter.
   guarded(redirectResponse_ ? &Transfer::askRedirect : &Transfer::conclude);
@@ -194,6 +201,7 @@ std::optional<URLError> Transfer::failureOf(CURLcode result) {
   failure.bodyStarted = bodyStarted_;
   failure.curlText = curlText_.data();
   failure.tls = tls_.get();
+  failure.withoutRoute = withoutRoute_ = lacksRoute(failure);
   return makeError(failure, request_->url().redacted());
 }
 
@@ -314,6 +322,7 @@ void Transfer::follow() {
   requestCount_ = 0;
   head_ = HeadParser();
   bodyStarted_ = false;
+  bodyBytes_ = 0;
   heldBack_ = false;
   redirectResponse_.reset();
   tls_.reset();
