@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <limits>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -255,6 +256,8 @@ void Engine::watch(int socket, std::uint32_t events, SocketOwner& owner) {
   if (watch.owner == &owner && watch.events == events) return;
   if (watch.owner != &owner) ++watch.generation;
   const bool known = watch.owner != nullptr;
+  // One that libcurl opened by itself, to hear of the end of a name's look-up.
+  if (!known && !watch.lingers) fcntl(socket, F_SETFD, FD_CLOEXEC);
   watch.owner = &owner;
   watch.events = events;
   epoll_event event{};

@@ -1,5 +1,6 @@
 #include <Platform/URLLoading/Curl/SessionCore.hpp>
 #include <Platform/URLLoading/Curl/Transfer.hpp>
+#include <Platform/URLLoading/Curl/WakeUpPair.hpp>
 
 #include <algorithm>
 #include <new>
@@ -32,6 +33,7 @@ void SessionCore::open() {
   multi_ = curl_multi_init();
   cookies_ = curl_share_init();
   if (multi_ == nullptr || cookies_ == nullptr) throw std::bad_alloc();
+  closeWakeUpPairOnExec(multi_);
   // Only this thread uses the share: it needs no lock functions.
   curl_share_setopt(cookies_, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, onSocket);
