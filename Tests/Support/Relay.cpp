@@ -88,13 +88,13 @@ std::string negotiateSocks5(int client) {
   return host + port;
 }
 
-// False when the sender has ended.
-bool pass(int from, int to) {
+// None when the sender has ended.
+std::size_t pass(int from, int to) {
   std::array<char, 16384> buffer;
   const auto count = ::recv(from, buffer.data(), buffer.size(), 0);
-  if (count <= 0) return false;
+  if (count <= 0) return 0;
   send(to, std::string_view(buffer.data(), static_cast<std::size_t>(count)));
-  return true;
+  return static_cast<std::size_t>(count);
 }
 
 }  // namespace
@@ -190,8 +190,12 @@ void Relay::serve(int client) {
     std::array<pollfd, 2> ends{pollfd{client, POLLIN, 0}, pollfd{server, POLLIN, 0}};
     bool open = true;
     while (open && ::poll(ends.data(), ends.size(), -1) > 0) {
-      if (ends[0].revents != 0) open = pass(client, server);
-      if (open && ends[1].revents != 0) open = pass(server, client);
+      if (ends[0].revents != 0) open = pass(client, server) > 0;
+      if (open && ends[1].revents != 0) {
+        const auto passed = pass(server, client);
+        bytesToClients_ += passed;
+        open = passed > 0;
+      }
     }
   }
   ::shutdown(client, SHUT_RDWR);

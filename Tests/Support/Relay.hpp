@@ -29,6 +29,8 @@ class Relay {
   std::string url(std::string_view scheme) const;
   /// Where the clients wanted to go: "host:port", in order of arrival; empty without a protocol.
   std::vector<std::string> wanted() const;
+  /// What clients were sent in all.
+  std::size_t bytesToClients() const { return bytesToClients_; }
 
  private:
   void start();
@@ -43,6 +45,7 @@ class Relay {
   mutable std::mutex mutex_;
   std::vector<std::string> wanted_;
   std::atomic<bool> ending_{false};
+  std::atomic<std::size_t> bytesToClients_{0};
   std::vector<int> sockets_;  // closed at the end
   std::list<std::thread> connections_;
   std::thread acceptor_;

@@ -1,8 +1,11 @@
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/LoadingFixture.hpp>
 #include <Support/Compression.hpp>
+#include <Support/Eventually.hpp>
 #include <Support/NginxServer.hpp>
+#include <Support/Ports.hpp>
 #include <Support/Relay.hpp>
+#include <Support/System.hpp>
 
 #include <gtest/gtest.h>
 
@@ -205,6 +208,21 @@ TEST(Proxies, OfTheConfigurationReplaceThoseOfTheEnvironment) {
   EXPECT_EQ(proxy.requestCount(), 1u);
 }
 
+TEST(Proxies, ThatDoNotServeAreAFailureOfTheirOwn) {
+  const RefusedPort refused;
+  ScriptedServer nonsense;
+  nonsense.onConnect(Script().awaitInput().send("nonsense, and more of it").close());
+  const auto code = [](const std::string& proxy) {
+    RecordedSession session(by(proxy));
+    return session.load("https://nonexistent.invalid/").code();
+  };
+  const auto address = "://127.0.0.1:" + std::to_string(nonsense.port());
+  EXPECT_EQ(code("socks5" + address), URLError::httpProxyConnectionFailure);
+  EXPECT_EQ(code("socks4a" + address), URLError::httpProxyConnectionFailure);
+  EXPECT_EQ(code("socks5h://127.0.0.1:" + std::to_string(refused.port())),
+            URLError::cannotConnectToHost);
+}
+
 TEST(Proxies, ThatAreNoneAreRefused) {
   for (const char* address :
        {"proxy.example", "proxy.example:3128", "ftp://proxy.example", "http://", "http:///",
@@ -241,6 +259,24 @@ TEST(UnixDomainSocket, TakesThePlaceOfTheHost) {
     EXPECT_EQ(server->request(0).target, "/");
     EXPECT_EQ(server->connectionCount(), 1u);
   }
+}
+
+TEST(UnixDomainSocket, IsNotUsedAgainWithUnaskedBytes) {
+  const std::string evil = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nevil";
+  ScriptedServer server;
+  server.route("/first", Script().respond(200, {}, "first").stall().send(evil));
+  server.route("/second", Script().respond(200, {}, "second"));
+  const TemporaryDirectory directory;
+  const Relay relay(directory.file("socket"), server.port());
+  Configuration configuration;
+  configuration.unixDomainSocketPath = directory.file("socket");
+  RecordedSession session(configuration);
+  EXPECT_EQ(session.load("http://service.invalid/first").text(), "first");
+  ASSERT_TRUE(server.waitForStalls(1));
+  const auto before = relay.bytesToClients();
+  server.releaseStalls();
+  ASSERT_TRUE(eventually([&] { return relay.bytesToClients() == before + evil.size(); }));
+  EXPECT_EQ(session.load("http://service.invalid/second").text(), "second");
 }
 
 TEST(UnixDomainSocket, ThatNobodyListensOnCannotBeConnected) {
@@ -379,6 +415,21 @@ TEST(MaximumResponseBytes, CountsForARedirectThatIsNotFollowed) {
     answer(std::nullopt);
   };
   EXPECT_EQ(session.load(server.url("/")).code(), URLError::dataLengthExceedsMaximum);
+}
+
+TEST(MaximumResponseBytes, HoldsForDownloads) {
+  const TemporaryDirectory files;
+  const ScopedEnvironment variable("TMPDIR", files.path());
+  ScriptedServer server;
+  server.route("/", Script().respondChunked(200, {}, {"not ", "too ", "long?"}));
+  Configuration configuration;
+  configuration.maximumResponseBytes = 12;
+  RecordedSession session(configuration);
+  const auto task = session.start(session->downloadTask(RecordedSession::request(server.url("/"))));
+  const auto loaded = session.finished(task);
+  EXPECT_EQ(loaded.code(), URLError::dataLengthExceedsMaximum);
+  EXPECT_EQ(loaded.record.files.size(), 0u);
+  EXPECT_EQ(fileNames(files.path()), std::vector<std::string>());
 }
 
 TEST(MaximumResponseBytes, OfLessThanNoneAreRefused) {

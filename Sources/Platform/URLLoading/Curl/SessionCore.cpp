@@ -3,6 +3,8 @@
 #include <Platform/URLLoading/Curl/WakeUpPair.hpp>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <new>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -14,6 +16,19 @@ namespace {
 
 // Without it libcurl keeps four for each transfer under way, too few when a burst ends.
 constexpr long mostIdleConnections = 64;
+
+// Whether there were any to read.
+bool dropBytes(int socket) noexcept {
+  constexpr std::size_t everything = 1 << 30;  // dropped in the kernel, nothing is copied
+  if (recv(socket, nullptr, everything, MSG_TRUNC | MSG_DONTWAIT) > 0) return true;
+  if (errno != EFAULT) return false;
+  // A Unix domain socket always copies.
+  constexpr int mostReads = 1024;
+  std::array<char, 4096> buffer;
+  int reads = 0;
+  while (reads < mostReads && recv(socket, buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) ++reads;
+  return reads > 0;
+}
 
 }  // namespace
 
@@ -158,10 +173,7 @@ void SessionCore::dropSurprisedSockets() noexcept {
   for (auto& plain : plainSockets_) {
     if (plain.user != nullptr || plain.checked == engine_.now()) continue;
     plain.checked = engine_.now();
-    constexpr std::size_t everything = 1 << 30;  // dropped in the kernel, nothing is copied
-    if (recv(plain.socket, nullptr, everything, MSG_TRUNC | MSG_DONTWAIT) > 0) {
-      shutdown(plain.socket, SHUT_RDWR);
-    }
+    if (dropBytes(plain.socket)) shutdown(plain.socket, SHUT_RDWR);
   }
 }
 

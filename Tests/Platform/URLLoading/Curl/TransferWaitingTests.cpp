@@ -108,9 +108,9 @@ TEST(WaitingForConnectivity, GoesOnHoweverBusyTheNetworkIs) {
     ASSERT_TRUE(session.delegate().waitForWait(task->taskIdentifier()));
     network.giveAddressBack();
     // Changes that follow each other closely, without end: here until there is an answer.
-    constexpr std::chrono::milliseconds pause{5};
+    constexpr std::chrono::milliseconds pause{1};
     bool answered = false;
-    for (int i = 0; i < 3000 && !answered; ++i) {
+    for (int i = 0; i < 10000 && !answered; ++i) {
       network.addAddress(elsewhere);
       network.removeAddress();
       answered = session.delegate().waitForCompletion(task->taskIdentifier(), pause);
@@ -179,6 +179,14 @@ TEST(WaitingForConnectivity, ListensOnlyWhileSomebodyWaits) {
     EXPECT_EQ(listeners(), 1);
     second->cancel();
     EXPECT_EQ(session.finished(second).code(), URLError::cancelled);
+    EXPECT_EQ(listeners(), 0);
+    // What has a connection does not wait any more.
+    server->route("/", Script().stall());
+    const auto third = session.start(server->url("/"));
+    ASSERT_TRUE(session.delegate().waitForWait(third->taskIdentifier()));
+    EXPECT_EQ(listeners(), 1);
+    network.giveAddressBack();
+    ASSERT_TRUE(server->waitForStalls(1));
     EXPECT_EQ(listeners(), 0);
   });
 }
