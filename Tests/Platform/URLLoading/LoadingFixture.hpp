@@ -28,6 +28,7 @@ struct TaskRecord {
   std::vector<std::pair<int, std::string>> redirects;  // status, then the address offered
   std::vector<URLAuthenticationChallenge> challenges;  // of the task, not of its connection
   int completions = 0;
+  int waits = 0;                                     // as taskIsWaitingForConnectivity was told
   std::vector<std::array<std::int64_t, 3>> writes;   // as didWriteData was told
   std::vector<std::array<std::int64_t, 2>> resumes;  // as didResume was told
   std::vector<std::string> files;                    // locations
@@ -71,6 +72,13 @@ class RecordingDelegate : public URLSessionDelegate {
     }
     if (onChallenge) return onChallenge(challenge, answer);
     URLSessionDelegate::didReceiveChallenge(session, challenge, std::move(answer));
+  }
+
+  void taskIsWaitingForConnectivity(URLSession&, URLSessionTask& task) override {
+    told(task, [](TaskRecord& record) {
+      ++record.waits;
+      return [] {};
+    });
   }
 
   void willPerformHTTPRedirection(URLSession&, URLSessionTask& task,
@@ -193,6 +201,9 @@ class RecordingDelegate : public URLSessionDelegate {
   }
   [[nodiscard]] bool waitForChallenges(std::int64_t task, std::size_t count) {
     return waitUntil([&] { return records_[task].challenges.size() >= count; });
+  }
+  [[nodiscard]] bool waitForWait(std::int64_t task) {
+    return waitUntil([&] { return records_[task].waits > 0; });
   }
   [[nodiscard]] bool waitForInvalid() {
     return waitUntil([&] { return invalidations_ > 0; });

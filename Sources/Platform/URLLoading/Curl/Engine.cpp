@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <limits>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -117,6 +118,7 @@ void Engine::abandonInChild() noexcept {
   engine->stopped_ = true;
   close(engine->epoll_);
   close(engine->wakeUp_);
+  engine->routes_.abandon();
   engine = nullptr;
 }
 
@@ -180,10 +182,10 @@ void Engine::dispatch(std::uint64_t tag, std::uint32_t events) noexcept {
   }
   const auto socket = static_cast<std::uint32_t>(tag);
   const Watch& watch = watches_[socket];
-  if (watch.session == nullptr || watch.ended ||
+  if (watch.owner == nullptr || watch.ended ||
       watch.generation != static_cast<std::uint32_t>(tag >> 32))
     return;
-  watch.session->socketReady(static_cast<int>(socket), events);
+  watch.owner->socketReady(static_cast<int>(socket), events);
 }
 
 void Engine::drainInbox() noexcept {
@@ -243,7 +245,7 @@ void Engine::deliver() noexcept {
   deliveries_.clear();
 }
 
-void Engine::watch(int socket, std::uint32_t events, SessionCore& session) {
+void Engine::watch(int socket, std::uint32_t events, SocketOwner& owner) {
   Watch& watch = watchOf(socket);
   if (events == 0) {
     if (!watch.lingers) return endWatch(socket, watch);
@@ -251,10 +253,12 @@ void Engine::watch(int socket, std::uint32_t events, SessionCore& session) {
     return;
   }
   watch.ended = false;
-  if (watch.session == &session && watch.events == events) return;
-  if (watch.session != &session) ++watch.generation;
-  const bool known = watch.session != nullptr;
-  watch.session = &session;
+  if (watch.owner == &owner && watch.events == events) return;
+  if (watch.owner != &owner) ++watch.generation;
+  const bool known = watch.owner != nullptr;
+  // One that libcurl opened by itself, to hear of the end of a name's look-up.
+  if (!known && !watch.lingers) fcntl(socket, F_SETFD, FD_CLOEXEC);
+  watch.owner = &owner;
   watch.events = events;
   epoll_event event{};
   event.events = events;
@@ -272,6 +276,10 @@ Engine::Watch& Engine::watchOf(int socket) {
   return watches_[index];
 }
 
+void Engine::unwatch(int socket) noexcept {
+  endWatch(socket, watches_[static_cast<std::size_t>(socket)]);
+}
+
 void Engine::endWatch(int socket, Watch& watch) noexcept {
   epoll_ctl(epoll_, EPOLL_CTL_DEL, socket, nullptr);
   watch.clear();
@@ -280,7 +288,7 @@ void Engine::endWatch(int socket, Watch& watch) noexcept {
 void Engine::endWatches() noexcept {
   for (const int socket : endedWatches_) {
     Watch& watch = watches_[static_cast<std::size_t>(socket)];
-    if (watch.ended && watch.session != nullptr) endWatch(socket, watch);
+    if (watch.ended && watch.owner != nullptr) endWatch(socket, watch);
   }
   endedWatches_.clear();
 }
@@ -294,9 +302,9 @@ void Engine::socketClosed(int socket) noexcept {
   watch.lingers = false;
 }
 
-void Engine::forget(const SessionCore& session) noexcept {
+void Engine::forget(const SocketOwner& owner) noexcept {
   for (Watch& watch : watches_) {
-    if (watch.session == &session) watch.clear();
+    if (watch.owner == &owner) watch.clear();
   }
 }
 

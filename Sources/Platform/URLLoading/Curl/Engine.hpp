@@ -2,6 +2,8 @@
 
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Dispatch/UniqueFunction.hpp>
+#include <Platform/URLLoading/Curl/RouteMonitor.hpp>
+#include <Platform/URLLoading/Curl/SocketOwner.hpp>
 #include <Platform/URLLoading/Curl/TimerHeap.hpp>
 
 #include <atomic>
@@ -34,15 +36,17 @@ class Engine {
   /// The time at which this round of the loop began to work.
   Clock::time_point now() const noexcept { return now_; }
   TimerHeap& timers() noexcept { return timers_; }
+  RouteMonitor& routes() noexcept { return routes_; }
 
-  /// Registers interest in a socket for a session; `events` are epoll's, none of them ends it.
-  void watch(int socket, std::uint32_t events, SessionCore& session);
+  /// Registers interest in a socket for its owner; `events` are epoll's, none of them ends it.
+  void watch(int socket, std::uint32_t events, SocketOwner& owner);
+  void unwatch(int socket) noexcept;
   /// Tells of a connection's socket. Its registration then outlives the end of interest until the
   /// round ends: often the next transfer takes the connection over, and nothing has to be changed.
   void socketOpened(int socket);
   void socketClosed(int socket) noexcept;
-  /// Ends every registration of a session.
-  void forget(const SessionCore& session) noexcept;
+  /// Ends every registration of an owner.
+  void forget(const SocketOwner& owner) noexcept;
   /// Has the session look for finished transfers at the end of this round.
   void serveLater(std::shared_ptr<SessionCore> session);
   /// Has the task hand its events over at the end of this round, so that those of a small answer go
@@ -53,7 +57,7 @@ class Engine {
   /// One descriptor's registration. The generation tells a late event for a former owner of the
   /// number.
   struct Watch {
-    SessionCore* session = nullptr;
+    SocketOwner* owner = nullptr;
     std::uint32_t events = 0;
     std::uint32_t generation = 0;
     bool lingers = false;
@@ -61,7 +65,7 @@ class Engine {
 
     void clear() noexcept {
       ++generation;
-      session = nullptr;
+      owner = nullptr;
       events = 0;
       ended = false;
     }
@@ -100,6 +104,7 @@ class Engine {
 
   Clock::time_point now_;
   TimerHeap timers_;
+  RouteMonitor routes_{*this};
   std::vector<Watch> watches_;
   std::vector<int> endedWatches_;
   std::vector<Work> work_;

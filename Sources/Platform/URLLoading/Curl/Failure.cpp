@@ -14,15 +14,7 @@ bool contains(std::string_view text, std::string_view part) noexcept {
 }
 
 std::int32_t connectCode(const Failure& failure) noexcept {
-  switch (failure.systemError) {
-    case ETIMEDOUT:
-      return URLError::timedOut;
-    case ENETUNREACH:
-    case ENETDOWN:
-      return URLError::notConnectedToInternet;
-    default:
-      return URLError::cannotConnectToHost;
-  }
+  return failure.systemError == ETIMEDOUT ? URLError::timedOut : URLError::cannotConnectToHost;
 }
 
 // A server that wants a certificate refuses in several ways, over TLS 1.3 only after the handshake:
@@ -82,6 +74,7 @@ std::string shortText(const Failure& failure, std::int32_t code) {
 }  // namespace
 
 std::int32_t errorCode(const Failure& failure) noexcept {
+  if (failure.withoutRoute) return URLError::notConnectedToInternet;
   switch (failure.curlCode) {
     case CURLE_UNSUPPORTED_PROTOCOL:  // also an answer that is no HTTP/1.x
       return failure.requestSent ? URLError::cannotParseResponse : URLError::unsupportedURL;

@@ -58,23 +58,16 @@ bool turnsIntoGet(int statusCode, const std::string& method) noexcept {
   return (statusCode == 301 || statusCode == 302) && method == "POST";
 }
 
-void removeFields(URLRequest& request, bool (*unwanted)(std::string_view)) {
+void removeFields(URLRequest& request, bool (*unwanted)(std::string_view) noexcept) {
   auto fields = request.allHTTPHeaderFields();
   if (std::erase_if(fields, [unwanted](const auto& field) { return unwanted(field.first); }) > 0) {
     request.setAllHTTPHeaderFields(std::move(fields));
   }
 }
 
-bool describesBody(std::string_view name) {
+bool describesBody(std::string_view name) noexcept {
   return equalsIgnoringCase(name.substr(0, 8), "Content-") ||
          equalsIgnoringCase(name, "Transfer-Encoding");
-}
-
-bool belongsToOrigin(std::string_view name) {
-  constexpr std::array<std::string_view, 4> names{"Authorization", "Cookie", "Host",
-                                                  "Proxy-Authorization"};
-  return std::any_of(names.begin(), names.end(),
-                     [name](auto secret) { return equalsIgnoringCase(name, secret); });
 }
 
 }  // namespace
@@ -92,6 +85,13 @@ bool isRedirect(int statusCode, const HTTPHeaderFields& fields) noexcept {
     default:
       return false;
   }
+}
+
+bool belongsToOrigin(std::string_view name) noexcept {
+  constexpr std::array<std::string_view, 4> names{"Authorization", "Cookie", "Host",
+                                                  "Proxy-Authorization"};
+  return std::any_of(names.begin(), names.end(),
+                     [name](auto secret) { return equalsIgnoringCase(name, secret); });
 }
 
 std::variant<URLRequest, URLError> redirectedRequest(const URLRequest& request,

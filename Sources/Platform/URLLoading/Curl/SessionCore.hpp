@@ -4,6 +4,7 @@
 #include <Platform/URLLoading/Curl/Engine.hpp>
 #include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
+#include <Platform/URLLoading/Curl/SessionOptions.hpp>
 #include <Platform/URLLoading/URLSessionConfiguration.hpp>
 
 #include <curl/curl.h>
@@ -19,9 +20,12 @@ class Transfer;
 ///
 /// One libcurl multi handle a session: connections, and with them what was once trusted, are never
 /// shared between sessions.
-class SessionCore final : public std::enable_shared_from_this<SessionCore>, private Timer {
+class SessionCore final : public std::enable_shared_from_this<SessionCore>,
+                          public SocketOwner,
+                          private Timer {
  public:
-  SessionCore(Engine& engine, const URLSessionConfiguration& configuration, ProxySettings proxies);
+  /// Throws InvalidRequestError or InvalidConfigurationError for a configuration that can't work.
+  SessionCore(Engine& engine, const URLSessionConfiguration& configuration);
   ~SessionCore() override;
 
   Engine& engine() noexcept { return engine_; }
@@ -54,15 +58,16 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   void close() noexcept;
 
   // Called by the engine.
-  void socketReady(int socket, std::uint32_t events) noexcept;
+  void socketReady(int socket, std::uint32_t events) noexcept override;
   void serve() noexcept;
 
   // Called by Transfer for a new connection of it and by libcurl for one that ends.
   void socketOpened(int socket, const Transfer& transfer);
   static int socketClosed(void* self, curl_socket_t socket) noexcept;
 
-  CURLSH* cookies() const noexcept { return cookies_; }
   CredentialStore& credentials() noexcept { return credentials_; }
+  /// What the session's configuration asks of every transfer. Throws std::bad_alloc.
+  void setOptions(CURL* easy, const Origin& origin) const;
   const ProxySettings& proxies() const noexcept { return proxies_; }
   const URLSessionConfiguration& configuration() const noexcept { return configuration_; }
 
@@ -87,6 +92,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   const URLSessionConfiguration configuration_;
   const int connectionsPerHost_;
   const ProxySettings proxies_;
+  const HeaderLines resolverLines_;
   CURLM* multi_ = nullptr;
   CURLSH* cookies_ = nullptr;
   CredentialStore credentials_;

@@ -54,6 +54,7 @@ Transfer::~Transfer() {
   if (stage_ == Stage::queued && !hasSlot_) core_->withdraw(*this);
   leaveConnection();
   core_->setAsking(*this, false);
+  core_->engine().routes().remove(*this);
   core_->engine().timers().remove(*this);
 }
 
@@ -94,6 +95,9 @@ void Transfer::attach() {
   if (!easy) throw std::bad_alloc();
   body_ = RequestBody::of(*request_, bodyFile_);
   bodyOffset_ = 0;
+  routesTried_ = core_->engine().routes().changes();
+  triedAddresses_.clear();
+  withoutRoute_ = false;
   configure(easy.get());
   core_->attach(*this, easy.get());
   easy_ = std::move(easy);
@@ -149,6 +153,9 @@ void Transfer::transferEnded(CURLcode result) noexcept {
     if (!handshake_.isAsking()) guarded(&Transfer::repeatHandshake);
     return;
   }
+  if (withoutRoute_ && core_->configuration().waitsForConnectivity) {
+    return guarded(&Transfer::waitForRoute);
+  }
   // A held answer is known by its head: whether its body, which nobody may want, came whole does
   // not matter.
   guarded(held_ ? &Transfer::askAboutHeld : &Transfer::conclude);
@@ -196,6 +203,7 @@ std::optional<URLError> Transfer::failureOf(CURLcode result) {
   failure.bodyStarted = bodyStarted_;
   failure.curlText = curlText_.data();
   failure.tls = handshake_.record();
+  failure.withoutRoute = withoutRoute_ = lacksRoute(failure);
   return makeError(failure, request_->url().redacted());
 }
 
@@ -357,6 +365,7 @@ void Transfer::sendAgain() {
   connecting_ = false;
   head_ = HeadParser();
   bodyStarted_ = false;
+  bodyBytes_ = 0;
   heldBack_ = false;
   held_.reset();
   challenged_ = false;

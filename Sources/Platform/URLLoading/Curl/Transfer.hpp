@@ -7,6 +7,7 @@
 #include <Platform/URLLoading/Curl/HeadParser.hpp>
 #include <Platform/URLLoading/Curl/Origin.hpp>
 #include <Platform/URLLoading/Curl/RequestOptions.hpp>
+#include <Platform/URLLoading/Curl/RouteMonitor.hpp>
 #include <Platform/URLLoading/Curl/TimerHeap.hpp>
 #include <Platform/URLLoading/Detail/RequestBody.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
@@ -19,18 +20,21 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <sys/socket.h>
+#include <vector>
 
 namespace tarn::detail {
 
 class CurlTask;
 class SessionCore;
+struct Failure;
 
 /// A task under way, from its first resume() to its end: waits for a connection, drives libcurl,
 /// follows redirects.
 ///
 /// On the loop thread only. Owned by its task and keeps it alive; `finish` ends both, so nothing
 /// may be touched after it.
-class Transfer final : private Timer {
+class Transfer final : private Timer, private RouteWaiter {
  public:
   Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core);
   ~Transfer() override;
@@ -60,8 +64,8 @@ class Transfer final : private Timer {
 
   /// queued: waits for a slot. running: libcurl has it. asking: the delegate decides what becomes
   /// of the held answer. draining: libcurl is done, the decoder still holds more than the delegate
-  /// has room for.
-  enum class Stage { queued, running, asking, draining };
+  /// has room for. waiting: there is no route to the host.
+  enum class Stage { queued, running, asking, draining, waiting };
 
   void enterQueue();
   void attach();
@@ -87,6 +91,10 @@ class Transfer final : private Timer {
   void setRequest(URLRequest request);
   void publishResponse(std::shared_ptr<const HTTPURLResponse> response);
   bool deliverBody(const std::uint8_t* bytes, std::size_t size);
+  bool handOver(const std::uint8_t* bytes, std::size_t size, std::int64_t expected);
+  std::int64_t mostBodyBytes() const noexcept;
+  bool bodyFollows(int statusCode) const noexcept;
+  URLError bodyTooLong() const;
   bool drainDecoder();
   bool hasRoom();
   void readOn();
@@ -104,6 +112,10 @@ class Transfer final : private Timer {
   void holdRefusedTunnel();
   void askAboutHeld();
   void askLogin();
+  bool lacksRoute(const Failure& failure) const noexcept;
+  void waitForRoute();
+  void routesChanged() noexcept override;
+
   void askRedirect();
   void follow();
   void sendAgain();
@@ -133,11 +145,15 @@ class Transfer final : private Timer {
   bool heldBack_ = false;    // libcurl keeps a part of the body, to offer it again
   bool discarding_ = false;  // what it still offers is no longer wanted
   int redirectCount_ = 0;
+  bool toldWaiting_ = false;
   std::optional<URLRequest> answer_;  // what to send instead of taking the last answer
   Clock::time_point lastProgress_;
 
   // Of the present attempt.
   EasyHandle easy_;
+  std::uint64_t routesTried_ = 0;  // RouteMonitor::changes() when it began
+  std::vector<sockaddr_storage> triedAddresses_;
+  bool withoutRoute_ = false;
   HeaderLines headerLines_;
   std::unique_ptr<RequestBody> body_;  // null where none goes out
   std::int64_t bodyOffset_ = 0;
@@ -147,6 +163,7 @@ class Transfer final : private Timer {
   HeadParser head_;
   std::int64_t bytesToCome_ = -1;
   bool bodyStarted_ = false;
+  std::int64_t bodyBytes_ = 0;  // decoded
   std::unique_ptr<ContentDecoder> decoder_;
   bool decoderDry_ = true;                       // it has given all that its input holds
   std::shared_ptr<const HTTPURLResponse> held_;  // an answer that may not be the outcome

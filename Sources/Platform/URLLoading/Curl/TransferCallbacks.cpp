@@ -5,6 +5,8 @@
 #include <Platform/URLLoading/Curl/Transfer.hpp>
 
 #include <algorithm>
+#include <cstring>
+#include <limits>
 #include <sys/socket.h>
 
 // The part of Transfer that libcurl calls.
@@ -83,12 +85,18 @@ struct TransferCallbacks {
 };
 
 void Transfer::configure(CURL* easy) {
-  setRequestOptions(easy, *request_, body_.get(), origin_, core_->proxies());
-  headerLines_ =
-      detail::headerLines(*request_, body_.get(), authenticator_.authorization(*request_));
+  const auto& sessionFields = core_->configuration().httpAdditionalHeaders;
+  std::optional<URLRequest> completed;
+  if (!sessionFields.empty()) {
+    const bool elsewhere = Origin::of(task_->originalRequest().url()) != origin_;
+    completed = withSessionFields(*request_, sessionFields, elsewhere);
+  }
+  const URLRequest& request = completed ? *completed : *request_;
+  setRequestOptions(easy, request, body_.get(), origin_, core_->proxies());
+  core_->setOptions(easy, origin_);
+  headerLines_ = detail::headerLines(request, body_.get(), authenticator_.authorization(request));
   setOption(easy, CURLOPT_HTTPHEADER, headerLines_.get());
-  setOption(easy, CURLOPT_SHARE, core_->cookies());
-  authenticator_.configure(easy, *request_);
+  authenticator_.configure(easy, request);
   curlText_[0] = '\0';
   setOption(easy, CURLOPT_ERRORBUFFER, curlText_.data());
   setOption(easy, CURLOPT_PRIVATE, static_cast<void*>(this));
@@ -170,8 +178,7 @@ void Transfer::answerArrived() {
 std::shared_ptr<const HTTPURLResponse> Transfer::makeResponse(std::int64_t expectedContentLength) {
   const auto encoding = head_.fields().value("Content-Encoding");
   const int status = head_.statusCode();
-  const bool hasBody = request_->httpMethod() != "HEAD" && status != 204 && status != 304;
-  decoder_ = encoding && hasBody ? ContentDecoder::forCodings(*encoding) : nullptr;
+  decoder_ = encoding && bodyFollows(status) ? ContentDecoder::forCodings(*encoding) : nullptr;
   if (decoder_) expectedContentLength = -1;
   return std::make_shared<const HTTPURLResponse>(request_->url(), status, head_.httpVersion(),
                                                  head_.takeFields(), expectedContentLength);
@@ -179,7 +186,9 @@ std::shared_ptr<const HTTPURLResponse> Transfer::makeResponse(std::int64_t expec
 
 void Transfer::publishResponse(std::shared_ptr<const HTTPURLResponse> response) {
   bytesToCome_ = response->expectedContentLength();
+  const bool hasBody = bodyFollows(response->statusCode());
   task_->setResponse(std::move(response));
+  if (hasBody && bytesToCome_ > mostBodyBytes()) throw bodyTooLong();
 }
 
 std::size_t Transfer::bodyPart(const std::uint8_t* bytes, std::size_t size) {
@@ -216,9 +225,33 @@ bool Transfer::deliverBody(const std::uint8_t* bytes, std::size_t size) {
     decoder_->feed(bytes, size);
     return drainDecoder();
   }
-  task_->addData(bytes, size, bytesToCome_);
+  const auto expected = bytesToCome_;
   if (bytesToCome_ >= 0) bytesToCome_ -= static_cast<std::int64_t>(size);
+  return handOver(bytes, size, expected);
+}
+
+// What goes beyond the limit is not delivered, however much of it there is.
+bool Transfer::handOver(const std::uint8_t* bytes, std::size_t size, std::int64_t expected) {
+  bodyBytes_ += static_cast<std::int64_t>(size);
+  if (bodyBytes_ > mostBodyBytes()) {
+    refusal_ = bodyTooLong();
+    return false;
+  }
+  task_->addData(bytes, size, expected);
   return true;
+}
+
+std::int64_t Transfer::mostBodyBytes() const noexcept {
+  return core_->configuration().maximumResponseBytes.value_or(
+      std::numeric_limits<std::int64_t>::max());
+}
+
+bool Transfer::bodyFollows(int statusCode) const noexcept {
+  return request_->httpMethod() != "HEAD" && statusCode != 204 && statusCode != 304;
+}
+
+URLError Transfer::bodyTooLong() const {
+  return error(URLError::dataLengthExceedsMaximum, "The body is longer than the session allows.");
 }
 
 // Decodes until the input is used up or the delegate has enough; the rest waits for roomMade().
@@ -232,7 +265,10 @@ bool Transfer::drainDecoder() {
       refusal_ = error(URLError::cannotDecodeRawData, "The encoded body is corrupt.");
       return false;
     }
-    if (*count > 0) task_->addData(buffer.data(), *count, -1);
+    if (*count > 0 && !handOver(buffer.data(), *count, -1)) {
+      decoderDry_ = true;
+      return false;
+    }
     if (*count < buffer.size()) {
       decoderDry_ = true;
       return true;
@@ -259,6 +295,7 @@ int Transfer::seekBody(curl_off_t offset) noexcept {
 int Transfer::requestStarts() {
   progressed();  // a connection stands
   connecting_ = false;
+  core_->engine().routes().remove(*this);
   if (++requestCount_ == 1 || request_->allowsResend()) return CURL_PREREQFUNC_OK;
   refusal_ = error(URLError::networkConnectionLost,
                    "The connection was lost, and the request must not be sent again.");
@@ -266,6 +303,8 @@ int Transfer::requestStarts() {
 }
 
 curl_socket_t Transfer::openSocket(const curl_sockaddr& address) {
+  std::memcpy(&triedAddresses_.emplace_back(), &address.addr,
+              std::min<std::size_t>(address.addrlen, sizeof(sockaddr_storage)));
   const int socket = ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
   if (socket >= 0) core_->socketOpened(socket, *this);
   connecting_ = true;
