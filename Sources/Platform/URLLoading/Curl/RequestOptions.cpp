@@ -19,13 +19,6 @@ bool belongsToEngine(std::string_view name) noexcept {
                      [name](auto own) { return equalsIgnoringCase(name, own); });
 }
 
-void append(HeaderLines& lines, const char* line) {
-  curl_slist* longer = curl_slist_append(lines.get(), line);
-  if (longer == nullptr) throw std::bad_alloc();
-  static_cast<void>(lines.release());
-  lines.reset(longer);
-}
-
 bool expectsBody(const std::string& method) noexcept {
   return method == "POST" || method == "PUT" || method == "PATCH";
 }
@@ -45,6 +38,13 @@ void setMethod(CURL* easy, const URLRequest& request, const RequestBody* body) {
 }
 
 }  // namespace
+
+void append(HeaderLines& lines, const char* line) {
+  curl_slist* longer = curl_slist_append(lines.get(), line);
+  if (longer == nullptr) throw std::bad_alloc();
+  static_cast<void>(lines.release());
+  lines.reset(longer);
+}
 
 HeaderLines headerLines(const URLRequest& request, const RequestBody* body) {
   HeaderLines lines;

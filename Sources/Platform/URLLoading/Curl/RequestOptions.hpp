@@ -24,6 +24,9 @@ void setOption(CURL* easy, CURLoption option, T value) {
   if (curl_easy_setopt(easy, option, value) != CURLE_OK) throw std::bad_alloc();
 }
 
+/// Adds a line "Name: value".
+void append(HeaderLines& lines, const char* line);
+
 /// The header fields as libcurl wants them. Left out are those by which the engine itself frames
 /// the message. `body` is null where none goes out.
 HeaderLines headerLines(const URLRequest& request, const RequestBody* body);

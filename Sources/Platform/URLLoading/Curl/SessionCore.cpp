@@ -22,6 +22,7 @@ SessionCore::SessionCore(Engine& engine, const URLSessionConfiguration& configur
       configuration_(configuration),
       connectionsPerHost_(std::max(1, configuration.httpMaximumConnectionsPerHost)),
       proxies_(std::move(proxies)),
+      cache_(configuration.cacheMemoryCapacity),
       queues_(connectionsPerHost_) {}
 
 SessionCore::~SessionCore() = default;
@@ -47,6 +48,7 @@ void SessionCore::close() noexcept {
   multi_ = nullptr;
   if (cookies_ != nullptr) curl_share_cleanup(cookies_);
   cookies_ = nullptr;
+  cache_.clear();
   engine_.forget(*this);
 }
 

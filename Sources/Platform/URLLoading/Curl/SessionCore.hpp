@@ -3,6 +3,7 @@
 #include <Platform/URLLoading/Curl/Engine.hpp>
 #include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
+#include <Platform/URLLoading/Detail/ResponseCache.hpp>
 #include <Platform/URLLoading/URLSessionConfiguration.hpp>
 
 #include <curl/curl.h>
@@ -53,6 +54,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   void socketOpened(int socket, const Transfer& transfer);
   static int socketClosed(void* self, curl_socket_t socket) noexcept;
 
+  ResponseCache& cache() noexcept { return cache_; }
   CURLSH* cookies() const noexcept { return cookies_; }
   const ProxySettings& proxies() const noexcept { return proxies_; }
   const URLSessionConfiguration& configuration() const noexcept { return configuration_; }
@@ -80,6 +82,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   const ProxySettings proxies_;
   CURLM* multi_ = nullptr;
   CURLSH* cookies_ = nullptr;
+  ResponseCache cache_;
   HostQueues queues_;
   std::vector<PlainSocket> plainSockets_;
   std::vector<Origin> movedOn_;  // where somebody may start now

@@ -53,6 +53,7 @@ Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> 
       resourceDeadline_(core_->engine().now() + resourceLimit(core_->configuration())),
       request_(&task_->originalRequest()),
       bodyFile_(task_->bodyFile()),
+      cache_(core_->cache(), core_->configuration().requestCachePolicy, task_->usesCache()),
       lastProgress_(core_->engine().now()) {}
 
 Transfer::~Transfer() {
@@ -81,8 +82,9 @@ void Transfer::enterQueue() {
     return finish(http ? error(URLError::badURL, "The address names no host.")
                        : error(URLError::unsupportedURL, "The scheme is not http or https."));
   }
-  stage_ = Stage::queued;
   origin_ = std::move(*origin);
+  if (cache_.begin(*request_, bodyFile_ != nullptr)) return endWithKeptAnswer();
+  stage_ = Stage::queued;
   core_->admit(*this);
   armTimer();
 }
@@ -160,6 +162,7 @@ void Transfer::conclude() {
   if (!outcome_ && decoder_ && !decoder_->isComplete()) {
     outcome_ = error(URLError::cannotDecodeRawData, "The encoded body ends too early.");
   }
+  if (!outcome_) cache_.complete(*request_, task_->heldData());
   finish(std::move(outcome_));
 }
 
@@ -212,6 +215,7 @@ void Transfer::setSuspended(bool suspended) {
   }
   lastProgress_ = core_->engine().now();
   armTimer();
+  if (stage_ == Stage::kept) return guarded(&Transfer::endWithKeptAnswer);
   if (stage_ == Stage::queued) core_->admitNext(origin_);
   if (easy_) guarded(&Transfer::unpause);
 }
@@ -285,6 +289,9 @@ void Transfer::loginAnswered(URLSessionAuthChallengeDisposition, std::optional<U
 
 void Transfer::askRedirect() {
   if (answer_) return follow();
+  // Its body is held as it came, encoded perhaps.
+  const bool whole = !easy_ && !outcome_ && !decoder_;
+  if (whole) cache_.complete(*request_, Data(redirectBody_));
   if (++redirectCount_ > mostRedirects) {
     return finish(error(URLError::httpTooManyRedirects, "Too many redirects."));
   }
@@ -341,6 +348,27 @@ void Transfer::takeRedirectAsAnswer() {
   armTimer();
   if (!easy_) return conclude();
   if (!suspended_) unpause();
+}
+
+// -- Kept answers
+
+void Transfer::endWithKeptAnswer() {
+  stage_ = Stage::kept;
+  if (suspended_) return armTimer();
+  takeKeptAnswer();
+  redirectResponse_ ? askRedirect() : conclude();
+}
+
+void Transfer::takeKeptAnswer() {
+  auto head = cache_.keptHead(request_->url());
+  const Data body = request_->httpMethod() == "HEAD" ? Data() : cache_.keptBody();
+  if (isRedirect(head->statusCode(), head->allHeaderFields())) {
+    redirectResponse_ = std::move(head);
+    redirectBody_ = body.view();
+    return;
+  }
+  publishResponse(std::move(head));
+  if (!body.empty()) task_->addData(body);
 }
 
 }  // namespace tarn::detail

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/Types/URLError.hpp>
+#include <Platform/URLLoading/Curl/CacheExchange.hpp>
 #include <Platform/URLLoading/Curl/ContentDecoder.hpp>
 #include <Platform/URLLoading/Curl/HeadParser.hpp>
 #include <Platform/URLLoading/Curl/Origin.hpp>
@@ -44,6 +45,8 @@ class Transfer final : private Timer {
   void setSuspended(bool suspended);
   /// The delegate has caught up: reading may go on.
   void roomMade();
+  /// Body bytes leave for the delegate; more may follow.
+  void handingOver(const Data& bytes) { cache_.bodyPart(*request_, bytes); }
   /// The delegate's answer to a redirect; nothing for "take the redirecting answer itself".
   void redirectAnswered(std::optional<URLRequest> request);
   /// The delegate's answer to the last challenge, of the connection or of an answer.
@@ -60,7 +63,8 @@ class Transfer final : private Timer {
 
   /// queued: waits for a slot. running: libcurl has it. asking: the delegate decides on a redirect.
   /// draining: libcurl is done, the decoder still holds more than the delegate has room for.
-  enum class Stage { queued, running, asking, draining };
+  /// kept: the cache has the answer, which waits until the task is not suspended.
+  enum class Stage { queued, running, asking, draining, kept };
 
   void enterQueue();
   void attach();
@@ -99,6 +103,8 @@ class Transfer final : private Timer {
 
   void askRedirect();
   void follow();
+  void endWithKeptAnswer();
+  void takeKeptAnswer();
   void takeRedirectAsAnswer();
 
   std::optional<URLError> failureOf(CURLcode result);
@@ -125,6 +131,7 @@ class Transfer final : private Timer {
   bool heldBack_ = false;    // libcurl keeps a part of the body, to offer it again
   bool discarding_ = false;  // what it still offers is no longer wanted
   int redirectCount_ = 0;
+  CacheExchange cache_;
   std::optional<URLRequest> answer_;  // what to send instead of taking the last answer
   Clock::time_point lastProgress_;
 

@@ -72,6 +72,7 @@ struct TransferCallbacks {
 void Transfer::configure(CURL* easy) {
   setRequestOptions(easy, *request_, body_.get(), origin_, core_->proxies());
   headerLines_ = detail::headerLines(*request_, body_.get());
+  cache_.send(headerLines_);
   setOption(easy, CURLOPT_HTTPHEADER, headerLines_.get());
   setOption(easy, CURLOPT_SHARE, core_->cookies());
   if (credentials_) {
@@ -138,6 +139,8 @@ void Transfer::answerArrived() {
   }
   const bool redirect = isRedirect(head_.statusCode(), head_.fields());
   auto response = makeResponse(length);
+  const bool endIsKnown = !head_.bodyEndsWithConnection() || response->statusCode() == 204;
+  if (cache_.answerArrived(*request_, response, endIsKnown)) return takeKeptAnswer();
   if (!redirect) answer_ = task_->requestInstead(*response);
   if (redirect || answer_) {
     redirectResponse_ = std::move(response);
