@@ -1,5 +1,6 @@
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/CacheFixture.hpp>
+#include <Support/Collector.hpp>
 #include <Support/Compression.hpp>
 
 #include <gtest/gtest.h>
@@ -615,20 +616,22 @@ TEST_F(CacheExchange, ATargetFromTheCacheWaitsWhileTheTaskIsSuspended) {
   serve(200, minute);
   loadFrom("/to");
   server.route("/from", Script().respond(302, {{"Location", "/to"}}));
-  session.delegate().onRedirect = [](URLSessionTask& task, URLRequest next, const auto& answer) {
+  const Waiter answered;
+  session.delegate().onRedirect = [&](URLSessionTask& task, URLRequest next, const auto& answer) {
     task.suspend();
     answer(std::move(next));
+    answered.signal();
   };
   const auto task = session.start(request({}, "/from"));
-  ASSERT_TRUE(session.delegate().waitForRedirects(task->taskIdentifier(), 1));
-  loadFrom("/to");  // all that was on its way for the first task has arrived by then
+  ASSERT_TRUE(answered.waitFor(1));
+  loadFrom("/to");  // what was on its way for the first task has been told by then
   EXPECT_EQ(session.delegate().record(task->taskIdentifier()).completions, 0);
   task->resume();
   EXPECT_EQ(session.finished(task).text(), "1");
   EXPECT_EQ(server.requestCount(), 2u);
 
   const auto dropped = session.start(request({}, "/from"));
-  ASSERT_TRUE(session.delegate().waitForRedirects(dropped->taskIdentifier(), 1));
+  ASSERT_TRUE(answered.waitFor(2));
   dropped->cancel();
   EXPECT_EQ(session.finished(dropped).code(), URLError::cancelled);
 }
