@@ -53,6 +53,7 @@ struct URLSessionConfiguration {
   /// Seconds from the start of a task until it must be done, whatever its progress. Default 7 days,
   /// as above.
   TimeInterval timeoutIntervalForResource{7.0 * 24 * 60 * 60};
+  /// For requests whose own policy is the default one.
   URLRequest::CachePolicy requestCachePolicy = URLRequest::CachePolicy::useProtocolCachePolicy;
   /// Connections to one origin at the same time; further tasks wait, first in, first out.
   /// Default 6; less than 1 counts as 1.
@@ -64,8 +65,10 @@ struct URLSessionConfiguration {
   URLRequest::HeaderFields httpAdditionalHeaders;
   /// Whether cookies of answers are kept and sent with later requests (RFC 6265). Default true.
   bool httpShouldSetCookies = true;
-  /// Bytes of answers that the session's cache may keep in memory (RFC 9111); 0 for no cache.
-  /// Default 4 MiB.
+  /// Bytes of bodies, header fields and addresses that the session's private cache may keep in
+  /// memory (RFC 9111); 0 for no cache. One answer may take a tenth. Kept are answers to GET, their
+  /// bodies whole and decoded; downloads to files, parts of a body and answers that vary by cookies
+  /// are not. Default 4 MiB.
   std::size_t cacheMemoryCapacity = 4 * 1024 * 1024;
 
   TLSProtocolVersion tlsMinimumSupportedProtocolVersion = TLSProtocolVersion::TLSv12;

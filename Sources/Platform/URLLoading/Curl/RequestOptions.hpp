@@ -25,7 +25,7 @@ void setOption(CURL* easy, CURLoption option, T value) {
   if (curl_easy_setopt(easy, option, value) != CURLE_OK) throw std::bad_alloc();
 }
 
-/// Adds a copy of `line`. Throws std::bad_alloc.
+/// Adds a copy of `line`, "Name: value". Throws std::bad_alloc.
 void append(HeaderLines& lines, const char* line);
 
 /// The header fields as libcurl wants them. Left out are those by which the engine itself frames

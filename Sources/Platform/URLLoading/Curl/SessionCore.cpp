@@ -38,6 +38,7 @@ SessionCore::SessionCore(Engine& engine, const URLSessionConfiguration& configur
       connectionsPerHost_(std::max(1, configuration.httpMaximumConnectionsPerHost)),
       proxies_(ProxySettings::of(configuration)),
       resolverLines_(resolverLines(configuration.resolverOverrides)),
+      cache_(configuration.cacheMemoryCapacity),
       queues_(connectionsPerHost_) {
   checkConfiguration(configuration);
 }
@@ -66,6 +67,7 @@ void SessionCore::close() noexcept {
   multi_ = nullptr;
   if (cookies_ != nullptr) curl_share_cleanup(cookies_);
   cookies_ = nullptr;
+  cache_.clear();
   engine_.forget(*this);
 }
 

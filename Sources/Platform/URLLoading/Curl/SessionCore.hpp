@@ -5,6 +5,7 @@
 #include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
 #include <Platform/URLLoading/Curl/SessionOptions.hpp>
+#include <Platform/URLLoading/Detail/ResponseCache.hpp>
 #include <Platform/URLLoading/URLSessionConfiguration.hpp>
 
 #include <curl/curl.h>
@@ -66,6 +67,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   static int socketClosed(void* self, curl_socket_t socket) noexcept;
 
   CredentialStore& credentials() noexcept { return credentials_; }
+  ResponseCache& cache() noexcept { return cache_; }
   /// What the session's configuration asks of every transfer. Throws std::bad_alloc.
   void setOptions(CURL* easy, const Origin& origin) const;
   const ProxySettings& proxies() const noexcept { return proxies_; }
@@ -96,6 +98,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   CURLM* multi_ = nullptr;
   CURLSH* cookies_ = nullptr;
   CredentialStore credentials_;
+  ResponseCache cache_;
   HostQueues queues_;
   std::vector<PlainSocket> plainSockets_;
   std::vector<const Transfer*> asking_;

@@ -173,6 +173,11 @@ void CurlTask::addData(const std::uint8_t* bytes, std::size_t size, std::int64_t
   planDelivery();
 }
 
+void CurlTask::addData(const Data& bytes) {
+  mailbox_.outgoing().data.append(bytes);
+  planDelivery();
+}
+
 void CurlTask::askRedirect(std::shared_ptr<const HTTPURLResponse> response, URLRequest newRequest) {
   mailbox_.outgoing().redirect = std::make_unique<RedirectQuestion>(
       RedirectQuestion{std::move(response), std::move(newRequest)});
@@ -211,7 +216,10 @@ void CurlTask::planDelivery() {
 bool CurlTask::flush() noexcept {
   deliveryPlanned_ = false;
   bool needed = false;
-  guarded("URL loading", [&] { needed = mailbox_.flush(); });
+  guarded("URL loading", [&] {
+    if (transfer_) transfer_->handingOver(heldData());
+    needed = mailbox_.flush();
+  });
   return needed;
 }
 

@@ -47,6 +47,7 @@ Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> 
       request_(&task_->originalRequest()),
       bodyFile_(task_->bodyFile()),
       authenticator_(core_->credentials()),
+      cache_(core_->cache(), core_->configuration().requestCachePolicy, task_->usesCache()),
       lastProgress_(core_->engine().now()),
       handshake_(core_->engine(), *this) {}
 
@@ -78,8 +79,9 @@ void Transfer::enterQueue() {
     return finish(http ? error(URLError::badURL, "The address names no host.")
                        : error(URLError::unsupportedURL, "The scheme is not http or https."));
   }
-  stage_ = Stage::queued;
   origin_ = std::move(*origin);
+  if (cache_.begin(*request_, bodyFile_ != nullptr)) return endWithKeptAnswer();
+  stage_ = Stage::queued;
   core_->admit(*this);
   armTimer();
 }
@@ -169,6 +171,7 @@ void Transfer::conclude() {
   if (!outcome_ && decoder_ && !decoder_->isComplete()) {
     outcome_ = error(URLError::cannotDecodeRawData, "The encoded body ends too early.");
   }
+  if (!outcome_) cache_.complete(*request_, task_->heldData());
   finish(std::move(outcome_));
 }
 
@@ -222,6 +225,7 @@ void Transfer::setSuspended(bool suspended) {
   }
   lastProgress_ = core_->engine().now();
   armTimer();
+  if (stage_ == Stage::kept) return guarded(&Transfer::endWithKeptAnswer);
   if (stage_ == Stage::queued) core_->admitNext(origin_);
   if (easy_) guarded(&Transfer::unpause);
 }
@@ -332,6 +336,9 @@ void Transfer::askAboutHeld() {
 }
 
 void Transfer::askRedirect() {
+  // Its body is held as it came, encoded perhaps.
+  const bool whole = !easy_ && !outcome_ && !decoder_;
+  if (whole) cache_.complete(*request_, Data(heldBody_));
   if (++redirectCount_ > mostRedirects) {
     return finish(error(URLError::httpTooManyRedirects, "Too many redirects."));
   }
@@ -384,7 +391,8 @@ void Transfer::sendAgain() {
 
 void Transfer::takeHeld() {
   stage_ = Stage::running;
-  if (!head_.complete()) return conclude();  // what a proxy says of a tunnel is no answer
+  // What a proxy says of a tunnel is no answer.
+  if (challenged_ && !head_.complete()) return conclude();
   lastProgress_ = core_->engine().now();
   const auto body = std::exchange(heldBody_, {});
   publishResponse(std::exchange(held_, nullptr));
@@ -395,6 +403,27 @@ void Transfer::takeHeld() {
   armTimer();
   if (!easy_) return conclude();
   if (!suspended_) unpause();
+}
+
+// -- Kept answers
+
+void Transfer::endWithKeptAnswer() {
+  stage_ = Stage::kept;
+  if (suspended_) return armTimer();
+  takeKeptAnswer();
+  held_ ? askRedirect() : conclude();
+}
+
+void Transfer::takeKeptAnswer() {
+  auto head = cache_.keptHead(request_->url());
+  const Data body = request_->httpMethod() == "HEAD" ? Data() : cache_.keptBody();
+  if (isRedirect(head->statusCode(), head->allHeaderFields())) {
+    held_ = std::move(head);
+    heldBody_ = body.view();
+    return;
+  }
+  publishResponse(std::move(head));
+  if (!body.empty()) task_->addData(body);
 }
 
 }  // namespace tarn::detail

@@ -2,6 +2,7 @@
 
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/Curl/Authenticator.hpp>
+#include <Platform/URLLoading/Curl/CacheExchange.hpp>
 #include <Platform/URLLoading/Curl/ContentDecoder.hpp>
 #include <Platform/URLLoading/Curl/Handshake.hpp>
 #include <Platform/URLLoading/Curl/HeadParser.hpp>
@@ -48,6 +49,8 @@ class Transfer final : private Timer, private RouteWaiter {
   void setSuspended(bool suspended);
   /// The delegate has caught up: reading may go on.
   void roomMade();
+  /// Body bytes leave for the delegate; more may follow.
+  void handingOver(const Data& bytes) { cache_.bodyPart(*request_, bytes); }
   /// The delegate's answer to a redirect; nothing for "take the redirecting answer itself".
   void redirectAnswered(std::optional<URLRequest> request);
   /// The delegate's answer to the last challenge, of the connection or of an answer.
@@ -64,8 +67,9 @@ class Transfer final : private Timer, private RouteWaiter {
 
   /// queued: waits for a slot. running: libcurl has it. asking: the delegate decides what becomes
   /// of the held answer. draining: libcurl is done, the decoder still holds more than the delegate
-  /// has room for. waiting: there is no route to the host.
-  enum class Stage { queued, running, asking, draining, waiting };
+  /// has room for. kept: the cache has the answer, which waits until the task is not suspended.
+  /// waiting: there is no route to the host.
+  enum class Stage { queued, running, asking, draining, kept, waiting };
 
   void enterQueue();
   void attach();
@@ -119,6 +123,8 @@ class Transfer final : private Timer, private RouteWaiter {
   void askRedirect();
   void follow();
   void sendAgain();
+  void endWithKeptAnswer();
+  void takeKeptAnswer();
   void takeHeld();
 
   std::optional<URLError> failureOf(CURLcode result);
@@ -146,6 +152,7 @@ class Transfer final : private Timer, private RouteWaiter {
   bool discarding_ = false;  // what it still offers is no longer wanted
   int redirectCount_ = 0;
   bool toldWaiting_ = false;
+  CacheExchange cache_;
   std::optional<URLRequest> answer_;  // what to send instead of taking the last answer
   Clock::time_point lastProgress_;
 

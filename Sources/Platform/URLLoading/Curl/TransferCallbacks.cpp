@@ -95,6 +95,7 @@ void Transfer::configure(CURL* easy) {
   setRequestOptions(easy, request, body_.get(), origin_, core_->proxies());
   core_->setOptions(easy, origin_);
   headerLines_ = detail::headerLines(request, body_.get(), authenticator_.authorization(request));
+  cache_.send(headerLines_);
   setOption(easy, CURLOPT_HTTPHEADER, headerLines_.get());
   authenticator_.configure(easy, request);
   curlText_[0] = '\0';
@@ -166,6 +167,8 @@ void Transfer::answerArrived() {
   }
   const bool redirect = isRedirect(head_.statusCode(), head_.fields());
   auto response = makeResponse(length);
+  const bool endIsKnown = !head_.bodyEndsWithConnection() || response->statusCode() == 204;
+  if (cache_.answerArrived(*request_, response, endIsKnown)) return takeKeptAnswer();
   challenged_ = authenticator_.isChallenge(*response, false);
   if (!redirect && !challenged_) answer_ = task_->requestInstead(*response);
   if (redirect || challenged_ || answer_) {

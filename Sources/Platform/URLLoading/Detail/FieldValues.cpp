@@ -114,11 +114,19 @@ ParameterizedValue parseParameterizedValue(std::string_view text) {
 
 std::vector<std::string_view> listItems(std::string_view text) {
   std::vector<std::string_view> items;
-  while (!text.empty()) {
-    const auto end = std::min(text.find(','), text.size());
-    if (const auto item = trimmed(text.substr(0, end)); !item.empty()) items.push_back(item);
-    text.remove_prefix(std::min(end + 1, text.size()));
+  const auto add = [&items](std::string_view item) {
+    if (item = trimmed(item); !item.empty()) items.push_back(item);
+  };
+  std::size_t start = 0;
+  bool quoted = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '"') quoted = !quoted;
+    if (quoted && text[i] == '\\') ++i;
+    if (quoted || text[i] != ',') continue;
+    add(text.substr(start, i - start));
+    start = i + 1;
   }
+  add(text.substr(start));
   return items;
 }
 
