@@ -226,7 +226,7 @@ TEST_F(ServerTrustTests, EveryProducerAnswersWithIt) {
   answered(test::makeProducer<UploadTaskProducer>());
 }
 
-/// Requests over TLS to a server of an authority that the system does not know.
+/// Requests over TLS to a server of an authority that the system does not know, not even by name.
 class DebugCertificates : public ServerTrustTests {
  protected:
   struct Get : DataGetRequestable<Get> {
@@ -235,7 +235,8 @@ class DebugCertificates : public ServerTrustTests {
     std::shared_ptr<DataTaskProducer> taskProducer() const { return producer; }
   };
 
-  explicit DebugCertificates(const test::LeafOptions& leaf = {}) : server(tls(authority, leaf)) {
+  explicit DebugCertificates(const test::LeafOptions& leaf = test::LeafOptions::unknownRoot())
+      : server(tls(authority, leaf)) {
     server.route("/", test::Script().respond(200, {}, "hello"));
   }
 
@@ -266,6 +267,8 @@ class DebugCertificates : public ServerTrustTests {
     EXPECT_EQ(server.requestCount(), 0u);
   }
 
+  const std::string& signerDER = otherDER;
+  const std::string& strangerDER = rootDER;
   test::ScriptedServer server;
 };
 
@@ -274,36 +277,44 @@ TEST_F(DebugCertificates, AreNeededForAServerThatTheSystemDoesNotKnow) {
 }
 
 TEST_F(DebugCertificates, LetAServerOfTheirAuthorityThrough) {
-  TarnService::debugCertificateURLs = {file("root.der", rootDER)};
+  TarnService::debugCertificateURLs = {file("signer.der", signerDER)};
   expectLoaded();
 }
 
 TEST_F(DebugCertificates, OfAnotherAuthorityDoNotHelp) {
-  TarnService::debugCertificateURLs = {file("other.der", otherDER)};
+  TarnService::debugCertificateURLs = {file("stranger.der", strangerDER)};
   expectRefused(URLError::serverCertificateHasUnknownRoot);
 }
 
 TEST_F(DebugCertificates, ThatCanNotBeReadLeaveTheOneBeforeInPlace) {
-  TarnService::debugCertificateURLs = {file("root.der", rootDER), missing(),
+  TarnService::debugCertificateURLs = {file("signer.der", signerDER), missing(),
                                        file("garbage.der", "no certificate")};
   expectLoaded();
 }
 
 TEST_F(DebugCertificates, BeforeTheLastDoNotCount) {
-  TarnService::debugCertificateURLs = {file("root.der", rootDER), file("other.der", otherDER)};
+  TarnService::debugCertificateURLs = {file("signer.der", signerDER),
+                                       file("stranger.der", strangerDER)};
   expectRefused(URLError::serverCertificateHasUnknownRoot);
-  TarnService::debugCertificateURLs = {file("other.der", otherDER), file("root.der", rootDER)};
+  TarnService::debugCertificateURLs = {file("stranger.der", strangerDER),
+                                       file("signer.der", signerDER)};
   expectLoaded();
 }
 
 class DebugCertificatesForAnotherHost : public DebugCertificates {
  protected:
-  DebugCertificatesForAnotherHost() : DebugCertificates(test::LeafOptions::wrongHost()) {}
+  DebugCertificatesForAnotherHost() : DebugCertificates(leaf()) {}
+
+  static test::LeafOptions leaf() {
+    auto options = test::LeafOptions::wrongHost();
+    options.signer = test::LeafOptions::Signer::unknownRoot;
+    return options;
+  }
 };
 
 // What default handling sees first is that the system does not know the root.
 TEST_F(DebugCertificatesForAnotherHost, DoNotHelp) {
-  TarnService::debugCertificateURLs = {file("root.der", rootDER)};
+  TarnService::debugCertificateURLs = {file("signer.der", signerDER)};
   expectRefused(URLError::serverCertificateHasUnknownRoot);
 }
 

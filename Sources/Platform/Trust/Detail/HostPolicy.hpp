@@ -6,9 +6,14 @@
 
 namespace tarn::detail {
 
-/// Makes a verification fail unless the leaf is issued for `host`: a name, or an address with or
-/// without brackets. Alternative names count, the common name does not. False for no host, or where
+// A host is a name, or an address with or without brackets. A certificate's alternative names
+// count, its common name does not.
+
+/// Makes a verification fail unless the leaf is issued for `host`. False for no host, or where
 /// memory ran out.
-bool requireHost(X509_STORE_CTX* context, std::string host) noexcept;
+bool requireHost(X509_STORE_CTX* context, const std::string& host) noexcept;
+
+/// Whether a certificate, whoever signed it, is issued for `host`.
+bool isIssuedFor(X509* certificate, const std::string& host) noexcept;
 
 }  // namespace tarn::detail

@@ -1,3 +1,4 @@
+#include <Platform/Trust/Detail/HostPolicy.hpp>
 #include <Platform/Trust/Detail/OpenSSLHandles.hpp>
 #include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/Trust/Detail/TrustEvaluation.hpp>
@@ -154,7 +155,11 @@ void TLSRecord::judgeServer() {
   decide(certificateFault(chain, host, systemAnchors()));
 }
 
-void TLSRecord::trustServer() noexcept { decide(X509_V_OK); }
+void TLSRecord::trustServer() noexcept {
+  const ErrorQueueScope scope;
+  const bool named = isIssuedFor(chain.front().handle().certificate.get(), host);
+  decide(named ? X509_V_OK : X509_V_ERR_HOSTNAME_MISMATCH);
+}
 
 void TLSRecord::refuseServer() {
   judgeServer();

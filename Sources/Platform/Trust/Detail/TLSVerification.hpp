@@ -60,7 +60,7 @@ struct TLSRecord {
   // turns to it the next time.
   /// By the system's anchors and the host's name.
   void judgeServer();
-  /// Whoever issued the certificate; libcurl checks its name all the same.
+  /// Whoever signed the certificate, as long as it names the host.
   void trustServer() noexcept;
   void refuseServer();
   void present(std::optional<SecIdentity> certificate);

@@ -10,6 +10,7 @@
 namespace tarn::detail {
 
 bool Handshake::prepare(void* sslContext, const std::string& host) {
+  if (record_) record_->giveUp();
   record_ = std::make_shared<TLSRecord>();
   record_->host = host;
   record_->questioner = this;

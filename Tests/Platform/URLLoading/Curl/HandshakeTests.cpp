@@ -137,6 +137,8 @@ TEST_P(Handshakes, FollowTheAnswer) {
            {"an expired one trusted", LeafOptions::expired(), trusts, 0},
            {"another host's trusted", LeafOptions::wrongHost(), trusts,
             URLError::serverCertificateUntrusted},
+           {"a common name trusted", LeafOptions::commonNameOnly(), trusts,
+            URLError::serverCertificateUntrusted},
            {"a good one left alone", {}, gives(performDefaultHandling), 0},
            {"an unknown root left alone", LeafOptions::unknownRoot(), gives(performDefaultHandling),
             URLError::serverCertificateHasUnknownRoot},
