@@ -13,7 +13,7 @@ namespace tarn {
 namespace detail {
 
 /// The one session of a producer: made on first use, and again after it became invalid or was
-/// reset. Callable from any thread.
+/// reset; a child of fork() makes its own. Callable from any thread.
 class SessionOwner {
  public:
   std::shared_ptr<URLSession> session(std::shared_ptr<URLSessionDelegate> delegate,
@@ -28,7 +28,7 @@ class SessionOwner {
   void forget(const URLSession& former);
 
   Mutex mutex_;
-  std::shared_ptr<URLSession> session_ TARN_GUARDED_BY(mutex_);
+  PerProcess<std::shared_ptr<URLSession>> session_ TARN_GUARDED_BY(mutex_);
 };
 
 }  // namespace detail
@@ -49,11 +49,13 @@ class SessionTaskProducer : public Interface,
   /// The producer that requests use unless they name another. Made on first use; lives as long as
   /// the process.
   static const std::shared_ptr<Self>& shared() {
+    const detail::NoForkScope scope;  // not while it is being made
     static const auto& producer = *new std::shared_ptr<Self>(make());
     return producer;
   }
   /// The delegate queue of every session that this class makes.
   static const std::shared_ptr<OperationQueue>& sessionQueue() {
+    const detail::NoForkScope scope;  // not while it is being made
     static const auto& queue = *new std::shared_ptr<OperationQueue>(
         std::make_shared<OperationQueue>(detail::queueLabel(Self::queueName)));
     return queue;
