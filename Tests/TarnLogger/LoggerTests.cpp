@@ -321,6 +321,11 @@ TEST_F(LoggerTests, LogsWhatEscapesFromAnOperationAsAFault) {
       log_.waitForMessage(LogLevel::fault, "Uncaught error in shop.operations: unknown exception"));
 }
 
+TEST_F(LoggerTests, LogsTroubleAsAnError) {
+  reportTrouble("it is slow");
+  EXPECT_TRUE(log_.waitForMessage(LogLevel::error, "it is slow"));
+}
+
 TEST(LoggerDeathTests, AFatalErrorReachesTheLogAndThenEndsTheProcess) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(

@@ -11,6 +11,7 @@ namespace {
 
 std::atomic<FatalErrorHook> fatalErrorHook = nullptr;
 std::atomic<UncaughtErrorHook> uncaughtErrorHook = nullptr;
+std::atomic<TroubleHook> troubleHook = nullptr;
 
 int printedSize(std::string_view text) noexcept {
   return static_cast<int>(text.substr(0, 65536).size());
@@ -42,6 +43,13 @@ void reportUncaughtError(const Error& error, std::string_view where) noexcept tr
   std::fputs("Uncaught error that could not be reported\n", stderr);
 }
 
+void reportTrouble(std::string_view message) noexcept try {
+  if (const auto hook = troubleHook.load()) return hook(message);
+  std::fprintf(stderr, "%.*s\n", printedSize(message), message.data());
+} catch (...) {
+  std::fputs("Trouble that could not be reported\n", stderr);
+}
+
 FatalErrorHook setFatalErrorHook(FatalErrorHook hook) noexcept {
   return fatalErrorHook.exchange(hook);
 }
@@ -49,5 +57,7 @@ FatalErrorHook setFatalErrorHook(FatalErrorHook hook) noexcept {
 UncaughtErrorHook setUncaughtErrorHook(UncaughtErrorHook hook) noexcept {
   return uncaughtErrorHook.exchange(hook);
 }
+
+TroubleHook setTroubleHook(TroubleHook hook) noexcept { return troubleHook.exchange(hook); }
 
 }  // namespace tarn

@@ -13,7 +13,7 @@ namespace tarn {
 namespace detail {
 
 /// The one session of a producer: made on first use, and again after it became invalid or was
-/// reset. Callable from any thread.
+/// reset; a child of fork() makes its own. Callable from any thread.
 class SessionOwner {
  public:
   explicit SessionOwner(URLSessionConfiguration configuration)
@@ -32,7 +32,7 @@ class SessionOwner {
 
   const URLSessionConfiguration configuration_;
   Mutex mutex_;
-  std::shared_ptr<URLSession> session_ TARN_GUARDED_BY(mutex_);
+  PerProcess<std::shared_ptr<URLSession>> session_ TARN_GUARDED_BY(mutex_);
 };
 
 }  // namespace detail
@@ -60,6 +60,7 @@ class SessionTaskProducer : public Interface,
   /// The producer that requests use unless they name another. Made on first use; lives as long as
   /// the process.
   static const std::shared_ptr<Self>& shared() {
+    const detail::NoForkScope scope;  // not while it is being made
     // Default settings throughout, so a task without a route to its host fails at once: kept,
     // requests are written for it.
     static const auto& producer = *new std::shared_ptr<Self>(make());
@@ -67,6 +68,7 @@ class SessionTaskProducer : public Interface,
   }
   /// The delegate queue of every session that this class makes.
   static const std::shared_ptr<OperationQueue>& sessionQueue() {
+    const detail::NoForkScope scope;  // not while it is being made
     static const auto& queue = *new std::shared_ptr<OperationQueue>(
         std::make_shared<OperationQueue>(detail::queueLabel(Self::queueName)));
     return queue;

@@ -21,8 +21,8 @@ class SessionCore;
 /// work.
 ///
 /// Made on first use, never destroyed. At exit its thread is stopped and joined, so that nothing
-/// runs while the TLS library is torn down; work posted later is dropped. A child after fork()
-/// starts with a new engine, and sessions of the parent are dead in it.
+/// runs while the TLS library is torn down; work posted later is dropped. A child of fork() has
+/// another one: what is posted to the parent's is dropped there, and sessions on it are dead.
 class Engine {
  public:
   /// Throws std::system_error where the process has no thread or descriptor left.
@@ -30,6 +30,9 @@ class Engine {
 
   /// Runs `work` on the loop thread. Callable from any thread.
   void post(Work work) TARN_EXCLUDES(mutex_);
+
+  /// Whether it is that of the process that this one was forked from.
+  bool isAbandoned() const noexcept { return abandoned_; }
 
   // All below: on the loop thread only.
 
@@ -77,7 +80,8 @@ class Engine {
   void startThread();
   void stop() noexcept;
   static void stopAtExit() noexcept;
-  static void abandonInChild() noexcept;
+  static void beginInChild() noexcept;
+  void abandon() noexcept TARN_EXCLUDES(mutex_);
 
   void run() noexcept;
   void waitForEvents() noexcept;
@@ -97,6 +101,7 @@ class Engine {
   const int wakeUp_;
   pthread_t thread_{};
   std::atomic<bool> stopped_{false};
+  bool abandoned_ = false;  // set while the process has one thread
 
   Mutex mutex_;
   std::vector<Work> inbox_ TARN_GUARDED_BY(mutex_);

@@ -120,7 +120,9 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
 
  private:
   void post(void (CurlTask::*action)());
+  void postReconcile();
   void reconcile();
+  void endInChild() noexcept;
   void continueReading();
   void begin() noexcept;
   void giveUp();
