@@ -34,6 +34,7 @@
 #include <TarnService/Sending/DownloadRequest.hpp>
 #include <TarnService/Sending/DownloadRequestable.hpp>
 #include <TarnService/Sending/HTTPRequestableAdditions.hpp>
+#include <TarnService/Sending/HTTPRetryAtempting.hpp>
 #include <TarnService/Sending/UploadRequestable.hpp>
 #include <TarnService/Transport/FileManagerAdditions.hpp>
 #include <TarnService/Transport/ResetDefaultTaskProducers.hpp>
