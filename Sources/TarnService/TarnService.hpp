@@ -13,6 +13,7 @@
 #include <Platform/JSON/JSONValue.hpp>
 #include <Platform/URLLoading/URLSession.hpp>
 #include <Tambour/File.hpp>
+#include <Tambour/FutureCoroutine.hpp>
 #include <TarnLogger/Logger.hpp>
 #include <TarnService/PayloadEncoding/DataAdditions.hpp>
 #include <TarnService/PayloadEncoding/GZip.hpp>
@@ -33,6 +34,7 @@
 #include <TarnService/Responses/JSONResponse.hpp>
 #include <TarnService/Sending/DownloadRequest.hpp>
 #include <TarnService/Sending/DownloadRequestable.hpp>
+#include <TarnService/Sending/HTTPRequestable+Promises.hpp>
 #include <TarnService/Sending/HTTPRequestableAdditions.hpp>
 #include <TarnService/Sending/HTTPRetryAtempting.hpp>
 #include <TarnService/Sending/UploadRequestable.hpp>

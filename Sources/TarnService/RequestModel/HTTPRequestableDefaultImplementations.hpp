@@ -26,6 +26,8 @@ void setBody(URLRequest& request, Data body, const std::optional<HTTPContentEnco
 // How a request is sent; defined with the sending pipeline and looked up when a request is sent.
 template <class R>
 struct SendOperations;
+template <class R>
+struct PromiseOperations;
 
 }  // namespace detail
 
@@ -78,6 +80,28 @@ struct HTTPRequestableDefaults {
   template <class F>
   void send(std::optional<DispatchQueue> completionQueue, F&& completion) const {
     _send(std::move(completionQueue), std::forward<F>(completion));
+  }
+  /// Sends the request with the send above, without a queue, and answers at once the ResponseFuture
+  /// of its answer: it fails with the response's error, HTTPUnknownError::futureFailedToMapBody for
+  /// a success without a body, and FutureError::broken where the request declines to be sent.
+  /// Cancelling it cancels an HTTPRequestCancelable request; any other goes on unseen.
+  ///
+  /// A request type that overrides the send above says `using` of this one, and takes a
+  /// `Completion<Response>`, so that its own is the better match.
+  template <class R = Self>
+  auto send() const {
+    detail::requireHTTPRequestable<R>();
+    return detail::PromiseOperations<R>::send(self());
+  }
+  /// A new, pending future of an answer.
+  template <class R = Self>
+  static auto createFuture() {
+    return detail::PromiseOperations<R>::createFuture();
+  }
+  /// Settles a future of an answer as the response says.
+  template <class F, class R = Self>
+  static void mark(const F& future, typename R::Response response) {
+    detail::PromiseOperations<R>::mark(future, std::move(response));
   }
   /// The send itself, for request types that override send(): the only step on the way that is not
   /// overridable.
