@@ -34,6 +34,7 @@
 #include <TarnService/Responses/JSONResponse.hpp>
 #include <TarnService/Sending/DownloadRequest.hpp>
 #include <TarnService/Sending/DownloadRequestable.hpp>
+#include <TarnService/Sending/HTTPPolling.hpp>
 #include <TarnService/Sending/HTTPRequestable+Promises.hpp>
 #include <TarnService/Sending/HTTPRequestableAdditions.hpp>
 #include <TarnService/Sending/HTTPRetryAtempting.hpp>
