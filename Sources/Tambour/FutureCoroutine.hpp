@@ -15,8 +15,8 @@
 // future is settled when its variables are gone, and goes on without anybody who holds it. It takes
 // its parameters by value, and lambdas with captures only where they outlive it.
 //
-// GCC 12 destroys twice what stands in the expression after `co_await` and is made there as an
-// aggregate, `GetUser{{}, "ada"}`, or by a lambda: give it a name in a statement before.
+// GCC 12 destroys twice what is made in the expression after `co_await` as an aggregate,
+// `GetUser{{}, "ada"}`, or as a lambda with captures: give it a name in a statement before.
 
 namespace tarn {
 namespace detail {

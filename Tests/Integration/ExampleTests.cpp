@@ -15,6 +15,12 @@ TEST(ExampleTests, CRUDChangesANoteAndListsIt) {
   EXPECT_EQ(printedBy("CRUD"), "1: buy milk (done)\n");
 }
 
+TEST(ExampleTests, CoroutinePrintsAnAnswerAndAFailure) {
+  EXPECT_EQ(printedBy("Coroutine"),
+            "Ada lives in London, founded in 47\n"
+            "HTTPStatus: notFound:404 is unacceptable\n");
+}
+
 TEST(ExampleTests, JSONPrintsWhatItReads) {
   EXPECT_EQ(printedBy("JSON"),
             R"({"number":9007199254740993,"items":[{"name":"tea","price":4.5,"size":"small"}],)"
