@@ -15,6 +15,7 @@
 #include <Tambour/File.hpp>
 #include <Tambour/FutureCoroutine.hpp>
 #include <TarnLogger/Logger.hpp>
+#include <TarnService/Diagnostics/HTTPRequestableDebugAdditions.hpp>
 #include <TarnService/PayloadEncoding/DataAdditions.hpp>
 #include <TarnService/PayloadEncoding/GZip.hpp>
 #include <TarnService/PayloadEncoding/MultipartForm.hpp>
@@ -39,5 +40,6 @@
 #include <TarnService/Sending/HTTPRequestableAdditions.hpp>
 #include <TarnService/Sending/HTTPRetryAtempting.hpp>
 #include <TarnService/Sending/UploadRequestable.hpp>
+#include <TarnService/Settings.hpp>
 #include <TarnService/Transport/FileManagerAdditions.hpp>
 #include <TarnService/Transport/ResetDefaultTaskProducers.hpp>

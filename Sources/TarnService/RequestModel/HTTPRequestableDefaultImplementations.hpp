@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace tarn {
 namespace detail {
@@ -28,6 +29,10 @@ template <class R>
 struct SendOperations;
 template <class R>
 struct PromiseOperations;
+// How a request is described for people; defined with the diagnostics, likewise.
+template <class R>
+struct DebugOperations;
+std::string joined(const std::vector<std::string>& parts);
 
 }  // namespace detail
 
@@ -155,6 +160,23 @@ struct HTTPRequestableDefaults {
   }
   bool _shouldWaitForConnectivity() const {
     return detail::property::shouldWaitForConnectivity(self());
+  }
+
+  /// A shell command that repeats the request, for people to paste: nothing in it is escaped, so
+  /// quotes in a field or blanks in a body need a hand, and a body of 80 bytes and more, or one
+  /// that is no text, is kept in memory and named by the call that gives it in a debugger. Headers
+  /// are in it as they are sent, secrets too. Throws what the request throws when it is generated.
+  std::string curlCommand() const { return detail::joined(self()._curlCommand()); }
+  /// The command's parts: the method and address, a part for each header field, and the body.
+  std::vector<std::string> _curlCommand() const {
+    return detail::DebugOperations<Self>::curlCommand(self());
+  }
+  /// Writes the line of a finished request at debug level, as TarnService::verbosity says. `error`
+  /// is the task's own. Never throws.
+  template <class Response>
+  void printDebugOutput(const std::optional<Error>& error, const Response& tarnResponse,
+                        const std::optional<Data>& data) const noexcept {
+    detail::DebugOperations<Self>::print(self(), error, tarnResponse, data);
   }
 
   void insertPendingToTaskManager() const { detail::insertPendingToTaskManager(identifier()); }

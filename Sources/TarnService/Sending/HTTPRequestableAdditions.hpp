@@ -3,6 +3,7 @@
 #include <Platform/Types/TypeName.hpp>
 #include <Tambour/FileRepresentable.hpp>
 #include <Tambour/OptionalQueue.hpp>
+#include <TarnService/Diagnostics/HTTPRequestableDebugAdditions.hpp>
 #include <TarnService/RequestModel/HTTPRequestableDefaultImplementations.hpp>
 #include <TarnService/Sending/ProgressRelay.hpp>
 
@@ -128,6 +129,7 @@ struct SendOperations {
     } catch (...) {
       response = makeResponse(outcome, Error::current());
     }
+    request.printDebugOutput(outcome.error, std::as_const(response), outcome.data);
     request.removeFromTaskManager();
     deliver(queue, completion, std::move(response));
   }
