@@ -2,9 +2,9 @@
 #include <Platform/Types/UUID.hpp>
 #include <TarnService/Settings.hpp>
 
+#include <algorithm>
 #include <cstddef>
 #include <deque>
-#include <unordered_map>
 #include <utility>
 
 namespace tarn {
@@ -20,41 +20,44 @@ class BodyStore {
 
   std::string keep(Data body) {
     std::string key = UUID().uuidString();
+    const std::size_t cost = costOf(body);
+    if (cost > capacity) return key;
     const MutexLock lock(mutex_);
-    size_ += body.size() + entryCost;
-    keys_.push_back(key);
-    bodies_.emplace(key, std::move(body));
-    while (size_ > capacity && !keys_.empty()) dropOldest();
+    entries_.push_back({key, std::move(body)});
+    cost_ += cost;
+    while (cost_ > capacity) {
+      cost_ -= costOf(entries_.front().body);
+      entries_.pop_front();
+    }
     return key;
   }
 
-  std::optional<Data> body(const std::string& key) {
+  std::optional<Data> body(std::string_view key) {
     const MutexLock lock(mutex_);
-    const auto entry = bodies_.find(key);
-    return entry == bodies_.end() ? std::nullopt : std::optional(entry->second);
+    const auto entry = std::ranges::find(entries_, key, &Entry::key);
+    return entry == entries_.end() ? std::nullopt : std::optional(entry->body);
   }
 
  private:
-  static constexpr std::size_t capacity = 64 * 1024 * 1024;
-  static constexpr std::size_t entryCost = 256;  // about what the tables take for one body
+  struct Entry {
+    std::string key;
+    Data body;
+  };
 
-  void dropOldest() TARN_REQUIRES(mutex_) {
-    const auto entry = bodies_.find(keys_.front());
-    size_ -= entry->second.size() + entryCost;
-    bodies_.erase(entry);
-    keys_.pop_front();
-  }
+  static constexpr std::size_t capacity = 64 * 1024 * 1024;
+  static constexpr std::size_t entryCost = 256;  // beside the bytes, generously
+
+  static std::size_t costOf(const Data& body) { return body.size() + entryCost; }
 
   Mutex mutex_;
-  std::unordered_map<std::string, Data> bodies_ TARN_GUARDED_BY(mutex_);
-  std::deque<std::string> keys_ TARN_GUARDED_BY(mutex_);  // the oldest first
-  std::size_t size_ TARN_GUARDED_BY(mutex_) = 0;
+  std::deque<Entry> entries_ TARN_GUARDED_BY(mutex_);  // the oldest first; only people search it
+  std::size_t cost_ TARN_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace
 
 std::optional<HTTPDebugData> TarnService::httpDebugData(std::string_view key) {
-  auto body = BodyStore::shared().body(std::string(key));
+  auto body = BodyStore::shared().body(key);
   if (!body) return std::nullopt;
   if (auto text = body->utf8()) return HTTPDebugData(std::move(*text));
   return HTTPDebugData(std::move(*body));
@@ -69,21 +72,22 @@ std::string detail::keepHTTPDebugData(Data body) {
 namespace {
 
 /// What a debugger sees under the name TarnService, so that a call copied from the log can be made
-/// as it stands. No program calls it.
+/// as it stands. No program calls it: linkers have to be told to keep it.
 struct DebuggerView {
-  /// The text of a body, or of its bytes in hexadecimal; valid until the next call.
-  [[gnu::used, gnu::noinline]] const char* httpDebugData(const char* key) const;
+  /// The text of a body, or its bytes in hexadecimal; null where the key is not known. Valid until
+  /// the next call.
+  [[gnu::used, gnu::retain, gnu::noinline]] const char* httpDebugData(const char* key) const;
 };
 
 const char* DebuggerView::httpDebugData(const char* key) const {
   static std::string& text = *new std::string;
-  const auto found = tarn::TarnService::httpDebugData(key);
-  text.clear();
+  auto found = tarn::TarnService::httpDebugData(key);
   if (!found) return nullptr;
-  if (const auto* whole = std::get_if<std::string>(&*found)) {
-    text = *whole;
+  if (auto* whole = std::get_if<std::string>(&*found)) {
+    text = std::move(*whole);
   } else {
     constexpr const char* digits = "0123456789abcdef";
+    text.clear();
     for (const auto byte : std::get<tarn::Data>(*found)) {
       text += {digits[byte >> 4], digits[byte & 15], ' '};
     }
@@ -91,6 +95,6 @@ const char* DebuggerView::httpDebugData(const char* key) const {
   return text.c_str();
 }
 
-}  // namespace
+[[gnu::used, gnu::retain]] const DebuggerView TarnService;
 
-[[gnu::used]] DebuggerView TarnService;
+}  // namespace

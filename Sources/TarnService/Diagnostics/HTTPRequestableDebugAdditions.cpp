@@ -34,6 +34,14 @@ std::string responseText(const DebugReport& report) {
   return text;
 }
 
+// The command repeats the request, who sends it included, but the log is read by others.
+std::string withoutUser(std::string curlCommand, const URL& url) {
+  const std::string& address = url.absoluteString();
+  const auto place = curlCommand.find(address);
+  if (place != curlCommand.npos) curlCommand.replace(place, address.size(), url.redacted());
+  return curlCommand;
+}
+
 std::map<std::string, std::string> mapOf(const HTTPHeaderFields& headers) {
   return {headers.begin(), headers.end()};
 }
@@ -64,19 +72,21 @@ HTTPVerbosityLevel debugOutputLevel() noexcept {
              : HTTPVerbosityLevel::none;
 }
 
-void printDebugReport(const DebugReport& report, HTTPVerbosityLevel level) {
+void printDebugReport(DebugReport report, HTTPVerbosityLevel level) {
   LogDetails details{
       {"status", std::to_string(report.status.rawValue()) + " (" +
                      std::string(report.status.description()) + ")"},
-      {"response", report.response},
+      {"response", std::move(report.response)},
   };
-  if (report.curlCommand) details.emplace("curl", *report.curlCommand);
+  if (isCancelled(report.error)) details.emplace("error", "Cancelled");
+  if (report.curlCommand) {
+    details.emplace("curl", withoutUser(std::move(*report.curlCommand), report.url));
+  }
   if (level == HTTPVerbosityLevel::verbose) {
     details.emplace("body", httpDebugSummary(report.data));
     if (report.headers) details.emplace("headers", mapOf(*report.headers));
-    if (report.error) details.emplace("error", report.error->localizedDescription());
+    if (report.error) details.insert_or_assign("error", report.error->localizedDescription());
   }
-  if (isCancelled(report.error)) details.insert_or_assign("error", "Cancelled");
   logger().debug(
       "REQUEST " + report.method + " '" + report.url.redacted() + "' " + responseText(report),
       std::move(details), {}, SourceLocation::in("printDebugOutput(error:tarnResponse:data:)"));

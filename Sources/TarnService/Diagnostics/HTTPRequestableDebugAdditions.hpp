@@ -31,7 +31,7 @@ struct DebugReport {
 
 /// How much is to be written now: `none` also where nobody listens to debug lines.
 HTTPVerbosityLevel debugOutputLevel() noexcept;
-void printDebugReport(const DebugReport& report, HTTPVerbosityLevel level);
+void printDebugReport(DebugReport report, HTTPVerbosityLevel level);
 /// Logs that the line of a request could not be put together.
 void logDebugFailure(const Error& error) noexcept;
 
@@ -43,7 +43,18 @@ std::string joined(const std::vector<std::string>& parts);
 template <class R>
 struct DebugOperations {
   static std::vector<std::string> curlCommand(const R& request) {
-    return curlCommand(request, URL(property::url(request)).absoluteString());
+    const URL url = property::url(request);
+    auto parts = curlParts(property::method(request), url.absoluteString(),
+                           request.urlRequest().allHTTPHeaderFields());
+    if constexpr (property::bodyExists<R>) {
+      const auto& body = property::body(request);
+      if constexpr (FileRepresentable<BodyOf<R>>) {
+        parts.push_back(" -d " + httpDebugSummary(body.fileURL()));
+      } else if constexpr (SendableBody<BodyOf<R>>) {
+        parts.push_back(" -d " + httpDebugSummary(bytesOf(body)));
+      }
+    }
+    return parts;
   }
 
   /// Costs one look at the settings where nothing is to be written.
@@ -61,8 +72,8 @@ struct DebugOperations {
       report.response = response.debugStatusAndHeaders();
       report.headers = response.headers;
       report.data = data;
-      if (TarnService::shouldLogCurls) report.curlCommand = loggedCurlCommand(request, report.url);
-      printDebugReport(report, level);
+      if (TarnService::shouldLogCurls) report.curlCommand = curlCommandOrNothing(request);
+      printDebugReport(std::move(report), level);
     } catch (...) {
       logDebugFailure(Error::current());
     }
@@ -70,27 +81,13 @@ struct DebugOperations {
 
  private:
   // What can't be generated any more, such as a body whose file is gone, must not lose the line.
-  static std::optional<std::string> loggedCurlCommand(const R& request, const URL& url) {
+  static std::optional<std::string> curlCommandOrNothing(const R& request) noexcept {
     try {
-      return joined(curlCommand(request, url.redacted()));
+      return request.curlCommand();
     } catch (...) {
       logDebugFailure(Error::current());
       return std::nullopt;
     }
-  }
-
-  static std::vector<std::string> curlCommand(const R& request, const std::string& address) {
-    auto parts = curlParts(property::method(request), address,
-                           R(request).urlRequest().allHTTPHeaderFields());
-    if constexpr (property::bodyExists<R>) {
-      const auto& body = property::body(request);
-      if constexpr (FileRepresentable<BodyOf<R>>) {
-        parts.push_back(" -d " + httpDebugSummary(body.fileURL()));
-      } else if constexpr (SendableBody<BodyOf<R>>) {
-        parts.push_back(" -d " + httpDebugSummary(bytesOf(body)));
-      }
-    }
-    return parts;
   }
 };
 

@@ -129,7 +129,9 @@ struct SendOperations {
     } catch (...) {
       response = makeResponse(outcome, Error::current());
     }
-    request.printDebugOutput(outcome.error, std::as_const(response), outcome.data);
+    callLogged("A request's printDebugOutput", [&] {
+      request.printDebugOutput(outcome.error, std::as_const(response), outcome.data);
+    });
     request.removeFromTaskManager();
     deliver(queue, completion, std::move(response));
   }
