@@ -21,6 +21,17 @@ TEST(ExampleTests, CoroutinePrintsAnAnswerAndAFailure) {
             "HTTPStatus: notFound:404 is unacceptable\n");
 }
 
+TEST(ExampleTests, PollingPrintsEveryAnswerUntilTheLast) {
+  EXPECT_EQ(printedBy("Polling"), "50 %\n100 %\n");
+}
+
+TEST(ExampleTests, RetryPrintsTheFailuresAndTheSuccess) {
+  EXPECT_EQ(printedBy("Retry"),
+            "HTTPStatus: serviceUnavailable:503 is unacceptable\n"
+            "HTTPStatus: serviceUnavailable:503 is unacceptable\n"
+            "ada is user 7\n");
+}
+
 TEST(ExampleTests, JSONPrintsWhatItReads) {
   EXPECT_EQ(printedBy("JSON"),
             R"({"number":9007199254740993,"items":[{"name":"tea","price":4.5,"size":"small"}],)"
