@@ -34,8 +34,9 @@ class BodyStore {
 
   std::optional<Data> body(std::string_view key) {
     const MutexLock lock(mutex_);
-    const auto entry = std::ranges::find(entries_, key, &Entry::key);
-    return entry == entries_.end() ? std::nullopt : std::optional(entry->body);
+    const auto entry = std::find_if(entries_.rbegin(), entries_.rend(),
+                                    [key](const Entry& kept) { return kept.key == key; });
+    return entry == entries_.rend() ? std::nullopt : std::optional(entry->body);
   }
 
  private:
@@ -95,6 +96,7 @@ const char* DebuggerView::httpDebugData(const char* key) const {
   return text.c_str();
 }
 
-[[gnu::used, gnu::retain]] const DebuggerView TarnService;
-
 }  // namespace
+
+// A static one, for debuggers know the names in an unnamed namespace only within this file.
+[[gnu::used, gnu::retain]] static const DebuggerView TarnService;

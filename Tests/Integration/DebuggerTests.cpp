@@ -33,7 +33,7 @@ class DebuggerTests : public testing::Test {
     return values(
         "timeout 90 valgrind -q --tool=none --vgdb-error=0" + pipes +
             " --log-file=" + file("valgrind.log") + " " TARN_DEBUGGED " 2>" + log() + " & " +
-            gdb("-ex 'target remote | vgdb --wait=60" + pipes + "' -ex continue") + "; wait",
+            gdb("-ex 'target remote | vgdb --wait=30" + pipes + "' -ex continue") + "; wait",
         "under valgrind");
   }
   const std::string& transcript() const { return transcript_; }
@@ -45,8 +45,8 @@ class DebuggerTests : public testing::Test {
   std::string gdb(const std::string& start) const {
     return "timeout 90 gdb -q -nx -batch -ex 'set confirm off' -ex 'set print elements 0' "
            "-ex 'set width 0' -ex 'break logged' " +
-           start + " -ex 'print (int)answer()' -ex 'shell sh " + file("calls.sh") +
-           "' -ex 'source " + file("calls.gdb") + "' -ex kill " TARN_DEBUGGED;
+           start + " -ex 'print answer()' -ex 'shell sh " + file("calls.sh") + "' -ex 'source " +
+           file("calls.gdb") + "' -ex kill " TARN_DEBUGGED;
   }
 
   std::vector<std::string> values(const std::string& command, const std::string& way) {

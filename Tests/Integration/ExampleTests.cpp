@@ -1,11 +1,14 @@
 #include <Support/System.hpp>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
 namespace tarn::test {
 namespace {
+
+using testing::HasSubstr;
 
 std::string printedBy(const std::string& example) {
   return outputOf(std::string(TARN_EXAMPLES_DIR "/") + example);
@@ -30,6 +33,12 @@ TEST(ExampleTests, RetryPrintsTheFailuresAndTheSuccess) {
             "HTTPStatus: serviceUnavailable:503 is unacceptable\n"
             "HTTPStatus: serviceUnavailable:503 is unacceptable\n"
             "ada is user 7\n");
+}
+
+TEST(ExampleTests, DebuggingLogsTheRequestAndItsCommand) {
+  const std::string log = printedBy("Debugging 2>&1");
+  EXPECT_THAT(log, HasSubstr("debug [TarnService] REQUEST GET 'http://127.0.0.1:"));
+  EXPECT_THAT(log, HasSubstr("' RESPONSE status: 200 body=\"tea, milk\" curl=\"curl -X GET '"));
 }
 
 TEST(ExampleTests, JSONPrintsWhatItReads) {
