@@ -4,6 +4,8 @@
 #include <TarnService/Sending/HTTPRetryAtempting.hpp>
 #include <TarnService/Transport/QueueLabel.hpp>
 
+#include <string>
+
 namespace tarn::detail {
 
 DispatchQueue makeRetryQueue() { return DispatchQueue(queueLabel("HTTPRetryAttempting.queue")); }
