@@ -13,7 +13,9 @@
 #include <Platform/JSON/JSONValue.hpp>
 #include <Platform/URLLoading/URLSession.hpp>
 #include <Tambour/File.hpp>
+#include <Tambour/FutureCoroutine.hpp>
 #include <TarnLogger/Logger.hpp>
+#include <TarnService/Diagnostics/HTTPRequestableDebugAdditions.hpp>
 #include <TarnService/PayloadEncoding/DataAdditions.hpp>
 #include <TarnService/PayloadEncoding/GZip.hpp>
 #include <TarnService/PayloadEncoding/MultipartForm.hpp>
@@ -33,7 +35,10 @@
 #include <TarnService/Responses/JSONResponse.hpp>
 #include <TarnService/Sending/DownloadRequest.hpp>
 #include <TarnService/Sending/DownloadRequestable.hpp>
+#include <TarnService/Sending/HTTPPolling.hpp>
+#include <TarnService/Sending/HTTPRequestable+Promises.hpp>
 #include <TarnService/Sending/HTTPRequestableAdditions.hpp>
+#include <TarnService/Sending/HTTPRetryAtempting.hpp>
 #include <TarnService/Sending/UploadRequestable.hpp>
 #include <TarnService/Settings.hpp>
 #include <TarnService/Transport/FileManagerAdditions.hpp>

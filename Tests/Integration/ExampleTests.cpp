@@ -1,5 +1,6 @@
 #include <Support/System.hpp>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -7,12 +8,37 @@
 namespace tarn::test {
 namespace {
 
+using testing::HasSubstr;
+
 std::string printedBy(const std::string& example) {
   return outputOf(std::string(TARN_EXAMPLES_DIR "/") + example);
 }
 
 TEST(ExampleTests, CRUDChangesANoteAndListsIt) {
   EXPECT_EQ(printedBy("CRUD"), "1: buy milk (done)\n");
+}
+
+TEST(ExampleTests, CoroutinePrintsAnAnswerAndAFailure) {
+  EXPECT_EQ(printedBy("Coroutine"),
+            "Ada lives in London, founded in 47\n"
+            "HTTPStatus: notFound:404 is unacceptable\n");
+}
+
+TEST(ExampleTests, PollingPrintsEveryAnswerUntilTheLast) {
+  EXPECT_EQ(printedBy("Polling"), "50 %\n100 %\n");
+}
+
+TEST(ExampleTests, RetryPrintsTheFailuresAndTheSuccess) {
+  EXPECT_EQ(printedBy("Retry"),
+            "HTTPStatus: serviceUnavailable:503 is unacceptable\n"
+            "HTTPStatus: serviceUnavailable:503 is unacceptable\n"
+            "ada is user 7\n");
+}
+
+TEST(ExampleTests, DebuggingLogsTheRequestAndItsCommand) {
+  const std::string log = printedBy("Debugging 2>&1");
+  EXPECT_THAT(log, HasSubstr("debug [TarnService] REQUEST GET 'http://127.0.0.1:"));
+  EXPECT_THAT(log, HasSubstr("' RESPONSE status: 200 body=\"tea, milk\" curl=\"curl -X GET '"));
 }
 
 TEST(ExampleTests, JSONPrintsWhatItReads) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace tarn {
 namespace detail {
@@ -26,6 +27,12 @@ void setBody(URLRequest& request, Data body, const std::optional<HTTPContentEnco
 // How a request is sent; defined with the sending pipeline and looked up when a request is sent.
 template <class R>
 struct SendOperations;
+template <class R>
+struct PromiseOperations;
+// How a request is described for people; defined with the diagnostics, likewise.
+template <class R>
+struct DebugOperations;
+std::string joined(const std::vector<std::string>& parts);
 
 }  // namespace detail
 
@@ -79,6 +86,28 @@ struct HTTPRequestableDefaults {
   void send(std::optional<DispatchQueue> completionQueue, F&& completion) const {
     _send(std::move(completionQueue), std::forward<F>(completion));
   }
+  /// Sends the request with the send above, without a queue, and answers at once the ResponseFuture
+  /// of its answer: it fails with the response's error, HTTPUnknownError::futureFailedToMapBody for
+  /// a success without a body, and FutureError::broken where the request declines to be sent.
+  /// Cancelling it cancels an HTTPRequestCancelable request; any other goes on unseen.
+  ///
+  /// A request type that overrides the send above says `using` of this one, and takes a
+  /// `Completion<Response>`, so that its own is the better match.
+  template <class R = Self>
+  auto send() const {
+    detail::requireHTTPRequestable<R>();
+    return detail::PromiseOperations<R>::send(self());
+  }
+  /// A new, pending future of an answer.
+  template <class R = Self>
+  static auto createFuture() {
+    return detail::PromiseOperations<R>::createFuture();
+  }
+  /// Settles a future of an answer as the response says.
+  template <class F, class R = Self>
+  static void mark(const F& future, typename R::Response response) {
+    detail::PromiseOperations<R>::mark(future, std::move(response));
+  }
   /// The send itself, for request types that override send(): the only step on the way that is not
   /// overridable.
   template <class F, class R = Self>
@@ -131,6 +160,23 @@ struct HTTPRequestableDefaults {
   }
   bool _shouldWaitForConnectivity() const {
     return detail::property::shouldWaitForConnectivity(self());
+  }
+
+  /// A shell command that repeats the request, for people to paste: nothing in it is escaped, so
+  /// quotes in a field or blanks in a body need a hand, and a body of 80 bytes and more, or one
+  /// that is no text, is kept in memory and named by the call that gives it in a debugger. Headers
+  /// are in it as they are sent, secrets too. Throws what the request throws when it is generated.
+  std::string curlCommand() const { return detail::joined(self()._curlCommand()); }
+  /// The command's parts: the method and address, a part for each header field, and the body.
+  std::vector<std::string> _curlCommand() const {
+    return detail::DebugOperations<Self>::curlCommand(self());
+  }
+  /// Writes the line of a finished request at debug level, as TarnService::verbosity says. `error`
+  /// is the task's own. Never throws.
+  template <class Response>
+  void printDebugOutput(const std::optional<Error>& error, const Response& tarnResponse,
+                        const std::optional<Data>& data) const noexcept {
+    detail::DebugOperations<Self>::print(self(), error, tarnResponse, data);
   }
 
   void insertPendingToTaskManager() const { detail::insertPendingToTaskManager(identifier()); }

@@ -3,6 +3,7 @@
 #include <Tambour/File.hpp>
 #include <TarnService/RequestModel/DataRequestable.hpp>
 #include <TarnService/Responses/DownloadResponse.hpp>
+#include <TarnService/Sending/HTTPRequestable+Promises.hpp>
 #include <TarnService/Sending/HTTPRequestableAdditions.hpp>
 #include <TarnService/Transport/DownloadTaskProducer.hpp>
 
@@ -41,6 +42,15 @@ struct DownloadRequestable : Base {
   void send(std::optional<DispatchQueue> completionQueue, P&& progress, F&& completion) const {
     detail::sendWithProgress(static_cast<const Self&>(*this), std::move(completionQueue),
                              std::forward<P>(progress), std::forward<F>(completion));
+  }
+  /// As the send() without arguments, with progress: the handlers of RequestProgress that are added
+  /// to the future are called on `completionQueue` as the file grows. To miss nothing, add them on
+  /// that queue.
+  template <class R = Self>
+  auto send(std::optional<DispatchQueue> completionQueue) const {
+    detail::requireHTTPRequestable<R>();
+    return detail::PromiseOperations<R>::sendWithProgress(static_cast<const R&>(*this),
+                                                          std::move(completionQueue));
   }
 };
 

@@ -3,6 +3,7 @@
 #include <Platform/Types/TypeName.hpp>
 #include <Tambour/FileRepresentable.hpp>
 #include <Tambour/OptionalQueue.hpp>
+#include <TarnService/Diagnostics/HTTPRequestableDebugAdditions.hpp>
 #include <TarnService/RequestModel/HTTPRequestableDefaultImplementations.hpp>
 #include <TarnService/Sending/ProgressRelay.hpp>
 
@@ -25,6 +26,15 @@ const DispatchQueue& sendQueue();
 void logSendFailure(std::string_view requestType, const Error& error) noexcept;
 /// Logs what a callback of the application has thrown.
 void reportThrowing(std::string_view callback, const Error& error) noexcept;
+/// Calls what the application gave; what that throws is logged.
+template <class F>
+void callLogged(std::string_view callback, F&& call) noexcept {
+  try {
+    call();
+  } catch (...) {
+    reportThrowing(callback, Error::current());
+  }
+}
 /// What the transport's own error becomes: the network error with the same number.
 Error networkError(const Error& transportError);
 /// The failure of an answer that the request does not accept.
@@ -119,6 +129,9 @@ struct SendOperations {
     } catch (...) {
       response = makeResponse(outcome, Error::current());
     }
+    callLogged("A request's printDebugOutput", [&] {
+      request.printDebugOutput(outcome.error, std::as_const(response), outcome.data);
+    });
     request.removeFromTaskManager();
     deliver(queue, completion, std::move(response));
   }
@@ -175,11 +188,7 @@ struct SendOperations {
   }
 
   static void runLogged(const Completion<Response>& completion, Response response) noexcept {
-    try {
-      completion.run(std::move(response));
-    } catch (...) {
-      reportThrowing("A completion", Error::current());
-    }
+    callLogged("A completion", [&] { completion.run(std::move(response)); });
   }
 
   template <class MakeTask>

@@ -98,6 +98,18 @@ TEST(ManualDispatchClockTests, WaitsForDelaysToBeAskedFor) {
   clock.advance(TimeInterval(7));
 }
 
+TEST(ManualDispatchClockTests, WhatIsAddedWhileTimeIsMovedOnIsNotMissed) {
+  ManualDispatchClock clock;
+  const DispatchQueue queue("delayed");
+  for (std::size_t round = 1; round <= 3000; ++round) {
+    const DispatchSemaphore ran(0);
+    queue.async([&] { queue.asyncAfter(TimeInterval(1), [&] { ran.signal(); }); });
+    ASSERT_TRUE(clock.waitForRequestedDelays(round, longWait));
+    clock.advance(TimeInterval(1));  // the item may not have been added yet
+    ASSERT_TRUE(ran.wait(longWait));
+  }
+}
+
 TEST(ManualDispatchClockTests, TheSystemsClockTakesOverAtTheEnd) {
   const DispatchSemaphore ran(0);
   std::optional<ManualDispatchClock> clock(std::in_place);

@@ -76,7 +76,11 @@ Timekeeper::Key Timekeeper::schedule(DispatchTime deadline, Work callback) {
   const MutexLock lock(mutex_);
   const Key key{deadline, ++lastSequence_};
   scheduled_.emplace(key, std::move(callback));
-  if (!manual_.load()) wakeBy(realTime(deadline));
+  if (!manual_.load()) {
+    wakeBy(realTime(deadline));
+  } else if (deadline <= now()) {
+    wakeBy(steady_clock::now());  // time was moved on since the caller looked
+  }
   return key;
 }
 
@@ -124,7 +128,7 @@ void Timekeeper::run() noexcept {
     {
       const MutexLock lock(mutex_);
       timerSetTo_ = RealTime::max();
-      if (!manual_.load()) due = takeDue();
+      due = takeDue();
       const RealTime now = steady_clock::now();
       ticks = tick_ <= now;
       if (ticks) tick_ = now + tickInterval;
