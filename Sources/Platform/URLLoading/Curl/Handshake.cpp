@@ -91,9 +91,8 @@ void Handshake::reset() noexcept {
 
 std::optional<Origin> Transfer::secureProxy() const {
   const auto& text = origin_.secure ? core_->proxies().https : core_->proxies().http;
-  if (!text.starts_with("https://")) return std::nullopt;
   const auto url = URL::parse(text);
-  return url ? Origin::of(*url) : std::nullopt;
+  return url && url->scheme() == "https" ? Origin::of(*url) : std::nullopt;
 }
 
 CURLcode Transfer::prepareTLS(void* context) {
@@ -127,6 +126,7 @@ void Transfer::handshakeAnswered(URLSessionAuthChallengeDisposition disposition,
 void Transfer::repeatHandshake() {
   if (!handshake_.isRefused()) {
     handshake_.repeat();
+    outcome_.reset();
     return enterQueue();
   }
   Failure failure;

@@ -176,7 +176,7 @@ void Transfer::conclude() {
 }
 
 std::optional<URLError> Transfer::failureOf(CURLcode result) {
-  if (refusal_) return std::move(refusal_);
+  if (refusal_) return std::exchange(refusal_, std::nullopt);
   if (result == CURLE_OK) {
     if (!head_.complete()) {
       return error(URLError::networkConnectionLost,
@@ -393,6 +393,8 @@ void Transfer::takeHeld() {
   stage_ = Stage::running;
   // What a proxy says of a tunnel is no answer.
   if (challenged_ && !head_.complete()) return conclude();
+  challenged_ = false;
+  heldBodyFull_ = false;
   lastProgress_ = core_->engine().now();
   const auto body = std::exchange(heldBody_, {});
   publishResponse(std::exchange(held_, nullptr));

@@ -168,8 +168,8 @@ void Transfer::answerArrived() {
   const bool redirect = isRedirect(head_.statusCode(), head_.fields());
   auto response = makeResponse(length);
   const bool endIsKnown = !head_.bodyEndsWithConnection() || response->statusCode() == 204;
-  if (cache_.answerArrived(*request_, response, endIsKnown)) return takeKeptAnswer();
   challenged_ = authenticator_.isChallenge(*response, false);
+  if (cache_.answerArrived(*request_, response, endIsKnown)) return takeKeptAnswer();
   if (!redirect && !challenged_) answer_ = task_->requestInstead(*response);
   if (redirect || challenged_ || answer_) {
     held_ = std::move(response);

@@ -322,6 +322,33 @@ TEST(LoginAnswers, ADeclinedChallengeLeavesAnyBody) {
   EXPECT_EQ(cut.text(), "who?");
 }
 
+TEST(LoginAnswers, ALoginThatAnUnchangedAnswerConfirmsIsRemembered) {
+  std::atomic<bool> isGuarded = false;
+  ScriptedServer server;
+  server.setHandler([&](const ReceivedRequest& request) {
+    if (isGuarded && !request.header("Authorization")) {
+      return Script().respond(401, {{"WWW-Authenticate", "Basic realm=x"}});
+    }
+    const HeaderList fields{{"ETag", "\"1\""}, {"Cache-Control", "no-cache"}};
+    if (request.header("If-None-Match")) return Script().respond(304, fields);
+    return Script().respond(200, fields, "welcome");
+  });
+  RecordedSession session;
+  std::atomic<int> proposals = 0;
+  session.delegate().onTaskChallenge = [&](URLSessionTask&,
+                                           const URLAuthenticationChallenge& challenge,
+                                           const URLChallengeHandler& answer) {
+    if (challenge.proposedCredential) ++proposals;
+    answer(Disposition::useCredential, URLCredential("alice", "secret"));
+  };
+  EXPECT_EQ(session.load(server.url("/")).text(), "welcome");
+  isGuarded = true;
+  EXPECT_EQ(session.load(server.url("/")).text(), "welcome");
+  EXPECT_EQ(proposals, 0);
+  EXPECT_EQ(session.load(server.url("/")).text(), "welcome");
+  EXPECT_EQ(proposals, 1);
+}
+
 TEST(LoginAnswers, AnEndlessBodyDoesNotHoldTheQuestionUp) {
   ScriptedServer server;
   server.routeSequence(

@@ -325,6 +325,35 @@ TEST(Redirects, ADeclinedRedirectWithALongBodyIsStreamed) {
   EXPECT_EQ(loaded.text(), body);
 }
 
+// The idle timer is set lazily: it looks at the transfer once in a while although bytes come.
+TEST(Redirects, ADeclinedAnswerWithALongBodyMayOutlastTheIdleTime) {
+  const std::string start(512 * 1024, 's');
+  const std::string rest(16, 'r');
+  struct {
+    int status;
+    HeaderList headers;
+  } const rows[] = {{302, {{"Location", "/to"}}}, {401, {{"WWW-Authenticate", "Basic realm=x"}}}};
+  for (auto [status, headers] : rows) {
+    SCOPED_TRACE(status);
+    headers.emplace_back("Content-Length", std::to_string(start.size() + rest.size()));
+    ScriptedServer server;
+    server.route(
+        "/from",
+        Script().head(status, headers).send(start).drip(rest, 1, std::chrono::milliseconds(100)));
+    URLSessionConfiguration configuration;
+    configuration.timeoutIntervalForRequest = TimeInterval(0.5);
+    RecordedSession session(configuration);
+    session.delegate().onRedirect = [](URLSessionTask&, const URLRequest&, const auto& answer) {
+      answer(std::nullopt);
+    };
+    const auto loaded = session.load(server.url("/from"));
+    EXPECT_EQ(loaded.code(), 0);
+    EXPECT_EQ(loaded.status(), status);
+    EXPECT_EQ(loaded.text(), start + rest);
+    EXPECT_LE(loaded.record.challenges.size(), 1u);
+  }
+}
+
 TEST(Redirects, AnEndlessBodyDoesNotHoldUpTheRedirect) {
   ScriptedServer server;
   server.route("/from", Script().head(302, {{"Location", "/to"}}).repeatForever("endless "));
