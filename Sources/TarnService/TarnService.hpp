@@ -35,9 +35,11 @@
 #include <TarnService/Responses/JSONResponse.hpp>
 #include <TarnService/Sending/DownloadRequest.hpp>
 #include <TarnService/Sending/DownloadRequestable.hpp>
+#include <TarnService/Sending/HTTPMockable.hpp>
 #include <TarnService/Sending/HTTPPolling.hpp>
 #include <TarnService/Sending/HTTPRequestable+Promises.hpp>
 #include <TarnService/Sending/HTTPRequestableAdditions.hpp>
+#include <TarnService/Sending/HTTPRequestableArrayAdditions.hpp>
 #include <TarnService/Sending/HTTPRetryAtempting.hpp>
 #include <TarnService/Sending/UploadRequestable.hpp>
 #include <TarnService/Settings.hpp>

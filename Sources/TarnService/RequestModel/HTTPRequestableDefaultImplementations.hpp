@@ -5,7 +5,9 @@
 #include <TarnService/RequestModel/HTTPRequestCancelable.hpp>
 #include <TarnService/RequestModel/HTTPRequestable.hpp>
 #include <TarnService/Responses/HTTPRequestError.hpp>
+#include <TarnService/Settings.hpp>
 
+#include <concepts>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,6 +16,10 @@
 #include <vector>
 
 namespace tarn {
+
+template <class Self>
+struct HTTPMockable;
+
 namespace detail {
 
 std::optional<URL> buildURL(const URL& baseURL, std::string_view path,
@@ -29,6 +35,8 @@ template <class R>
 struct SendOperations;
 template <class R>
 struct PromiseOperations;
+template <class R>
+struct MockOperations;
 // How a request is described for people; defined with the diagnostics, likewise.
 template <class R>
 struct DebugOperations;
@@ -81,9 +89,16 @@ struct HTTPRequestableDefaults {
 
   /// Sends the request: `completion` receives one Response, asynchronously on `completionQueue`,
   /// or, with std::nullopt for a queue, on DispatchQueue::global(). Returns at once. Throws only
-  /// what `shouldSend`, the identifier or a copy of the request throws.
+  /// what `shouldSend`, the identifier or a copy of the request throws. An HTTPMockable request is
+  /// answered with its canned response instead while TarnService::isMocked says so.
   template <class F>
   void send(std::optional<DispatchQueue> completionQueue, F&& completion) const {
+    if constexpr (std::derived_from<Self, HTTPMockable<Self>>) {
+      if (TarnService::isMocked) {
+        return detail::MockOperations<Self>::send(self(), std::move(completionQueue),
+                                                  std::forward<F>(completion));
+      }
+    }
     _send(std::move(completionQueue), std::forward<F>(completion));
   }
   /// Sends the request with the send above, without a queue, and answers at once the ResponseFuture

@@ -270,6 +270,11 @@ void sendWithProgress(const R& request, std::optional<DispatchQueue> queue, P&& 
                 "The progress handler is callable with a `tarn::RequestProgress`.");
   static_assert(std::is_convertible_v<F&&, Completion<typename R::Response>>,
                 "The completion is callable with the request's `Response`.");
+  if constexpr (std::derived_from<R, HTTPMockable<R>>) {
+    if (TarnService::isMocked) {
+      return MockOperations<R>::send(request, std::move(queue), std::forward<F>(completion));
+    }
+  }
   SendOperations<R>::send(request, std::move(queue), progressHandler(std::forward<P>(progress)),
                           std::forward<F>(completion));
 }

@@ -78,7 +78,7 @@ class HTTPPollingTests : public test::ServiceTest {
   }
   void advance(double seconds) { clock.advance(TimeInterval(seconds)); }
   /// One interval, and all that the tick after it does up to its response.
-  void tick(const test::Collector<std::string>& events) {
+  void tickOnce() {
     const auto before = events.count();
     advance(10);
     EXPECT_TRUE(drainUntil([&] { return events.count() > before; }));
@@ -176,7 +176,7 @@ TEST_F(HTTPPollingTests, AHandlerMayBeNone) {
   Ticker::poll(PollingHandler<Ticker>());
   Ticker::addPollingHandler(PollingHandler<Ticker>());
   Ticker::poll(note("a"));
-  tick(events);
+  tickOnce();
   Ticker::stopPolling();
   EXPECT_THAT(events.values(), ElementsAre("a1 tock"));
 }
@@ -194,7 +194,7 @@ TEST_F(HTTPPollingTests, WhereNoPollShouldFireTheTicksGoOnAndSendNothing) {
 
   Ticker::poll(note("b"));
   Ticker::shouldFirePoll = true;
-  tick(events);
+  tickOnce();
   Ticker::stopPolling();
   EXPECT_THAT(events.values(), ElementsAre("b4 tock"));
 }
@@ -217,7 +217,7 @@ TEST_F(HTTPPollingTests, ATickWithoutARequestIsLeftOut) {
   Hesitant::poll([events = events](const Hesitant&, const DataResponse&) { events.add("got"); });
   advance(10);
   ASSERT_TRUE(test::eventually([] { return Ticker::makes == 1; }));
-  tick(events);
+  tickOnce();
   Hesitant::stopPolling();
   EXPECT_EQ(server.requestCount(), 1u);
   EXPECT_EQ(readsOfShouldFirePoll, 1);
@@ -229,7 +229,7 @@ TEST_F(HTTPPollingTests, HandlersAreCalledWhereTheMainQueueIsDrained) {
     threads.add(std::this_thread::get_id());
     events.add("called");
   });
-  tick(events);
+  tickOnce();
   Ticker::stopPolling();
   EXPECT_THAT(threads.values(), ElementsAre(std::this_thread::get_id()));
 }
@@ -240,7 +240,7 @@ TEST_F(HTTPPollingTests, AHandlerGetsFailuresToo) {
     responses.add(response);
     events.add("called");
   });
-  tick(events);
+  tickOnce();
   Ticker::stopPolling();
   EXPECT_EQ(responses.value(0).status, HTTPStatus::notFound);
 }
@@ -249,7 +249,7 @@ TEST_F(HTTPPollingTests, AThrowingHandlerIsLoggedAndKeepsNoOtherFromItsResponse)
   Ticker::poll([](const Ticker&, const DataResponse&) { throw std::runtime_error("my mistake"); });
   Ticker::poll(note("b"));
   expectLog(LogLevel::fault, "A polling handler threw: my mistake");
-  tick(events);
+  tickOnce();
   Ticker::stopPolling();
   EXPECT_THAT(events.values(), ElementsAre("b1 tock"));
 }
@@ -263,7 +263,7 @@ TEST_F(HTTPPollingTests, AThrowingCreationIsLoggedAndTheTimerGoesOn) {
   ASSERT_TRUE(log.waitFor(1));
   EXPECT_THAT(log.entries()[0].message, testing::HasSubstr("TarnService.pollTimerQueue"));
   expectLog(LogLevel::fault, log.entries()[0].message);
-  tick(events);
+  tickOnce();
   Ticker::stopPolling();
   EXPECT_THAT(events.values(), ElementsAre("a2 tock"));
 }
@@ -278,7 +278,7 @@ TEST_F(HTTPPollingTests, WhatIsNotPolledCannotBeStoppedNorGetHandlers) {
   EXPECT_STREQ(log.entries()[1].location.function, "stopPolling()");
   // Nothing was kept of the handler.
   Ticker::poll(note("b"));
-  tick(events);
+  tickOnce();
   Ticker::stopPolling();
   EXPECT_THAT(events.values(), ElementsAre("b1 tock"));
 }
@@ -406,7 +406,7 @@ TEST_F(HTTPPollingTests, AResponseOnItsWayReachesTheHandlersOfTheTimeItArrives) 
 
 TEST_F(HTTPPollingTests, AResponseThatWaitsOnTheMainQueueReachesNoHandlerOnceStopped) {
   Ticker::poll(note("a"));
-  tick(events);
+  tickOnce();
   advance(10);
   ASSERT_TRUE(mainQueueFills());
   Ticker::stopPolling();
@@ -422,7 +422,7 @@ TEST_F(HTTPPollingTests, AHandlerMayStopAndNoHandlerAfterItIsCalled) {
   Ticker::poll(
       [note = note("c"), held = std::move(held)](
           const Ticker& request, const DataResponse& response) { note(request, response); });
-  tick(events);
+  tickOnce();
   EXPECT_TRUE(watched.expired());
   EXPECT_THAT(events.values(), ElementsAre("a1 tock"));
 }
@@ -433,7 +433,7 @@ TEST_F(HTTPPollingTests, AHandlerMayFireAndAddHandlers) {
     if (polled.number == 1) Ticker::addPollingHandler(note("b"));
     Ticker::firePoll(polled, queue, responses.callback());
   });
-  tick(events);
+  tickOnce();
   ASSERT_TRUE(responses.waitFor(1));
   advance(10);
   ASSERT_TRUE(drainUntil([&] { return events.count() == 3; }));
@@ -464,7 +464,7 @@ TEST_F(HTTPPollingTests, ATickThatFiresItselfSendsThatOnly) {
   Ticker::poll(note("a"));
   advance(10);
   ASSERT_TRUE(responses.waitFor(1));
-  tick(events);
+  tickOnce();
   Ticker::stopPolling();
   EXPECT_THAT(events.values(), ElementsAre("a2 tock"));
   EXPECT_EQ(server.requestCount(), 2u);
@@ -532,7 +532,7 @@ TEST_F(HTTPPollingTests, AMainQueueThatNobodyDrainsIsToldOfOnce) {
 
 TEST_F(HTTPPollingTests, AMainQueueThatIsDrainedSlowlyIsNotToldOf) {
   Ticker::poll(note("a"));
-  tick(events);
+  tickOnce();
   for (int tick = 2; tick <= 20; ++tick) {
     advance(10);
     waitForTick();

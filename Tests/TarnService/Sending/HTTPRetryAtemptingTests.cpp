@@ -79,7 +79,7 @@ class HTTPRetryAttemptingTests : public test::ServiceTest {
   }
 
   /// Moves the clock on by every delay that is asked for, until the result is there.
-  Result resultOf(const test::Collector<Result>& results, std::size_t retries) {
+  Result resultOf(std::size_t retries) {
     for (std::size_t retry = 1; retry <= retries; ++retry) {
       EXPECT_TRUE(clock.waitForRequestedDelays(retry, test::patience));
       if (clock.requestedDelays().size() < retry) break;
@@ -116,7 +116,7 @@ TEST_P(RetryRuleTests, Holds) {
   limitOfProbes = row.retryLimit;
   readsOfLimit = 0;
   Probe{{}, {}, urlOf(row.answers)}.sendAttemptingRetry(queue, results.callback());
-  const Result result = resultOf(results, row.delays.size());
+  const Result result = resultOf(row.delays.size());
 
   EXPECT_EQ(result.kind(), row.kind);
   EXPECT_EQ(result.successfulResponse() ? bodyOf(*result.successfulResponse()) : "",
@@ -163,7 +163,7 @@ TEST_F(HTTPRetryAttemptingTests, TheResultArrivesOnTheQueueOfTheCaller) {
         onQueue.add(queue.isCurrent());
         results.add(result);
       });
-  resultOf(results, 1);
+  resultOf(1);
   EXPECT_THAT(onQueue.values(), ElementsAre(true));
 }
 
@@ -199,7 +199,7 @@ TEST_F(HTTPRetryAttemptingTests, ATransportErrorIsRetriedToo) {
   limitOfProbes = 2;
   server.routeSequence("/cut", {Script().reset(), Script().respond(200, {}, "2")});
   Probe{{}, {}, URL(server.url("/cut"))}.sendAttemptingRetry(queue, results.callback());
-  const Result result = resultOf(results, 1);
+  const Result result = resultOf(1);
   EXPECT_EQ(result.kind(), Case::partialFailure);
   EXPECT_NE(result.failedResponses().at(0).result.error()->as<CFNetworkErrors>(), nullptr);
 }
@@ -223,7 +223,7 @@ TEST_F(HTTPRetryAttemptingTests, EveryAttemptGoesThroughTheRequestsOwnSend) {
     completion(failure(*attempts));
   };
   request.sendAttemptingRetry(queue, results.callback());
-  const Result result = resultOf(results, 3);
+  const Result result = resultOf(3);
   EXPECT_EQ(bodyOf(*result.successfulResponse()), "own");
   EXPECT_EQ(result.failedResponses().at(2).result.error()->message(), "3");
   EXPECT_THAT(inSeconds(clock.requestedDelays()), ElementsAre(0.25, 10.25, 20.25));
@@ -237,7 +237,7 @@ TEST_F(HTTPRetryAttemptingTests, AnAttemptWhoseSendThrowsHasFailed) {
     completion(answer("own"));
   };
   request.sendAttemptingRetry(queue, results.callback());
-  const Result result = resultOf(results, 2);
+  const Result result = resultOf(2);
   ASSERT_EQ(result.failCount(), 2);
   EXPECT_EQ(result.failedResponses()[0].result.error()->message(), "attempt 1");
   EXPECT_EQ(result.failedResponses()[1].result.error()->message(), "attempt 2");
@@ -251,7 +251,7 @@ TEST_F(HTTPRetryAttemptingTests, ASecondResponseOfOneAttemptIsDropped) {
     completion(answer("second"));
   };
   request.sendAttemptingRetry(queue, results.callback());
-  EXPECT_EQ(bodyOf(*resultOf(results, 0).successfulResponse()), "first");
+  EXPECT_EQ(bodyOf(*resultOf(0).successfulResponse()), "first");
   queue.sync([] {});
   EXPECT_EQ(results.count(), 1u);
 }

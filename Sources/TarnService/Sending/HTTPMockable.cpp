@@ -1,0 +1,51 @@
+#include <Platform/Files/FileManager.hpp>
+#include <Platform/URLLoading/Detail/SuggestedFilename.hpp>
+#include <TarnService/Sending/HTTPMockable.hpp>
+#include <TarnService/Transport/FileManagerAdditions.hpp>
+#include <TarnService/Transport/QueueLabel.hpp>
+
+#include <cerrno>
+#include <fstream>
+
+namespace tarn::detail {
+namespace {
+
+/// Stands for the address of a response that has none. A text that is no URL ends the process.
+const URL& placeholder() noexcept {
+  static const auto& address = *new URL("localhost");
+  return address;
+}
+
+std::string filename(const MockValues& values, const HTTPURLResponse& response) {
+  if (!values.suggestedFilename && !values.mimeType) return response.suggestedFilename();
+  return suggestedFilename(values.suggestedFilename, response.url(),
+                           values.mimeType ? values.mimeType : response.mimeType());
+}
+
+}  // namespace
+
+const DispatchQueue& mockBackgroundQueue() {
+  static const auto& queue =
+      *new DispatchQueue(queueLabel("tarnservice.mock"), QualityOfService::background);
+  return queue;
+}
+
+std::shared_ptr<const HTTPURLResponse> MockValues::urlResponse() const {
+  HTTPHeaderFields fields;
+  if (headers) {
+    for (const auto& [name, value] : *headers) fields.add(name, value);
+  }
+  return std::make_shared<HTTPURLResponse>(
+      url.value_or(placeholder()), static_cast<int>(status.rawValue()), "1.1", std::move(fields));
+}
+
+URL MockValues::makeFile(const HTTPURLResponse& response) const {
+  const URL file = makeTemporaryDirectory().appendingPathComponent(filename(*this, response));
+  std::ofstream stream(file.path(), std::ios::binary);
+  if (responseData) stream << responseData->view();
+  stream.close();
+  if (!stream) throw FileError("Writing", file.path(), errno);
+  return file;
+}
+
+}  // namespace tarn::detail
