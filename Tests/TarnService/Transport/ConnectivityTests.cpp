@@ -39,7 +39,12 @@ class Producer final : public tarn::HTTPDataTaskProducer,
     reportCompletion(task, error);
   }
 
+  void didBecomeInvalid(tarn::URLSession&, const std::optional<tarn::Error>&) override {
+    invalidations.signal();
+  }
+
   tarn::test::Waiter waits;
+  tarn::test::Waiter invalidations;
 
  private:
   std::shared_ptr<tarn::URLSession> session_;
@@ -62,6 +67,13 @@ namespace {
 
 class ConnectivityTests : public test::ServiceTest {
  protected:
+  void TearDown() override {
+    // It and its session keep each other until then.
+    producer->session()->invalidateAndCancel();
+    EXPECT_TRUE(producer->invalidations.waitFor());
+    ServiceTest::TearDown();
+  }
+
   void send(const std::string& url, bool waits) {
     const depot::Fetch request(url, producer, waits);
     request.send(std::nullopt, responses.callback());
