@@ -79,7 +79,9 @@ std::optional<WallTime> parseHTTPDate(std::string_view text, WallTime now) noexc
   const year_month_day date(std::chrono::year(*year), std::chrono::month(*month),
                             std::chrono::day(static_cast<unsigned>(*day)));
   if (!date.ok()) return std::nullopt;
-  return sys_days(date) + *time;
+  constexpr sys_seconds earliest = sys_days(January / 1 / 1900);
+  constexpr sys_seconds latest = sys_days(January / 1 / 2101) - seconds(1);
+  return std::clamp<sys_seconds>(sys_days(date) + *time, earliest, latest);
 }
 
 }  // namespace tarn::detail

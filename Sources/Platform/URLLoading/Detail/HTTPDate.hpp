@@ -9,6 +9,8 @@ namespace tarn::detail {
 
 /// A date of a header field in any of its three forms (RFC 9110, 5.6.7), letters in either case;
 /// nothing for all else. A year of two digits is the one that lies at most 50 years after `now`.
+/// What lies before 1900 or after 2100 counts as the first or last moment between them, so that the
+/// time between any two dates can be counted.
 std::optional<WallTime> parseHTTPDate(std::string_view text, WallTime now = wallTime()) noexcept;
 
 }  // namespace tarn::detail
