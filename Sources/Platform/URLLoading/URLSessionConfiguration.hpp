@@ -65,10 +65,10 @@ struct URLSessionConfiguration {
   URLRequest::HeaderFields httpAdditionalHeaders;
   /// Whether cookies of answers are kept and sent with later requests (RFC 6265). Default true.
   bool httpShouldSetCookies = true;
-  /// Bytes of bodies, header fields and addresses that the session's private cache may keep in
-  /// memory (RFC 9111); 0 for no cache. One answer may take a tenth. Kept are answers to GET, their
-  /// bodies whole and decoded; downloads to files, parts of a body and answers that vary by cookies
-  /// are not. Default 4 MiB.
+  /// Bytes of bodies, header fields and addresses, and 1 KiB for each answer, that the session's
+  /// private cache may keep in memory (RFC 9111); 0 for no cache. One answer may take a tenth. Kept
+  /// are answers to GET, their bodies whole and decoded; downloads to files, parts of a body and
+  /// answers that vary by cookies are not. Default 4 MiB.
   std::size_t cacheMemoryCapacity = 4 * 1024 * 1024;
 
   TLSProtocolVersion tlsMinimumSupportedProtocolVersion = TLSProtocolVersion::TLSv12;

@@ -145,7 +145,24 @@ TEST(CacheFreshness, KeepsWhatTheAnswerAllows) {
        From::cache,
        {{"Authorization", "Bearer a"}},
        {{"Authorization", "Bearer a"}}},
-      {"a login", {{"Cache-Control", "max-age=60"}}, 0, From::cache, {{"Authorization", "B a"}}},
+      {"a login, then none",
+       {{"Cache-Control", "max-age=60"}, {"ETag", "\"a\""}},
+       0,
+       From::server,
+       {{"Authorization", "Bearer a"}},
+       {}},
+      {"another login, though nothing is said of it",
+       {{"Cache-Control", "public, max-age=60"}, {"ETag", "\"a\""}},
+       0,
+       From::server,
+       {{"Authorization", "Bearer a"}},
+       {{"authorization", "Bearer b"}}},
+      {"the same login, though nothing is said of it",
+       {{"Cache-Control", "max-age=60"}},
+       0,
+       From::cache,
+       {{"Authorization", "Bearer a"}},
+       {{"authorization", "Bearer a"}}},
       {"varies, same",
        {{"Cache-Control", "max-age=60"}, {"Vary", "x-lang"}},
        0,
@@ -215,6 +232,41 @@ TEST(CacheFreshness, HeedsTheRequest) {
       {"no-store of a stale answer", tagged, 60, From::server, {}, control("no-store")},
       {"only-if-cached", minute, 59, From::cache, {}, control("only-if-cached")},
   });
+}
+
+TEST(CacheFreshness, HeedsTheFieldsOfTheSession) {
+  const HeaderList tagged{{"Cache-Control", "max-age=60"}, {"ETag", "\"a\""}};
+  const HeaderList ofUsers{{"Cache-Control", "max-age=60"}, {"Vary", "Authorization"}};
+  for (const auto& row :
+       std::vector<Row>{{"no-store", tagged, 0, From::server, {{"cache-control", "no-store"}}},
+                        {"no-cache", tagged, 0, From::both, {{"Cache-Control", "no-cache"}}},
+                        {"max-age", tagged, 10, From::both, {{"Cache-Control", "max-age=10"}}},
+                        {"Pragma", tagged, 0, From::both, {{"Pragma", "no-cache"}}},
+                        {"a part", tagged, 0, From::server, {{"Range", "bytes=0-9"}}},
+                        {"a condition", tagged, 0, From::server, {{"If-Match", "\"a\""}}},
+                        {"a login", ofUsers, 0, From::cache, {{"Authorization", "Bearer a"}}},
+                        {"the request's own",
+                         tagged,
+                         0,
+                         From::cache,
+                         {{"Cache-Control", "no-cache"}},
+                         {{"Cache-Control", "max-age=10"}}},
+                        {"another login of the request's own",
+                         tagged,
+                         0,
+                         From::server,
+                         {{"Authorization", "Bearer a"}},
+                         {{"Authorization", "Bearer b"}}}}) {
+    SCOPED_TRACE(row.name);
+    CacheCase test;
+    test.serve(200, row.answer);
+    auto configuration = URLSessionConfiguration::ephemeral();
+    configuration.httpAdditionalHeaders = row.first;
+    RecordedSession session(configuration);
+    const auto first = session.load(test.request());
+    test.clock.advance(row.secondsLater);
+    expectSecond(first, session.load(test.request(row.second)), row.from, test.server);
+  }
 }
 
 struct StatusRow {

@@ -32,15 +32,6 @@ Origin proxyOrigin(const URL& url) {
   return origin;
 }
 
-// The path and query as they are on the wire.
-std::string requestTarget(const URL& url) {
-  const auto text = url.redacted();
-  const auto authority = text.find("://") + 3;
-  const auto begin = std::min(text.find_first_of("/?#", authority), text.size());
-  const auto target = text.substr(begin, std::min(text.find('#'), text.size()) - begin);
-  return target.starts_with('/') ? target : "/" + target;
-}
-
 std::string tunnelTarget(const Origin& origin) {
   return origin.host + ":" + std::to_string(origin.port);
 }
@@ -154,15 +145,16 @@ std::string Authenticator::authorization(const Side& side, const std::string& me
   return digestAuthorization(*side.challenge, *side.shown, method, target, UUID().uuidString());
 }
 
+std::optional<std::string> Authenticator::authorizationOfAddress() const {
+  if (!server_.ofAddress) return std::nullopt;
+  return basicAuthorization(*server_.ofAddress);
+}
+
 std::string Authenticator::authorization(const URLRequest& request) const {
   return authorization(server_, request.httpMethod(), requestTarget(request.url()));
 }
 
 void Authenticator::configure(CURL* easy, const URLRequest& request) {
-  if (server_.ofAddress && !server_.shown) {
-    setOption(easy, CURLOPT_USERNAME, server_.ofAddress->user.c_str());
-    setOption(easy, CURLOPT_PASSWORD, server_.ofAddress->password.c_str());
-  }
   if (!proxy_ || !proxy_->shown) return;
   const bool tunnelled = server_.space.origin.secure;
   const auto value =

@@ -37,11 +37,13 @@ class Authenticator {
   bool take(URLSessionAuthChallengeDisposition disposition,
             const std::optional<URLCredential>& credential);
 
-  /// What the server is shown in the field Authorization; empty for nothing. User information of
-  /// the address is not here.
+  /// What the field Authorization of a request says that has none itself: the user information of
+  /// the address, shown before anybody asks. Nothing where there is none.
+  std::optional<std::string> authorizationOfAddress() const;
+  /// What the server is shown in that field in answer to its challenge, whatever the request has;
+  /// empty before there was one.
   std::string authorization(const URLRequest& request) const;
-  /// Sets what else is shown, of the address and to the proxy. The lines live as long as this
-  /// object, until the next call.
+  /// Sets what the proxy is shown. The lines live as long as this object, until the next call.
   void configure(CURL* easy, const URLRequest& request);
 
  private:

@@ -1,7 +1,7 @@
 #include <Platform/Types/FatalError.hpp>
 #include <Platform/Types/URLError.hpp>
 #include <Platform/URLLoading/Curl/CacheExchange.hpp>
-#include <Platform/URLLoading/Curl/Origin.hpp>
+#include <Platform/URLLoading/Detail/Origin.hpp>
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <Platform/URLLoading/Curl/Origin.hpp>
 #include <Platform/URLLoading/Detail/Authorization.hpp>
+#include <Platform/URLLoading/Detail/Origin.hpp>
 #include <Platform/URLLoading/URLProtectionSpace.hpp>
 
 #include <optional>

@@ -2,7 +2,7 @@
 
 #include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/URLLoading/Curl/Engine.hpp>
-#include <Platform/URLLoading/Curl/Origin.hpp>
+#include <Platform/URLLoading/Detail/Origin.hpp>
 #include <Platform/URLLoading/URLAuthenticationChallenge.hpp>
 
 #include <curl/curl.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Platform/URLLoading/Curl/Origin.hpp>
+#include <Platform/URLLoading/Detail/Origin.hpp>
 
 #include <deque>
 #include <unordered_map>

@@ -1,6 +1,6 @@
-#include <Platform/URLLoading/Curl/Origin.hpp>
 #include <Platform/URLLoading/Curl/Redirects.hpp>
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
+#include <Platform/URLLoading/Detail/Origin.hpp>
 
 #include <curl/curl.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <Platform/URLLoading/Curl/Origin.hpp>
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
+#include <Platform/URLLoading/Detail/Origin.hpp>
 #include <Platform/URLLoading/Detail/RequestBody.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 

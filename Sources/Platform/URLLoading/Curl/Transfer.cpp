@@ -80,10 +80,24 @@ void Transfer::enterQueue() {
                        : error(URLError::unsupportedURL, "The scheme is not http or https."));
   }
   origin_ = std::move(*origin);
-  if (cache_.begin(*request_, bodyFile_ != nullptr)) return endWithKeptAnswer();
+  completeRequest();
+  if (cache_.begin(sentRequest(), bodyFile_ != nullptr)) return endWithKeptAnswer();
   stage_ = Stage::queued;
   core_->admit(*this);
   armTimer();
+}
+
+// What the session and the address add decides about a kept answer as the request's own does.
+void Transfer::completeRequest() {
+  completed_.reset();
+  const auto& sessionFields = core_->configuration().httpAdditionalHeaders;
+  auto login = authenticator_.authorizationOfAddress();
+  if (sessionFields.empty() && !login) return;
+  const bool elsewhere = Origin::of(task_->originalRequest().url()) != origin_;
+  completed_ = withSessionFields(*request_, sessionFields, elsewhere);
+  if (login && !completed_->value("Authorization")) {
+    completed_->setValue(std::move(*login), "Authorization");
+  }
 }
 
 void Transfer::start() noexcept {
@@ -171,7 +185,7 @@ void Transfer::conclude() {
   if (!outcome_ && decoder_ && !decoder_->isComplete()) {
     outcome_ = error(URLError::cannotDecodeRawData, "The encoded body ends too early.");
   }
-  if (!outcome_) cache_.complete(*request_, task_->heldData());
+  if (!outcome_) cache_.complete(sentRequest(), task_->heldData());
   finish(std::move(outcome_));
 }
 
@@ -225,7 +239,8 @@ void Transfer::setSuspended(bool suspended) {
   }
   lastProgress_ = core_->engine().now();
   armTimer();
-  if (stage_ == Stage::kept) return guarded(&Transfer::endWithKeptAnswer);
+  // What had been found may be out of date by now.
+  if (stage_ == Stage::kept) return guarded(&Transfer::enterQueue);
   if (stage_ == Stage::queued) core_->admitNext(origin_);
   if (easy_) guarded(&Transfer::unpause);
 }
@@ -338,7 +353,7 @@ void Transfer::askAboutHeld() {
 void Transfer::askRedirect() {
   // Its body is held as it came, encoded perhaps.
   const bool whole = !easy_ && !outcome_ && !decoder_;
-  if (whole) cache_.complete(*request_, Data(heldBody_));
+  if (whole) cache_.complete(sentRequest(), Data(heldBody_));
   if (++redirectCount_ > mostRedirects) {
     return finish(error(URLError::httpTooManyRedirects, "Too many redirects."));
   }

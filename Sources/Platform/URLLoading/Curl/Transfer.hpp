@@ -6,10 +6,10 @@
 #include <Platform/URLLoading/Curl/ContentDecoder.hpp>
 #include <Platform/URLLoading/Curl/Handshake.hpp>
 #include <Platform/URLLoading/Curl/HeadParser.hpp>
-#include <Platform/URLLoading/Curl/Origin.hpp>
 #include <Platform/URLLoading/Curl/RequestOptions.hpp>
 #include <Platform/URLLoading/Curl/RouteMonitor.hpp>
 #include <Platform/URLLoading/Curl/TimerHeap.hpp>
+#include <Platform/URLLoading/Detail/Origin.hpp>
 #include <Platform/URLLoading/Detail/RequestBody.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
 #include <Platform/URLLoading/URLAuthenticationChallenge.hpp>
@@ -50,7 +50,7 @@ class Transfer final : private Timer, private RouteWaiter {
   /// The delegate has caught up: reading may go on.
   void roomMade();
   /// Body bytes leave for the delegate; more may follow.
-  void handingOver(const Data& bytes) { cache_.bodyPart(*request_, bytes); }
+  void handingOver(const Data& bytes) { cache_.bodyPart(sentRequest(), bytes); }
   /// The delegate's answer to a redirect; nothing for "take the redirecting answer itself".
   void redirectAnswered(std::optional<URLRequest> request);
   /// The delegate's answer to the last challenge, of the connection or of an answer.
@@ -72,6 +72,8 @@ class Transfer final : private Timer, private RouteWaiter {
   enum class Stage { queued, running, asking, draining, kept, waiting };
 
   void enterQueue();
+  void completeRequest();
+  const URLRequest& sentRequest() const noexcept { return completed_ ? *completed_ : *request_; }
   void attach();
   void configure(CURL* easy);
   void leaveConnection() noexcept;
@@ -140,6 +142,7 @@ class Transfer final : private Timer, private RouteWaiter {
   const Clock::time_point resourceDeadline_;
   std::optional<URLRequest> redirected_;  // where the one on its way is not the original
   const URLRequest* request_;             // the one on its way
+  std::optional<URLRequest> completed_;   // that one, where something is added on sending
   const URL* bodyFile_;                   // the task's, as long as it is to be sent
   Origin origin_;
   Authenticator authenticator_;

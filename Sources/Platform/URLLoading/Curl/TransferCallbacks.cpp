@@ -85,13 +85,7 @@ struct TransferCallbacks {
 };
 
 void Transfer::configure(CURL* easy) {
-  const auto& sessionFields = core_->configuration().httpAdditionalHeaders;
-  std::optional<URLRequest> completed;
-  if (!sessionFields.empty()) {
-    const bool elsewhere = Origin::of(task_->originalRequest().url()) != origin_;
-    completed = withSessionFields(*request_, sessionFields, elsewhere);
-  }
-  const URLRequest& request = completed ? *completed : *request_;
+  const URLRequest& request = sentRequest();
   setRequestOptions(easy, request, body_.get(), origin_, core_->proxies());
   core_->setOptions(easy, origin_);
   headerLines_ = detail::headerLines(request, body_.get(), authenticator_.authorization(request));
@@ -169,7 +163,7 @@ void Transfer::answerArrived() {
   auto response = makeResponse(length);
   const bool endIsKnown = !head_.bodyEndsWithConnection() || response->statusCode() == 204;
   challenged_ = authenticator_.isChallenge(*response, false);
-  if (cache_.answerArrived(*request_, response, endIsKnown)) return takeKeptAnswer();
+  if (cache_.answerArrived(sentRequest(), response, endIsKnown)) return takeKeptAnswer();
   if (!redirect && !challenged_) answer_ = task_->requestInstead(*response);
   if (redirect || challenged_ || answer_) {
     held_ = std::move(response);

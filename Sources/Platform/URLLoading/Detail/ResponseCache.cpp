@@ -13,7 +13,8 @@ constexpr std::ptrdiff_t mostVariants = 16;
 }  // namespace
 
 ResponseCache::Entry ResponseCache::find(const URLRequest& request) {
-  const auto [begin, end] = places_.equal_range(StoredAnswer::keyOf(request.url()));
+  const auto key = StoredAnswer::keyOf(request.url());
+  const auto [begin, end] = places_.equal_range(key);
   auto latest = end;
   for (auto place = begin; place != end; ++place) {
     const StoredAnswer& answer = **place->second;
@@ -40,7 +41,8 @@ void ResponseCache::renew(const Entry& entry, Entry renewed) {
 }
 
 void ResponseCache::forget(const URLRequest& request) {
-  auto [place, end] = places_.equal_range(StoredAnswer::keyOf(request.url()));
+  const auto key = StoredAnswer::keyOf(request.url());
+  auto [place, end] = places_.equal_range(key);
   while (place != end) {
     place = (*place->second)->answers(request) ? remove(place) : std::next(place);
   }
@@ -48,7 +50,8 @@ void ResponseCache::forget(const URLRequest& request) {
 
 void ResponseCache::invalidate(const URL& url) {
   ++changes_;
-  auto [place, end] = places_.equal_range(StoredAnswer::keyOf(url));
+  const auto key = StoredAnswer::keyOf(url);
+  auto [place, end] = places_.equal_range(key);
   while (place != end) place = remove(place);
 }
 

@@ -1,5 +1,6 @@
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
 #include <Platform/URLLoading/Detail/HTTPDate.hpp>
+#include <Platform/URLLoading/Detail/Origin.hpp>
 #include <Platform/URLLoading/Detail/StoredAnswer.hpp>
 
 #include <algorithm>
@@ -23,7 +24,7 @@ bool isNeverKept(int status) noexcept {
   return status < 200 || std::find(statuses.begin(), statuses.end(), status) != statuses.end();
 }
 
-// Cookies and logins of the session are not seen in the request.
+// Cookies and the answers to challenges are not seen in the request.
 bool isAddedOnSending(std::string_view name, const URLRequest& request) noexcept {
   return equalsIgnoringCase(name, "Cookie") ||
          (equalsIgnoringCase(name, "Authorization") && !request.value(name));
@@ -38,23 +39,52 @@ std::optional<std::string> selectingValue(const URLRequest& request, std::string
   return result;
 }
 
-// Those that belong to one connection or message, and those by which the body had been decoded.
-bool staysAsItWas(std::string_view name) noexcept {
-  constexpr std::array<std::string_view, 13> names{"Connection",
-                                                   "Content-Encoding",
-                                                   "Content-Length",
-                                                   "Content-Range",
-                                                   "Keep-Alive",
-                                                   "Proxy-Authenticate",
-                                                   "Proxy-Authentication-Info",
-                                                   "Proxy-Authorization",
-                                                   "Proxy-Connection",
-                                                   "TE",
-                                                   "Trailer",
-                                                   "Transfer-Encoding",
-                                                   "Upgrade"};
-  return std::any_of(names.begin(), names.end(),
-                     [name](auto own) { return equalsIgnoringCase(name, own); });
+// What the fields say of one connection, which is not kept (RFC 9111, 3.1).
+class ConnectionFields {
+ public:
+  explicit ConnectionFields(const HTTPHeaderFields& fields)
+      : nominated_(listItems(fields.value("Connection").value_or(""))) {}
+
+  bool contains(std::string_view name) const noexcept {
+    constexpr std::array<std::string_view, 10> names{"Connection",
+                                                     "Keep-Alive",
+                                                     "Proxy-Authenticate",
+                                                     "Proxy-Authentication-Info",
+                                                     "Proxy-Authorization",
+                                                     "Proxy-Connection",
+                                                     "TE",
+                                                     "Trailer",
+                                                     "Transfer-Encoding",
+                                                     "Upgrade"};
+    const auto isIt = [name](auto own) { return equalsIgnoringCase(name, own); };
+    return std::any_of(names.begin(), names.end(), isIt) ||
+           std::any_of(nominated_.begin(), nominated_.end(), isIt);
+  }
+
+ private:
+  std::vector<std::string_view> nominated_;
+};
+
+// By which the body that is kept had been framed and decoded.
+bool describesBody(std::string_view name) noexcept {
+  return equalsIgnoringCase(name, "Content-Encoding") ||
+         equalsIgnoringCase(name, "Content-Length") || equalsIgnoringCase(name, "Content-Range");
+}
+
+StoredAnswer::Head withFields(const HTTPURLResponse& head, const URL& url,
+                              HTTPHeaderFields fields) {
+  return std::make_shared<const HTTPURLResponse>(url, head.statusCode(), head.httpVersion(),
+                                                 std::move(fields), head.expectedContentLength());
+}
+
+StoredAnswer::Head withoutConnectionFields(StoredAnswer::Head head) {
+  const ConnectionFields ofConnection(head->allHeaderFields());
+  HTTPHeaderFields fields;
+  for (const auto& [name, value] : head->allHeaderFields()) {
+    if (!ofConnection.contains(name)) fields.add(name, value);
+  }
+  if (fields.size() == head->allHeaderFields().size()) return head;
+  return withFields(*head, head->url(), std::move(fields));
 }
 
 CacheControl cacheControlOf(const HTTPHeaderFields& fields) {
@@ -87,44 +117,35 @@ bool StoredAnswer::mayBeKept(const URLRequest& request, const HTTPURLResponse& h
 
 StoredAnswer::StoredAnswer(const URLRequest& request, Head head, Data body, ExchangeTimes times)
     : key_(keyOf(request.url())),
-      head_(std::move(head)),
+      head_(withoutConnectionFields(std::move(head))),
       body_(std::move(body)),
       times_(times),
       control_(cacheControlOf(head_->allHeaderFields())),
+      selectors_(selectorsIn(request)),
       initialAge_(initialAge()),
       lifetime_(lifetime()),
-      cost_(countCost()) {
-  for (const auto name : listItems(field("Vary").value_or(""))) {
-    selectors_.emplace_back(name, selectingValue(request, name));
-  }
-}
+      cost_(countCost()) {}
 
 StoredAnswer StoredAnswer::renewed(const URLRequest& request, const HTTPHeaderFields& fields,
                                    ExchangeTimes times) const {
-  const auto nominated = listItems(fields.value("Connection").value_or(""));
+  const ConnectionFields ofConnection(fields);
   HTTPHeaderFields merged = head_->allHeaderFields();
   merged.remove("Age");  // of the former answer
   for (const auto& [name, value] : fields) {
-    const bool ofConnection =
-        std::any_of(nominated.begin(), nominated.end(),
-                    [&name = name](auto own) { return equalsIgnoringCase(name, own); });
-    if (!ofConnection && !staysAsItWas(name)) merged.set(name, value);
+    if (!ofConnection.contains(name) && !describesBody(name)) merged.set(name, value);
   }
-  auto head = std::make_shared<const HTTPURLResponse>(head_->url(), head_->statusCode(),
-                                                      head_->httpVersion(), std::move(merged),
-                                                      head_->expectedContentLength());
-  return {request, std::move(head), body_, times};
+  return {request, withFields(*head_, head_->url(), std::move(merged)), body_, times};
 }
 
-std::string_view StoredAnswer::keyOf(const URL& url) noexcept {
-  const std::string_view text = url.absoluteString();
-  return text.substr(0, text.find('#'));
+std::string StoredAnswer::keyOf(const URL& url) {
+  const auto origin = Origin::of(url).value_or(Origin());
+  return (origin.secure ? "https://" : "http://") + origin.host + ":" +
+         std::to_string(origin.port) + requestTarget(url);
 }
 
 bool StoredAnswer::answers(const URLRequest& request) const {
   return std::all_of(selectors_.begin(), selectors_.end(), [&](const Selector& selector) {
-    return !isAddedOnSending(selector.first, request) &&
-           selectingValue(request, selector.first) == selector.second;
+    return selectingValue(request, selector.first) == selector.second;
   });
 }
 
@@ -146,8 +167,7 @@ seconds StoredAnswer::age(WallTime now) const noexcept {
 StoredAnswer::Head StoredAnswer::headFor(const URL& url, std::optional<seconds> age) const {
   HTTPHeaderFields fields = head_->allHeaderFields();
   if (age) fields.set("Age", std::to_string(age->count()));
-  return std::make_shared<const HTTPURLResponse>(url, head_->statusCode(), head_->httpVersion(),
-                                                 std::move(fields), head_->expectedContentLength());
+  return withFields(*head_, url, std::move(fields));
 }
 
 std::optional<WallTime> StoredAnswer::dateField(std::string_view name) const noexcept {
@@ -179,8 +199,19 @@ seconds StoredAnswer::lifetime() const noexcept {
   return std::min(between(dateField("Last-Modified").value_or(date), date) / share, most);
 }
 
+// Servers seldom say that what they show depends on who asks.
+std::vector<StoredAnswer::Selector> StoredAnswer::selectorsIn(const URLRequest& request) const {
+  std::vector<Selector> selectors{{"Authorization", selectingValue(request, "Authorization")}};
+  for (const auto name : listItems(field("Vary").value_or(""))) {
+    selectors.emplace_back(name, selectingValue(request, name));
+  }
+  return selectors;
+}
+
 std::size_t StoredAnswer::countCost() const noexcept {
-  std::size_t cost = key_.size() + body_.size();
+  constexpr std::size_t ownShare = 1024;  // the objects themselves and their places in the cache
+  std::size_t cost = ownShare + key_.size() + body_.size();
+  for (const auto& [name, value] : selectors_) cost += name.size() + value.value_or("").size();
   for (const auto& [name, value] : head_->allHeaderFields()) cost += name.size() + value.size();
   return cost;
 }

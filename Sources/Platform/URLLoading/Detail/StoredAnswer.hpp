@@ -27,7 +27,8 @@ struct ExchangeTimes {
 };
 
 /// One answer to a GET as a cache keeps it: its head and its whole body, both as they were
-/// delivered, and what the body goes with (RFC 9111, 3 and 4). Immutable.
+/// delivered but for what the head said of the connection, and what the body goes with (RFC 9111,
+/// 3 and 4). Immutable.
 class StoredAnswer {
  public:
   using Head = std::shared_ptr<const HTTPURLResponse>;
@@ -42,13 +43,14 @@ class StoredAnswer {
   StoredAnswer renewed(const URLRequest& request, const HTTPHeaderFields& fields,
                        ExchangeTimes times) const;
 
-  /// What it is found by: the address without its fragment.
-  static std::string_view keyOf(const URL& url) noexcept;
+  /// What it is found by: the origin and the request's target, so nothing of a login.
+  static std::string keyOf(const URL& url);
   const std::string& key() const noexcept { return key_; }
-  /// Whether it was selected by the same values of the fields that it varies by.
+  /// Whether it was selected by the same values of the fields that it varies by: those that it
+  /// names, and Authorization always.
   bool answers(const URLRequest& request) const;
   WallTime receivedAt() const noexcept { return times_.answered; }
-  /// Bytes of body, header fields and key.
+  /// Bytes of body, header fields, key and what selects it, and a share for what else it takes.
   std::size_t cost() const noexcept { return cost_; }
 
   /// Whether it may be used without asking the server.
@@ -74,6 +76,7 @@ class StoredAnswer {
   std::optional<WallTime> dateField(std::string_view name) const noexcept;
   WallTime::duration initialAge() const noexcept;
   std::chrono::seconds lifetime() const noexcept;
+  std::vector<Selector> selectorsIn(const URLRequest& request) const;
   std::size_t countCost() const noexcept;
 
   std::string key_;
@@ -81,8 +84,7 @@ class StoredAnswer {
   Data body_;
   ExchangeTimes times_;
   CacheControl control_;
-  std::vector<Selector>
-      selectors_;  // the fields that the answer varies by, as the request had them
+  std::vector<Selector> selectors_;  // what it varies by, as the request had them
   WallTime::duration initialAge_;
   std::chrono::seconds lifetime_;
   std::size_t cost_;

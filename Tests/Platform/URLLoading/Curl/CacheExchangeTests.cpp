@@ -196,15 +196,16 @@ TEST_F(CacheExchange, NothingIsKeptWithoutRoom) {
 
 TEST_F(CacheExchange, WhatWasNotUsedForLongestMakesRoom) {
   auto configuration = URLSessionConfiguration::ephemeral();
-  configuration.cacheMemoryCapacity = 10'000;
+  configuration.cacheMemoryCapacity = 100'000;
   RecordedSession small(configuration);
   const auto isKept = [&](const std::string& path) {
     auto asked = request({}, path);
     asked.setCachePolicy(Policy::returnCacheDataDontLoad);
     return small.load(asked).code() == 0;
   };
-  server.setHandler(
-      [](const ReceivedRequest&) { return Script().respond(200, minute, std::string(700, 'a')); });
+  server.setHandler([](const ReceivedRequest&) {
+    return Script().respond(200, minute, std::string(8'000, 'a'));
+  });
   for (int i = 0; i < 10; ++i) small.load(request({}, "/" + std::to_string(i)));
   ASSERT_TRUE(isKept("/0"));  // and was used last by that
   for (int i = 10; i < 15; ++i) small.load(request({}, "/" + std::to_string(i)));
@@ -215,16 +216,16 @@ TEST_F(CacheExchange, WhatWasNotUsedForLongestMakesRoom) {
 
 TEST_F(CacheExchange, WhatIsTooLargeIsNotKeptAndReplacesWhatWas) {
   auto configuration = URLSessionConfiguration::ephemeral();
-  configuration.cacheMemoryCapacity = 10'000;
+  configuration.cacheMemoryCapacity = 20'000;
   RecordedSession small(configuration);
-  const std::string large(1'001, 'a');
+  const std::string large(2'001, 'a');
   for (const auto& script :
        {Script().respond(200, minute, large), Script().respondChunked(200, minute, {large}),
         Script().respondChunked(200, minute, {large, large, large})}) {
     server.routeSequence("/", {Script().respond(200, minute, "small"), script});
     small.load(request());
     EXPECT_EQ(small.load(request(Policy::returnCacheDataDontLoad)).text(), "small");
-    EXPECT_GT(small.load(request(Policy::reloadIgnoringLocalCacheData)).text().size(), 1000u);
+    EXPECT_GT(small.load(request(Policy::reloadIgnoringLocalCacheData)).text().size(), 2000u);
     EXPECT_EQ(small.load(request(Policy::returnCacheDataDontLoad)).code(),
               URLError::resourceUnavailable);
   }
@@ -248,6 +249,47 @@ TEST_F(CacheExchange, KeepsAnAnswerForEachOfTheRequestsItVariesBy) {
   EXPECT_EQ(in("19"), "22");
   EXPECT_EQ(server.requestCount(), 22u);
   EXPECT_EQ(in("en"), "23");  // there are only so many
+}
+
+// -- Logins
+
+struct CacheLogins : CacheExchange {
+  std::string address(const std::string& user, const std::string& path = "/") const {
+    return "http://" + user + ":secret@127.0.0.1:" + std::to_string(server.port()) + path;
+  }
+  std::string loadAs(const std::string& user) { return session.load(address(user)).text(); }
+};
+
+TEST_F(CacheLogins, AnAnswerIsForWhoeverTheAddressNames) {
+  serve(200, tagged);
+  EXPECT_EQ(loadAs("alice"), "1");
+  EXPECT_EQ(loadAs("bob"), "2");
+  EXPECT_EQ(load().text(), "3");
+  EXPECT_EQ(loadAs("alice"), "1");
+  EXPECT_EQ(loadAs("bob"), "2");
+  EXPECT_EQ(load(request({{"Authorization", "Basic YWxpY2U6c2VjcmV0"}})).text(), "1");
+  EXPECT_EQ(server.requestCount(), 3u);
+  EXPECT_EQ(server.request(0).header("Authorization"), "Basic YWxpY2U6c2VjcmV0");
+  EXPECT_EQ(server.request(2).header("Authorization"), std::nullopt);
+}
+
+TEST_F(CacheLogins, AChangeEndsWhatIsKeptForAnybody) {
+  serve(200, minute);
+  loadAs("alice");
+  loadAs("bob");
+  send("PUT");
+  EXPECT_EQ(loadAs("alice"), "4");
+  EXPECT_EQ(loadAs("bob"), "5");
+}
+
+TEST_F(CacheLogins, ARedirectTakesTheLoginAlong) {
+  serve(200, minute);
+  server.route("/from", Script().respond(302, {{"Location", server.url("/to")}}));
+  for (const auto* user : {"alice", "bob"}) session.load(address(user, "/from"));
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 4u);
+  EXPECT_NE(requests[1].header("Authorization"), requests[3].header("Authorization"));
+  EXPECT_EQ(loadFrom("/to").text(), "3");
 }
 
 // -- Asking whether a kept answer holds
@@ -630,8 +672,15 @@ TEST_F(CacheExchange, ATargetFromTheCacheWaitsWhileTheTaskIsSuspended) {
   EXPECT_EQ(session.finished(task).text(), "1");
   EXPECT_EQ(server.requestCount(), 2u);
 
-  const auto dropped = session.start(request({}, "/from"));
+  const auto changed = session.start(request({}, "/from"));
   ASSERT_TRUE(answered.waitFor(2));
+  loadFrom("/to");
+  send("PUT", "/to");
+  changed->resume();
+  EXPECT_EQ(session.finished(changed).text(), "3");  // the change had "2"
+
+  const auto dropped = session.start(request({}, "/from"));
+  ASSERT_TRUE(answered.waitFor(3));
   dropped->cancel();
   EXPECT_EQ(session.finished(dropped).code(), URLError::cancelled);
 }

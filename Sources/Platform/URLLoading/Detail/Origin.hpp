@@ -19,6 +19,9 @@ struct Origin {
   friend bool operator==(const Origin&, const Origin&) = default;
 };
 
+/// The path and query of an HTTP address as they are on the wire.
+std::string requestTarget(const URL& url);
+
 struct OriginHash {
   std::size_t operator()(const Origin& origin) const noexcept {
     return std::hash<std::string>()(origin.host) ^
