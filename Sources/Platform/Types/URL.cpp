@@ -1,5 +1,6 @@
 #include <Platform/Types/Detail/PercentEncoding.hpp>
 #include <Platform/Types/Detail/URLRepresentation.hpp>
+#include <Platform/Types/Detail/UserInformation.hpp>
 #include <Platform/Types/URL.hpp>
 
 #include <algorithm>
@@ -13,27 +14,6 @@ using detail::URLPart;
 using detail::URLRange;
 
 namespace {
-
-// For text that did not parse, and of which so nobody knows where its user information ends:
-// everything up to the last "@" goes. Characters that would break a line of a log are escaped.
-std::string printable(std::string_view text) {
-  std::string result;
-  const std::size_t at = text.rfind('@');
-  if (at != std::string_view::npos) {
-    const std::size_t slashes = text.substr(0, at).find("//");
-    if (slashes != std::string_view::npos)
-      result = detail::percentEncoded(text.substr(0, slashes + 2), URLPart::query);
-    text.remove_prefix(at + 1);
-  }
-  for (const char character : text) {
-    const bool isControl = static_cast<unsigned char>(character) < 0x20 || character == 0x7F;
-    if (isControl)
-      detail::appendPercentEncoded(result, {&character, 1}, URLPart::query);
-    else
-      result += character;
-  }
-  return result;
-}
 
 std::string lowered(std::string_view text) {
   std::string result(text);
@@ -53,7 +33,8 @@ std::string currentDirectory() {
 }  // namespace
 
 MalformedURLError::MalformedURLError(std::string_view text, std::string_view reason)
-    : message_("malformed URL \"" + printable(text) + "\": " + std::string(reason)) {}
+    : message_("malformed URL \"" + detail::printableMalformedAddress(text) +
+               "\": " + std::string(reason)) {}
 
 URL::URL(std::shared_ptr<const Representation> representation) noexcept
     : representation_(std::move(representation)) {}

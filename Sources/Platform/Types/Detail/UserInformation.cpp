@@ -1,3 +1,4 @@
+#include <Platform/Types/Detail/PercentEncoding.hpp>
 #include <Platform/Types/Detail/UserInformation.hpp>
 
 #include <algorithm>
@@ -19,28 +20,55 @@ bool mayEndWithinPassword(std::string_view authority, std::string_view rest) noe
   return !std::all_of(port.begin(), port.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-std::size_t userInformationSize(std::string_view text) noexcept {
-  const auto address = text.substr(0, text.find('"'));
+/// How much of `address` is user information, where `pastLastAt` is all up to its last "@".
+std::size_t userInformationSize(std::string_view address, std::size_t pastLastAt) noexcept {
   const auto authority = address.substr(0, address.find_first_of("/?# \t\r\n<>"));
-  auto at = authority.rfind('@');
-  if (at == std::string_view::npos &&
-      mayEndWithinPassword(authority, address.substr(authority.size()))) {
-    at = address.rfind('@');
-  }
-  return at == std::string_view::npos ? 0 : at + 1;
+  const auto at = authority.rfind('@');
+  if (at != std::string_view::npos) return at + 1;
+  return mayEndWithinPassword(authority, address.substr(authority.size())) ? pastLastAt : 0;
 }
 
 }  // namespace
 
 std::string withoutUserInformation(std::string_view text) {
   std::string result;
-  auto found = text.find(slashes);
-  for (; found != std::string_view::npos; found = text.find(slashes)) {
-    result += text.substr(0, found + slashes.size());
-    text.remove_prefix(found + slashes.size());
-    text.remove_prefix(userInformationSize(text));
+  std::size_t begin = 0;  // of what is still to be looked at
+  // The next quotation mark, which no address goes beyond, and where the last "@" before it ends.
+  // Looked for once for all addresses up to there: a hostile text has very many.
+  std::size_t quote = 0;
+  std::size_t pastLastAt = 0;
+  for (auto found = text.find(slashes); found != std::string_view::npos;
+       found = text.find(slashes, begin)) {
+    const auto address = found + slashes.size();
+    if (address > quote) {
+      quote = std::min(text.find('"', address), text.size());
+      const auto at = text.substr(address, quote - address).rfind('@');
+      pastLastAt = at == std::string_view::npos ? 0 : address + at + 1;
+    }
+    result += text.substr(begin, address - begin);
+    begin = address + userInformationSize(text.substr(address, quote - address),
+                                          std::max(pastLastAt, address) - address);
   }
-  return result += text;
+  return result += text.substr(begin);
+}
+
+std::string printableMalformedAddress(std::string_view text) {
+  std::string result;
+  const std::size_t at = text.rfind('@');
+  if (at != std::string_view::npos) {
+    const std::size_t start = text.substr(0, at).find("//");
+    if (start != std::string_view::npos)
+      result = percentEncoded(text.substr(0, start + 2), URLPart::query);
+    text.remove_prefix(at + 1);
+  }
+  for (const char character : text) {
+    const bool isControl = static_cast<unsigned char>(character) < 0x20 || character == 0x7F;
+    if (isControl)
+      appendPercentEncoded(result, {&character, 1}, URLPart::query);
+    else
+      result += character;
+  }
+  return result;
 }
 
 }  // namespace tarn::detail

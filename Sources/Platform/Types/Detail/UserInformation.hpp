@@ -10,4 +10,8 @@ namespace tarn::detail {
 /// to the last "@" goes.
 std::string withoutUserInformation(std::string_view text);
 
+/// For a text that is no URL, and of which so nobody knows where its user information ends:
+/// everything up to the last "@" goes. Characters that would break a line of a log are escaped.
+std::string printableMalformedAddress(std::string_view text);
+
 }  // namespace tarn::detail
