@@ -1,3 +1,4 @@
+#include <Platform/Types/Detail/UserInformation.hpp>
 #include <TarnService/Responses/HTTPRequestError.hpp>
 
 namespace tarn {
@@ -8,8 +9,12 @@ HTTPRequestError HTTPRequestError::malformedURL(std::string urlText) {
 
 std::string HTTPRequestError::message() const { return "Malformed URL: " + urlText_; }
 
+std::string HTTPRequestError::logMessage() const {
+  return "Malformed URL: " + detail::printableMalformedAddress(urlText_);
+}
+
 std::optional<LogDetails> HTTPRequestError::additionalLogInfo() const {
-  return LogDetails{{"malformedURL", urlText_}};
+  return LogDetails{{"malformedURL", detail::printableMalformedAddress(urlText_)}};
 }
 
 }  // namespace tarn

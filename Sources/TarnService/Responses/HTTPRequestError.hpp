@@ -21,7 +21,8 @@ class HTTPRequestError final : public AppError, public ErrorLoggable {
   std::string message() const override;
   /// The position of the case.
   std::int64_t code() const noexcept override { return static_cast<std::int64_t>(kind()); }
-  std::string logMessage() const override { return message(); }
+  /// As the message, but without the user information that the text may hold; so are the details.
+  std::string logMessage() const override;
   std::optional<LogDetails> additionalLogInfo() const override;
 
  private:
