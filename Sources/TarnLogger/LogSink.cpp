@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/Mutex.hpp>
 #include <TarnLogger/LogSink.hpp>
 
 #include <spdlog/logger.h>
@@ -46,24 +47,29 @@ std::string render(const LogEntry& entry) {
   return text;
 }
 
+/// Around a sink without a lock: the one here is free in a child of fork(), and what is written
+/// does not stay in a buffer, from which the child would write it again.
 class SpdlogSink final : public LogSink {
  public:
   SpdlogSink(spdlog::sink_ptr sink, LogLevel minimumLevel)
       : logger_("tarn", std::move(sink)), minimumLevel_(minimumLevel) {
     logger_.set_level(spdlog::level::trace);
-    logger_.flush_on(spdlog::level::err);
+    logger_.flush_on(spdlog::level::trace);
     logger_.set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$ %v (%s:%#)");
   }
 
   LogLevel minimumLevel() const noexcept override { return minimumLevel_; }
 
-  void write(const LogEntry& entry) override {
+  void write(const LogEntry& entry) override TARN_EXCLUDES(mutex_) {
     const auto& at = entry.location;
+    const std::string text = render(entry);
+    const MutexLock lock(mutex_);
     logger_.log(entry.time, spdlog::source_loc(at.file, at.line, at.function),
-                spdlogLevel(entry.level), render(entry));
+                spdlogLevel(entry.level), text);
   }
 
  private:
+  Mutex mutex_;
   spdlog::logger logger_;
   LogLevel minimumLevel_;
 };
@@ -71,14 +77,14 @@ class SpdlogSink final : public LogSink {
 }  // namespace
 
 std::shared_ptr<LogSink> LogSink::standardError(LogLevel minimumLevel) {
-  return std::make_shared<SpdlogSink>(std::make_shared<spdlog::sinks::stderr_color_sink_mt>(),
+  return std::make_shared<SpdlogSink>(std::make_shared<spdlog::sinks::stderr_color_sink_st>(),
                                       minimumLevel);
 }
 
 std::shared_ptr<LogSink> LogSink::rotatingFile(const std::string& path, std::size_t maximumBytes,
                                                std::size_t files, LogLevel minimumLevel) {
   return std::make_shared<SpdlogSink>(
-      std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path, maximumBytes, files),
+      std::make_shared<spdlog::sinks::rotating_file_sink_st>(path, maximumBytes, files),
       minimumLevel);
 }
 

@@ -1,9 +1,10 @@
+#include <Platform/Dispatch/Mutex.hpp>
+#include <Platform/Types/Detail/UserInformation.hpp>
 #include <Platform/Types/FatalError.hpp>
 #include <TarnLogger/ErrorLoggable.hpp>
 #include <TarnLogger/Logger.hpp>
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -12,6 +13,7 @@ namespace {
 
 void logFatalError(std::string_view message, SourceLocation location);
 void logUncaughtError(const Error& error, std::string_view where);
+void logTrouble(std::string_view message);
 
 // The sinks of the process. Writers work on a snapshot, so that no sink runs under the lock.
 class Sinks {
@@ -20,12 +22,13 @@ class Sinks {
 
   // Never destroyed: threads may log while the process exits.
   static Sinks& shared() {
+    const detail::NoForkScope scope;  // not while they are being made
     static Sinks& sinks = *new Sinks;
     return sinks;
   }
 
   std::shared_ptr<const List> snapshot() const {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     return sinks_;
   }
 
@@ -38,7 +41,7 @@ class Sinks {
   }
 
   void setDefault(std::shared_ptr<LogSink> sink) {
-    change([&](List& sinks) {
+    change([&](List& sinks) TARN_REQUIRES(mutex_) {
       std::erase(sinks, default_);
       if (sink) sinks.push_back(sink);
       default_ = std::move(sink);
@@ -50,21 +53,31 @@ class Sinks {
     sinks_ = std::make_shared<const List>(List{default_});
     setFatalErrorHook(logFatalError);
     setUncaughtErrorHook(logUncaughtError);
+    setTroubleHook(logTrouble);
   }
 
   template <class Change>
   void change(Change apply) {
     std::shared_ptr<const List> former;  // let go after the lock: a sink may log as it ends
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     List changed = *sinks_;
     apply(changed);
     former = std::exchange(sinks_, std::make_shared<const List>(std::move(changed)));
   }
 
-  mutable std::mutex mutex_;
-  std::shared_ptr<const List> sinks_;
-  std::shared_ptr<LogSink> default_;
+  mutable Mutex mutex_;
+  std::shared_ptr<const List> sinks_ TARN_GUARDED_BY(mutex_);
+  std::shared_ptr<LogSink> default_ TARN_GUARDED_BY(mutex_);
 };
+
+// Names and passwords that are part of an address do not get into a log, whoever logs it.
+LogDetails redacted(LogDetails details) {
+  for (auto& [name, value] : details) {
+    auto text = detail::withoutUserInformation(value.description());
+    if (text != value.description()) value = std::move(text);
+  }
+  return details;
+}
 
 void emit(LogLevel level, const std::string& subsystem, std::string_view message,
           LogDetails&& details, std::string_view category, SourceLocation location) noexcept {
@@ -75,8 +88,8 @@ void emit(LogLevel level, const std::string& subsystem, std::string_view message
     const LogEntry entry{level,
                          subsystem,
                          std::string(category),
-                         std::string(message),
-                         std::move(details),
+                         detail::withoutUserInformation(message),
+                         redacted(std::move(details)),
                          location,
                          std::chrono::system_clock::now()};
     for (const auto& sink : *sinks) {
@@ -93,6 +106,7 @@ void emit(LogLevel level, const std::string& subsystem, std::string_view message
 }
 
 const std::string& platformSubsystem() {
+  const detail::NoForkScope scope;  // not while it is being made
   static const std::string& name = *new std::string("Platform");
   return name;
 }
@@ -105,6 +119,10 @@ void logUncaughtError(const Error& error, std::string_view where) {
   emit(LogLevel::fault, platformSubsystem(),
        "Uncaught error in " + std::string(where) + ": " + error.localizedDescription(),
        createLogInfoDictionary(error), {}, SourceLocation::current());
+}
+
+void logTrouble(std::string_view message) {
+  emit(LogLevel::error, platformSubsystem(), message, {}, {}, SourceLocation::current());
 }
 
 }  // namespace

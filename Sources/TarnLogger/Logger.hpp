@@ -16,7 +16,8 @@ namespace tarn {
 /// Callable from any thread, also while the process exits. Never throws: a line that can't be
 /// written is dropped. Without a sink of the application's own, lines of level error and fault go
 /// to stderr; debug lines reach only sinks that an application installs. Fatal errors and errors
-/// that escape from callbacks are logged as faults, once the process has a logger.
+/// that escape from callbacks are logged as faults, once the process has a logger. User information
+/// of addresses ("://user:password@") is left out of messages and details.
 class Logger {
  public:
   explicit Logger(std::string subsystem);

@@ -5,11 +5,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <stdlib.h>
+#include <sys/socket.h>
 #include <system_error>
 #include <utility>
 
@@ -61,6 +63,22 @@ ScopedEnvironment::~ScopedEnvironment() {
   } else {
     ::unsetenv(name_.c_str());
   }
+}
+
+std::vector<Descriptor> openDescriptors() {
+  std::vector<Descriptor> found;
+  for (const auto& name : fileNames("/proc/self/fd")) {
+    const int number = std::stoi(name);
+    std::error_code gone;
+    auto target = std::filesystem::read_symlink("/proc/self/fd/" + name, gone).string();
+    const int flags = ::fcntl(number, F_GETFD);
+    if (gone || flags < 0) continue;
+    int domain = -1;
+    socklen_t size = sizeof domain;
+    if (::getsockopt(number, SOL_SOCKET, SO_DOMAIN, &domain, &size) != 0) domain = -1;
+    found.push_back({number, std::move(target), domain, (flags & FD_CLOEXEC) != 0});
+  }
+  return found;
 }
 
 std::size_t openFileDescriptorCount() {

@@ -39,6 +39,15 @@ class ScopedEnvironment {
   std::optional<std::string> former_;
 };
 
+/// An open file descriptor of this process.
+struct Descriptor {
+  int number;
+  std::string target;  // what /proc calls it: "socket:[4711]", or a path
+  int socketDomain;    // AF_UNIX and so on; -1 for what is no socket
+  bool closesOnExec;
+};
+/// Without the one that reads the directory.
+std::vector<Descriptor> openDescriptors();
 /// Of this process; what the count itself opens is not counted.
 std::size_t openFileDescriptorCount();
 /// Of this process.

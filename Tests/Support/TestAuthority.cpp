@@ -84,11 +84,12 @@ void sign(X509* certificate, X509* issuer, EVP_PKEY* issuerKey) {
 }
 
 /// `issuer` null: signs itself.
-Identity makeAuthority(const std::string& name, const Identity* issuer) {
+Identity makeAuthority(const std::string& name, const Identity* issuer,
+                       std::chrono::seconds notAfter = std::chrono::hours(720)) {
   Identity identity;
   identity.key = makeKey(LeafOptions::Key::ec256);
   identity.certificate =
-      blankCertificate(name, identity.key.get(), std::chrono::hours(-24), std::chrono::hours(720));
+      blankCertificate(name, identity.key.get(), std::chrono::hours(-24), notAfter);
   X509* own = identity.certificate.get();
   X509* signer = issuer ? issuer->certificate.get() : own;
   addExtension(own, signer, NID_basic_constraints, "critical,CA:TRUE");
@@ -219,6 +220,8 @@ class TestAuthority::Impl {
         return &root;
       case LeafOptions::Signer::intermediate:
         return &intermediate;
+      case LeafOptions::Signer::expiredIntermediate:
+        return &expiredIntermediate;
       case LeafOptions::Signer::unknownRoot:
         return &unknownRoot;
       case LeafOptions::Signer::plainLeaf:
@@ -231,6 +234,8 @@ class TestAuthority::Impl {
 
   Identity root = makeAuthority("Test Root", nullptr);
   Identity intermediate = makeAuthority("Test Intermediate", &root);
+  Identity expiredIntermediate =
+      makeAuthority("Expired Intermediate", &root, std::chrono::hours(-1));
   Identity unknownRoot = makeAuthority("Unknown Root", nullptr);
   Identity plainLeaf = makeLeaf({.commonName = "plain.example"}, &root);
   int issued = 0;

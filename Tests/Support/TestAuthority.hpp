@@ -15,7 +15,7 @@ struct CertificateFiles {
 
 /// A leaf certificate to be made; the defaults give one that a client on this machine accepts.
 struct LeafOptions {
-  enum class Signer { root, intermediate, unknownRoot, itself, plainLeaf };
+  enum class Signer { root, intermediate, expiredIntermediate, unknownRoot, itself, plainLeaf };
   enum class Purpose { server, client };
   enum class Key { ec256, rsa1024 };
 

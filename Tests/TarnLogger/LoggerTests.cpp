@@ -1,6 +1,7 @@
 #include <Platform/Dispatch/DispatchQueue.hpp>
 #include <Platform/Dispatch/OperationQueue.hpp>
 #include <Platform/Types/FatalError.hpp>
+#include <Platform/Types/URL.hpp>
 #include <Support/LogRecorder.hpp>
 #include <TarnLogger/ErrorLoggable.hpp>
 #include <TarnLogger/Logger.hpp>
@@ -80,6 +81,23 @@ TEST_F(LoggerTests, PassesDetailsAndCategory) {
   EXPECT_EQ(entries[0].details.at("item").description(), "tea");
   ASSERT_NE(entries[0].details.at("left").as<int>(), nullptr);
   EXPECT_EQ(*entries[0].details.at("left").as<int>(), 0);
+}
+
+TEST_F(LoggerTests, LeavesUserInformationOfAddressesOut) {
+  logger_.error("no answer from https://ann:secret@h/x",
+                {{"address", URL("http://ann:secret@h/")}, {"host", "h"}, {"tries", 2}});
+  logger_.error(Error(std::runtime_error("http://ann:secret@h/ is down")));
+  reportUncaughtError(std::runtime_error("http://ann:secret@h/ is down"), "a completion");
+  const auto entries = log_.entries();
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_EQ(entries[0].message, "no answer from https://h/x");
+  EXPECT_EQ(entries[0].details.at("address").description(), "http://h/");
+  EXPECT_EQ(entries[0].details.at("host").description(), "h");
+  EXPECT_NE(entries[0].details.at("tries").as<int>(), nullptr);
+  EXPECT_EQ(entries[1].message, "http://h/ is down");
+  EXPECT_EQ(entries[1].details.at("message").description(), "http://h/ is down");
+  EXPECT_THAT(entries[2].message, testing::EndsWith("http://h/ is down"));
+  EXPECT_EQ(entries[2].details.at("message").description(), "http://h/ is down");
 }
 
 TEST_F(LoggerTests, HasNoDetailsAndNoCategoryUnlessTold) {
@@ -301,6 +319,11 @@ TEST_F(LoggerTests, LogsWhatEscapesFromAnOperationAsAFault) {
   queue.addOperation([] { throw 5; });
   EXPECT_TRUE(
       log_.waitForMessage(LogLevel::fault, "Uncaught error in shop.operations: unknown exception"));
+}
+
+TEST_F(LoggerTests, LogsTroubleAsAnError) {
+  reportTrouble("it is slow");
+  EXPECT_TRUE(log_.waitForMessage(LogLevel::error, "it is slow"));
 }
 
 TEST(LoggerDeathTests, AFatalErrorReachesTheLogAndThenEndsTheProcess) {

@@ -25,8 +25,8 @@ class GroupCore {
         fatalError("DispatchGroup::leave() without a matching enter()");
       }
       if (--count_ != 0) return;
-      waiters_.callAll();
-      notifications.swap(notifications_);
+      waiters_->callAll();
+      notifications.swap(*notifications_);
     }
     for (Notification& notification : notifications) {
       notification.queue.async(std::move(notification.work));
@@ -35,14 +35,14 @@ class GroupCore {
 
   bool wait(RealTime deadline) TARN_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);
-    return count_ == 0 || waiters_.wait(mutex_, deadline);
+    return count_ == 0 || waiters_->wait(mutex_, deadline);
   }
 
   void notify(const DispatchQueue& queue, Work work) TARN_EXCLUDES(mutex_) {
     {
       const MutexLock lock(mutex_);
       if (count_ != 0) {
-        notifications_.push_back({queue, std::move(work)});
+        notifications_->push_back({queue, std::move(work)});
         return;
       }
     }
@@ -57,8 +57,8 @@ class GroupCore {
 
   Mutex mutex_;
   std::size_t count_ TARN_GUARDED_BY(mutex_) = 0;
-  WaitList waiters_ TARN_GUARDED_BY(mutex_);
-  std::vector<Notification> notifications_ TARN_GUARDED_BY(mutex_);
+  PerProcess<WaitList> waiters_ TARN_GUARDED_BY(mutex_);
+  PerProcess<std::vector<Notification>> notifications_ TARN_GUARDED_BY(mutex_);
 };
 
 }  // namespace detail

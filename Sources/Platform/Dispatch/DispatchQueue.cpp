@@ -37,6 +37,7 @@ DispatchQueue DispatchQueue::main() { return DispatchQueue(detail::MainQueueCore
 
 DispatchQueue DispatchQueue::global(QualityOfService qualityOfService) {
   using Cores = std::array<std::shared_ptr<QueueCore>, 5>;
+  const detail::NoForkScope scope;  // not while they are being made
   // Never destroyed: threads may be at work while the process exits.
   static const Cores* const cores = new Cores{
       makeCore("tarn.global.userInteractive", QualityOfService::userInteractive,
@@ -81,6 +82,8 @@ void DispatchQueue::asyncAfter(TimeInterval delay, Work work) const {
 }
 
 bool DispatchQueue::isCurrent() const noexcept { return core_->isCurrent(); }
+
+bool DispatchQueue::wasForkedInside() const noexcept { return core_->wasForkedInside(); }
 
 bool DispatchQueue::isMain() const noexcept {
   return core_.get() == detail::MainQueueCore::shared().get();

@@ -12,10 +12,10 @@ class SemaphoreCore {
     const MutexLock lock(mutex_);
     // While threads wait the value stays at zero or below: a signal that would lift it goes to the
     // first of them.
-    if (value_ < 0 || waiters_.empty()) {
+    if (value_ < 0 || waiters_->empty()) {
       ++value_;
     } else {
-      waiters_.callFirst();
+      waiters_->callFirst();
     }
   }
 
@@ -25,13 +25,13 @@ class SemaphoreCore {
       --value_;
       return true;
     }
-    return waiters_.wait(mutex_, deadline);
+    return waiters_->wait(mutex_, deadline);
   }
 
  private:
   Mutex mutex_;
   std::int64_t value_ TARN_GUARDED_BY(mutex_);
-  WaitList waiters_ TARN_GUARDED_BY(mutex_);
+  PerProcess<WaitList> waiters_ TARN_GUARDED_BY(mutex_);
 };
 
 }  // namespace detail

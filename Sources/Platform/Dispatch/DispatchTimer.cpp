@@ -83,14 +83,14 @@ class TimerCore : public std::enable_shared_from_this<TimerCore> {
     }
     if (next_ == DispatchTime::distantFuture()) return;
     ++armings_;
-    armed_ = Timekeeper::shared().schedule(
+    *armed_ = Timekeeper::shared().schedule(
         next_, [self = shared_from_this(), arming = armings_] { self->expired(arming); });
   }
 
   void disarm() TARN_REQUIRES(mutex_) {
     ++armings_;
-    if (armed_) Timekeeper::shared().cancel(*armed_);
-    armed_.reset();
+    if (*armed_) Timekeeper::shared().cancel(**armed_);
+    armed_->reset();
   }
 
   /// Called by the timekeeper, or by who advances a manual clock.
@@ -98,7 +98,7 @@ class TimerCore : public std::enable_shared_from_this<TimerCore> {
     const MutexLock lock(mutex_);
     // Disarmed after the timekeeper had taken it up.
     if (arming != armings_) return;
-    armed_.reset();
+    armed_->reset();
     arm();
   }
 
@@ -120,7 +120,7 @@ class TimerCore : public std::enable_shared_from_this<TimerCore> {
   }
 
   void postFire() TARN_REQUIRES(mutex_) {
-    if (std::exchange(posted_, true)) return;
+    if (std::exchange(*posted_, true)) return;
     queue_.async([self = shared_from_this()] { self->fire(); });
   }
 
@@ -129,7 +129,7 @@ class TimerCore : public std::enable_shared_from_this<TimerCore> {
     Handler handler;
     {
       const MutexLock lock(mutex_);
-      posted_ = false;
+      *posted_ = false;
       if (suspensions_ != 0) {
         missed_ = true;
         return;
@@ -145,11 +145,11 @@ class TimerCore : public std::enable_shared_from_this<TimerCore> {
   Handler cancelHandler_ TARN_GUARDED_BY(mutex_);
   DispatchTime next_ TARN_GUARDED_BY(mutex_) = DispatchTime::distantFuture();
   std::optional<TimeInterval> interval_ TARN_GUARDED_BY(mutex_);
-  std::optional<Timekeeper::Key> armed_ TARN_GUARDED_BY(mutex_);
+  PerProcess<std::optional<Timekeeper::Key>> armed_ TARN_GUARDED_BY(mutex_);
   std::uint64_t armings_ TARN_GUARDED_BY(mutex_) = 0;
   std::uint64_t suspensions_ TARN_GUARDED_BY(mutex_) = 1;
-  bool posted_ TARN_GUARDED_BY(mutex_) = false;  // a fire waits on the queue
-  bool missed_ TARN_GUARDED_BY(mutex_) = false;  // it came up while suspended
+  PerProcess<bool> posted_ TARN_GUARDED_BY(mutex_);  // a fire waits on the queue
+  bool missed_ TARN_GUARDED_BY(mutex_) = false;      // it came up while suspended
   bool cancelled_ TARN_GUARDED_BY(mutex_) = false;
 };
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <exception>
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
@@ -14,22 +15,45 @@
 namespace tarn {
 namespace detail {
 
-MainQueueCore::MainQueueCore() : QueueCore("tarn.main", QualityOfService::userInteractive) {}
+MainQueueCore::MainQueueCore() : QueueCore("tarn.main", QualityOfService::userInteractive) {
+  callInChild(&beginInChild);
+}
 
 const std::shared_ptr<MainQueueCore>& MainQueueCore::shared() {
+  const NoForkScope scope;  // not while it is being made
   static const auto* const core =
       new std::shared_ptr<MainQueueCore>(std::make_shared<MainQueueCore>());
   return *core;
 }
 
+void MainQueueCore::beginInChild() noexcept {
+  MainQueueCore& core = *shared();
+  // The one thread there is has nothing parked here.
+  core.parker_.renew();
+  const MutexLock lock(core.mutex_);
+  if (core.draining_ && !core.isCurrent()) {
+    core.draining_ = false;
+    core.stopped_ = false;
+  }
+  if (core.drainer_ != std::this_thread::get_id()) core.drainer_ = std::thread::id();
+  if (core.eventFd_ < 0) return;
+  // Nothing waits any more. The counter is the parent's too, so one of our own takes the number.
+  const int fresh = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (fresh < 0 || dup3(fresh, core.eventFd_, O_CLOEXEC) < 0) {
+    close(core.eventFd_);
+    core.eventFd_ = -1;
+  }
+  if (fresh >= 0) close(fresh);
+}
+
 void MainQueueCore::async(Work work) {
   {
     const MutexLock lock(mutex_);
-    items_.push(std::move(work));
-    if (items_.size() > 1) return;
+    items_->push(std::move(work));
+    if (items_->size() > 1) return;
     showReadable(true);
   }
-  parker_.unpark();
+  parker_->unpark();
 }
 
 void MainQueueCore::runThere(Work work) {
@@ -80,7 +104,7 @@ bool MainQueueCore::run(RealTime deadline) {
       const MutexLock lock(mutex_);
       if (std::exchange(stopped_, false)) {
         stopped = true;
-      } else if (!items_.empty()) {
+      } else if (!items_->empty()) {
         work = pop();
       }
     }
@@ -89,7 +113,7 @@ bool MainQueueCore::run(RealTime deadline) {
       if (deadline != RealTime::max() && std::chrono::steady_clock::now() >= deadline) {
         stopped = false;
       }
-    } else if (!stopped && !parker_.parkUntil(deadline)) {
+    } else if (!stopped && !parker_->parkUntil(deadline)) {
       stopped = false;
     }
   }
@@ -102,7 +126,7 @@ void MainQueueCore::stop() {
     const MutexLock lock(mutex_);
     stopped_ = true;
   }
-  parker_.unpark();
+  parker_->unpark();
 }
 
 std::size_t MainQueueCore::drain() {
@@ -111,18 +135,20 @@ std::size_t MainQueueCore::drain() {
   std::size_t waiting = 0;
   {
     const MutexLock lock(mutex_);
-    waiting = items_.size();
+    waiting = items_->size();
   }
-  for (std::size_t i = 0; i < waiting; ++i) {
+  std::size_t count = 0;
+  for (; count < waiting; ++count) {
     Work work;
     {
       const MutexLock lock(mutex_);
+      if (items_->empty()) break;  // the item before forked, and those that waited are the parent's
       work = pop();
     }
     runItem(std::move(work));
   }
   endDraining();
-  return waiting;
+  return count;
 }
 
 int MainQueueCore::fileDescriptor() {
@@ -130,14 +156,14 @@ int MainQueueCore::fileDescriptor() {
   if (eventFd_ < 0) {
     eventFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (eventFd_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-    if (!items_.empty()) showReadable(true);
+    if (!items_->empty()) showReadable(true);
   }
   return eventFd_;
 }
 
 Work MainQueueCore::pop() {
-  Work work = items_.pop();
-  if (items_.empty()) showReadable(false);
+  Work work = items_->pop();
+  if (items_->empty()) showReadable(false);
   return work;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
+#include <Platform/Dispatch/ForkSafety.hpp>
+
 #include <mutex>
 
 // Clang's -Wthread-safety reads these; other compilers see nothing.
@@ -32,20 +32,30 @@
 
 namespace tarn {
 
-/// A std::mutex that Clang's thread-safety analysis knows. Held for short stretches, never while
-/// user code runs.
+/// A std::mutex that Clang's thread-safety analysis knows, and that no other thread holds in a
+/// child of fork(). Held for short stretches, never while user code runs.
 class TARN_CAPABILITY Mutex {
  public:
-  Mutex() = default;
+  constexpr Mutex() = default;
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
-  void lock() TARN_ACQUIRE() { mutex_.lock(); }
-  void unlock() TARN_RELEASE() { mutex_.unlock(); }
-  bool try_lock() TARN_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
+  void lock() TARN_ACQUIRE() {
+    detail::NoForkScope::enter();
+    mutex_.lock();
+  }
+  void unlock() TARN_RELEASE() {
+    mutex_.unlock();
+    detail::NoForkScope::leave();
+  }
+  bool try_lock() TARN_TRY_ACQUIRE(true) {
+    detail::NoForkScope::enter();
+    if (mutex_.try_lock()) return true;
+    detail::NoForkScope::leave();
+    return false;
+  }
 
  private:
-  friend class Condition;
   std::mutex mutex_;
 };
 
@@ -71,34 +81,6 @@ class TARN_SCOPED_CAPABILITY MutexLock {
  private:
   Mutex& mutex_;
   bool held_ = true;
-};
-
-/// A condition variable for Mutex. Wake-ups can be spurious: wait in a loop around the condition.
-///
-/// A shared thread that waits here is not made up for; work on queues waits with DispatchSemaphore
-/// or DispatchGroup.
-class Condition {
- public:
-  void wait(Mutex& mutex) TARN_REQUIRES(mutex) {
-    std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
-    condition_.wait(lock);
-    lock.release();
-  }
-
-  /// False when `deadline` passed first.
-  bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point deadline)
-      TARN_REQUIRES(mutex) {
-    std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
-    const auto status = condition_.wait_until(lock, deadline);
-    lock.release();
-    return status == std::cv_status::no_timeout;
-  }
-
-  void notifyOne() noexcept { condition_.notify_one(); }
-  void notifyAll() noexcept { condition_.notify_all(); }
-
- private:
-  std::condition_variable condition_;
 };
 
 }  // namespace tarn

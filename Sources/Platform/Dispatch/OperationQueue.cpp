@@ -24,7 +24,7 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
   void add(Work operation) TARN_EXCLUDES(mutex_) {
     {
       const MutexLock lock(mutex_);
-      waiting_.push(std::move(operation));
+      state().waiting.push(std::move(operation));
     }
     startAllowed();
   }
@@ -55,9 +55,9 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
     startAllowed();
   }
 
-  std::size_t count() const TARN_EXCLUDES(mutex_) {
+  std::size_t count() TARN_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);
-    return waiting_.size() + running_;
+    return state().count();
   }
 
   void waitUntilEmpty() TARN_EXCLUDES(mutex_) {
@@ -65,7 +65,8 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
       fatalError("waitUntilAllOperationsAreFinished() inside an operation of '" + name() + "'");
     }
     const MutexLock lock(mutex_);
-    if (waiting_.size() + running_ != 0) waiters_.wait(mutex_, RealTime::max());
+    State& state = this->state();
+    if (state.count() != 0) state.waiters.wait(mutex_, RealTime::max());
   }
 
  private:
@@ -74,7 +75,8 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
     std::size_t starts = 0;
     {
       const MutexLock lock(mutex_);
-      for (; mayStart() && posted_ < waiting_.size(); ++posted_) ++starts;
+      State& state = this->state();
+      for (; mayStart(state) && state.posted < state.waiting.size(); ++state.posted) ++starts;
     }
     for (; starts > 0; --starts) queue_.async([self = shared_from_this()] { self->runNext(); });
   }
@@ -89,10 +91,11 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
     Work operation;
     {
       const MutexLock lock(mutex_);
-      --posted_;
-      if (waiting_.empty() || !mayStart()) return;
-      operation = waiting_.pop();
-      ++running_;
+      State& state = this->state();
+      --state.posted;
+      if (state.waiting.empty() || !mayStart(state)) return;
+      operation = state.waiting.pop();
+      ++state.running;
     }
     const Finish finish{
         *this};  // after what the operation throws has been reported, and what it holds let go
@@ -103,24 +106,36 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
   void finished() TARN_EXCLUDES(mutex_) {
     {
       const MutexLock lock(mutex_);
-      --running_;
-      if (waiting_.empty() && running_ == 0) waiters_.callAll();
+      State& state = this->state();
+      --state.running;
+      if (state.count() == 0) state.waiters.callAll();
     }
     startAllowed();
   }
 
-  bool mayStart() const TARN_REQUIRES(mutex_) {
-    return !suspended_ && limit_ > running_ && limit_ - running_ > posted_;
+  struct State {
+    std::size_t count() const noexcept { return waiting.size() + running; }
+
+    RingBuffer<Work> waiting;
+    std::size_t posted = 0;  // items on the queue that have not started
+    std::size_t running = 0;
+    WaitList waiters;
+  };
+
+  State& state() TARN_REQUIRES(mutex_) {
+    if (state_.renew() && queue_.wasForkedInside()) state_.present().running = 1;
+    return state_.present();
+  }
+
+  bool mayStart(const State& state) const TARN_REQUIRES(mutex_) {
+    return !suspended_ && limit_ > state.running && limit_ - state.running > state.posted;
   }
 
   const DispatchQueue queue_;
   mutable Mutex mutex_;
-  RingBuffer<Work> waiting_ TARN_GUARDED_BY(mutex_);
-  std::size_t posted_ TARN_GUARDED_BY(mutex_) = 0;  // items on the queue that have not started
-  std::size_t running_ TARN_GUARDED_BY(mutex_) = 0;
+  PerProcess<State> state_ TARN_GUARDED_BY(mutex_);
   std::size_t limit_ TARN_GUARDED_BY(mutex_) = OperationQueue::noLimit;
   bool suspended_ TARN_GUARDED_BY(mutex_) = false;
-  WaitList waiters_ TARN_GUARDED_BY(mutex_);
 };
 
 }  // namespace detail

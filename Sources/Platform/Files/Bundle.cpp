@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Files/Bundle.hpp>
 #include <Platform/Files/ProcessInfo.hpp>
 
@@ -8,6 +9,7 @@ namespace tarn {
 // Neither bundle is ever destroyed: requests of other threads may still read them while the process
 // ends.
 Bundle& Bundle::main() {
+  const detail::NoForkScope scope;  // not while it is being made
   static Bundle& bundle = *new Bundle(
       InfoDictionary{{kCFBundleExecutableKey, ProcessInfo::processInfo().processName()}});
   return bundle;
@@ -20,12 +22,12 @@ Bundle& Bundle::library() {
 }
 
 std::optional<Bundle::InfoDictionary> Bundle::infoDictionary() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return info_;
 }
 
 void Bundle::setInfoDictionary(std::optional<InfoDictionary> info) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::swap(info_, info);  // the old values, and what they own, go after the lock
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Types/AnyValue.hpp>
 
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -34,7 +34,7 @@ class Bundle {
  private:
   explicit Bundle(std::optional<InfoDictionary> info) : info_(std::move(info)) {}
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::optional<InfoDictionary> info_;
 };
 

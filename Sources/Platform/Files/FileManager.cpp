@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Files/Detail/Descriptor.hpp>
 #include <Platform/Files/Detail/LocalFile.hpp>
 #include <Platform/Files/FileManager.hpp>
@@ -107,6 +108,7 @@ FileError::FileError(const std::string& attempt, const std::string& path, int sy
       systemError_(systemError) {}
 
 const FileManager& FileManager::default_() {
+  const detail::NoForkScope scope;  // not while it is being made
   static const auto& manager = *new FileManager;
   return manager;
 }

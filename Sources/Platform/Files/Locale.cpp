@@ -1,9 +1,9 @@
+#include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Files/Locale.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <mutex>
 #include <utility>
 
 namespace tarn {
@@ -93,8 +93,9 @@ bool isLanguageTag(std::string_view tag) {
   return !isFirst;
 }
 
-std::mutex chosenMutex;
+Mutex chosenMutex;
 std::optional<std::vector<std::string>>& chosenLanguages() {
+  const detail::NoForkScope scope;  // not while it is being made
   static auto& languages = *new std::optional<std::vector<std::string>>;
   return languages;
 }
@@ -108,7 +109,7 @@ std::string_view environmentValue(const char* name) {
 
 std::vector<std::string> Locale::preferredLanguages() {
   {
-    const std::lock_guard lock(chosenMutex);
+    const MutexLock lock(chosenMutex);
     if (chosenLanguages()) return *chosenLanguages();
   }
   return detail::preferredLanguages({.language = environmentValue("LANGUAGE"),
@@ -126,7 +127,7 @@ void Locale::setPreferredLanguages(const std::optional<std::vector<std::string>>
     }
     if (chosen->empty()) chosen->emplace_back("en");
   }
-  const std::lock_guard lock(chosenMutex);
+  const MutexLock lock(chosenMutex);
   std::swap(chosenLanguages(), chosen);
 }
 

@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Files/ProcessInfo.hpp>
 
 #include <array>
@@ -20,13 +21,14 @@ std::string executableName() {
 }  // namespace
 
 ProcessInfo& ProcessInfo::processInfo() {
+  const detail::NoForkScope scope;  // not while it is being made
   static ProcessInfo& info = *new ProcessInfo;
   return info;
 }
 
 OperatingSystemVersion ProcessInfo::operatingSystemVersion() const {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (version_) return *version_;
   }
   utsname names{};
@@ -34,11 +36,12 @@ OperatingSystemVersion ProcessInfo::operatingSystemVersion() const {
 }
 
 void ProcessInfo::setOperatingSystemVersion(std::optional<OperatingSystemVersion> version) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   version_ = version;
 }
 
 std::string ProcessInfo::processName() const {
+  const detail::NoForkScope scope;  // not while it is being made
   static const std::string& name = *new std::string(executableName());
   return name;
 }

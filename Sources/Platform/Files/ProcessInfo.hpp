@@ -1,6 +1,7 @@
 #pragma once
 
-#include <mutex>
+#include <Platform/Dispatch/Mutex.hpp>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,7 +35,7 @@ class ProcessInfo {
  private:
   ProcessInfo() = default;
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::optional<OperatingSystemVersion> version_;
 };
 

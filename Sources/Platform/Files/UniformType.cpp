@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Files/Detail/MIMEDatabase.hpp>
 #include <Platform/Files/UniformType.hpp>
 
@@ -13,6 +14,7 @@ std::string_view environmentValue(const char* name) {
 
 // Never destroyed: requests of other threads may still ask while the process ends.
 const detail::MIMEDatabase& database() {
+  const detail::NoForkScope scope;  // not while it is being made
   static const auto& database = *new detail::MIMEDatabase(
       detail::dataDirectories(environmentValue("XDG_DATA_HOME"), environmentValue("HOME"),
                               environmentValue("XDG_DATA_DIRS")));

@@ -38,7 +38,8 @@ class SecIdentity {
   /// usual forms, encrypted or not. Throws SecIdentityError.
   static SecIdentity fromPEM(const Data& certificates, const Data& privateKey,
                              const std::string& passphrase = {});
-  /// From a PKCS #12 file's contents (RFC 7292). Throws SecIdentityError.
+  /// From a PKCS #12 file's contents (RFC 7292), which must have a checksum (MAC). Ciphers that
+  /// OpenSSL counts as legacy, such as RC2, are not read. Throws SecIdentityError.
   static SecIdentity fromPKCS12(const Data& contents, const std::string& passphrase);
 
   const SecCertificate& certificate() const noexcept { return certificates_.front(); }

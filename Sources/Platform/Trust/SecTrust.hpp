@@ -38,15 +38,16 @@ class SecTrust {
   /// As the server sent them, the leaf first.
   virtual std::vector<SecCertificate> certificates() const = 0;
 
-  /// Replaces the custom anchors. From then on the system's count no longer, unless
-  /// setAnchorCertificatesOnly(false) is called too. False where memory ran out: nothing has
-  /// changed then.
+  /// Replaces the custom anchors, which need not be roots. From then on the system's count no
+  /// longer, unless setAnchorCertificatesOnly(false) is called after it. False where memory ran
+  /// out: nothing has changed then.
   [[nodiscard]] virtual bool setAnchorCertificates(std::vector<SecCertificate> certificates) = 0;
   /// Whether the custom anchors stand alone, or the system's are trusted beside them. False as
   /// above.
   [[nodiscard]] virtual bool setAnchorCertificatesOnly(bool only) = 0;
 
-  /// Looks at dates, signatures, purposes, the host's name and the way to an anchor, now.
+  /// Looks at dates, signatures, purposes, the strength of keys, the host's name and the way to an
+  /// anchor, now. Asks nobody, so a revocation goes unnoticed.
   virtual SecTrustResultType evaluate() = 0;
 
  protected:

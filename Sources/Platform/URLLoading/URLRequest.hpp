@@ -31,13 +31,14 @@ class InvalidRequestError final : public CodedError {
 /// value.
 class URLRequest {
  public:
-  /// How a cache may take part in an answer.
+  /// How the session's cache may take part in an answer to GET and HEAD; URLSessionConfiguration
+  /// says what is kept.
   enum class CachePolicy {
-    useProtocolCachePolicy,
-    reloadIgnoringLocalCacheData,
-    returnCacheDataElseLoad,
-    returnCacheDataDontLoad,
-    reloadRevalidatingCacheData,
+    useProtocolCachePolicy,        ///< as request and answer say (RFC 9111)
+    reloadIgnoringLocalCacheData,  ///< from the server; the answer is kept all the same
+    returnCacheDataElseLoad,       ///< a kept answer of any age, else from the server
+    returnCacheDataDontLoad,       ///< that, else URLError::resourceUnavailable
+    reloadRevalidatingCacheData,   ///< a kept answer only where the server says that it still holds
   };
   using HeaderFields = std::map<std::string, std::string>;
 

@@ -16,6 +16,7 @@ namespace tarn {
 class URLSession {
  public:
   /// Events go to `delegate` on `delegateQueue`; without a queue the session makes one of its own.
+  /// Throws InvalidRequestError or InvalidConfigurationError for settings that can't work.
   static std::shared_ptr<URLSession> make(URLSessionConfiguration configuration,
                                           std::shared_ptr<URLSessionDelegate> delegate,
                                           std::shared_ptr<OperationQueue> delegateQueue = nullptr);

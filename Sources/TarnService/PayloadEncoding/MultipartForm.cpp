@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Types/UUID.hpp>
 #include <TarnService/PayloadEncoding/Detail/SectionHead.hpp>
 #include <TarnService/PayloadEncoding/MultipartForm.hpp>
@@ -9,6 +10,7 @@ namespace {
 
 // Never destroyed: requests of other threads may still be made while the process ends.
 const std::string& processBoundary() {
+  const detail::NoForkScope scope;  // not while it is being made
   static const auto& boundary = *new std::string("tarnservice.Boundary." + UUID().uuidString());
   return boundary;
 }

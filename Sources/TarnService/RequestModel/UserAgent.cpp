@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Files/Bundle.hpp>
 #include <Platform/Files/ProcessInfo.hpp>
 #include <TarnService/RequestModel/UserAgent.hpp>
@@ -45,6 +46,7 @@ std::string computeUserAgent() {
 }  // namespace
 
 const std::string& userAgent() {
+  const detail::NoForkScope scope;  // not while it is being made
   static const std::string& value = *new std::string(computeUserAgent());
   return value;
 }

@@ -17,7 +17,7 @@ class DataTaskProducer final : public SessionTaskProducer<DataTaskProducer, HTTP
 
  private:
   friend class SessionTaskProducer;
-  DataTaskProducer() = default;
+  using SessionTaskProducer::SessionTaskProducer;
 };
 
 }  // namespace tarn

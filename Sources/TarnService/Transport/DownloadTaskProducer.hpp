@@ -28,7 +28,7 @@ class DownloadTaskProducer final
 
  private:
   friend class SessionTaskProducer;
-  DownloadTaskProducer() = default;
+  using SessionTaskProducer::SessionTaskProducer;
 };
 
 }  // namespace tarn

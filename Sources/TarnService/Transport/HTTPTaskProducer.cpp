@@ -1,10 +1,12 @@
 #include <Platform/Types/FatalError.hpp>
 #include <Platform/Types/TypeName.hpp>
 #include <TarnService/Diagnostics/Logger.hpp>
+#include <TarnService/Settings.hpp>
 #include <TarnService/Transport/FileManagerAdditions.hpp>
 #include <TarnService/Transport/HTTPTaskProducer.hpp>
+#include <TarnService/Transport/QueueLabel.hpp>
+#include <TarnService/Transport/ServerTrust.hpp>
 
-#include <mutex>
 #include <stdexcept>
 
 namespace tarn {
@@ -16,12 +18,17 @@ using TaskRef = std::shared_ptr<URLSessionTaskRef>;
 // the older request would never be answered, and its events would go to the newer one. Each is let
 // go at its task's end, which the end of the session brings about at the latest.
 ThreadSafeDictionary<const URLSessionTask*, TaskRef>& displacedTaskRefs() {
+  const detail::NoForkScope scope;  // not while they are being made
   static auto& refs = *new ThreadSafeDictionary<const URLSessionTask*, TaskRef>;
   return refs;
 }
 
-// Held while a key changes hands and while a record is marked as reported.
-std::mutex takingOver;
+// What runs here: a key that changes hands, a record that is marked as reported.
+const DispatchQueue& takingOver() {
+  const detail::NoForkScope scope;  // not while it is being made
+  static const auto& queue = *new DispatchQueue(detail::queueLabel("tarnservice.takingOver"));
+  return queue;
+}
 
 void logMissingForSuccess(std::int64_t taskIdentifier, SourceLocation location) {
   // Kept, spelling included, and said of bytes that are written too: log filters look for it.
@@ -121,17 +128,19 @@ void progress(const TaskRef& ref, std::int64_t taskIdentifier, std::int64_t tota
 }  // namespace
 
 ThreadSafeDictionary<std::string, TaskRef>& taskDictionary() {
+  const detail::NoForkScope scope;  // not while it is being made
   static auto& dictionary = *new ThreadSafeDictionary<std::string, TaskRef>;
   return dictionary;
 }
 
 void HTTPTaskProducer::addTaskRefToQueue(TaskRef ref) const {
   const std::string refKey = key(ref->task->taskIdentifier());
-  TaskRef previous;  // let go after the lock: what it holds may be the application's
-  const std::lock_guard lock(takingOver);
-  previous = taskDictionary()[refKey].value_or(nullptr);
-  if (previous && !previous->isReported) displacedTaskRefs().set(previous->task.get(), previous);
-  taskDictionary().set(refKey, std::move(ref));
+  TaskRef previous;  // let go after the queue: what it holds may be the application's
+  takingOver().sync([&] {
+    previous = taskDictionary()[refKey].value_or(nullptr);
+    if (previous && !previous->isReported) displacedTaskRefs().set(previous->task.get(), previous);
+    taskDictionary().set(refKey, std::move(ref));
+  });
 }
 
 void HTTPTaskProducer::checkWaitForConnectivity(const URLSessionTask& forTask) const {
@@ -165,6 +174,19 @@ void HTTPTaskProducer::reportFailure(std::int64_t forTaskIdentifier,
   fail(taskRef(forTaskIdentifier), forTaskIdentifier, urlResponse, error);
 }
 
+void HTTPTaskProducer::validate(URLSession&, const URLAuthenticationChallenge& didReceive,
+                                const URLChallengeHandler& completionHandler) const {
+  const auto trust = didReceive.protectionSpace.serverTrust;
+  const auto& certificates = TarnService::debugCertificateURLs;
+  const bool isTrusted = trust && certificates && !certificates->empty() &&
+                         detail::isTrustedWith(*certificates, *trust);
+  if (isTrusted) {
+    completionHandler(URLSessionAuthChallengeDisposition::useCredential, URLCredential(trust));
+  } else {
+    completionHandler(URLSessionAuthChallengeDisposition::performDefaultHandling, std::nullopt);
+  }
+}
+
 void HTTPTaskProducer::reportCompletion(const URLSessionTask& task,
                                         const std::optional<Error>& error) const {
   const auto ref = endedTaskRef(task);
@@ -176,14 +198,16 @@ void HTTPTaskProducer::reportCompletion(const URLSessionTask& task,
 
 TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
   TaskRef ref;
-  const std::lock_guard lock(takingOver);
-  ref = taskRef(task);
-  if (ref) ref->isReported = true;
-  displacedTaskRefs().removeValue(&task);
+  takingOver().sync([&] {
+    ref = taskRef(task);
+    if (ref) ref->isReported = true;
+    displacedTaskRefs().removeValue(&task);
+  });
   return ref;
 }
 
 const std::string& HTTPTaskProducer::description() const {
+  const detail::NoForkScope scope;  // not while it is being put together
   std::call_once(described_, [this] { description_ = qualifiedTypeName(typeid(*this)); });
   return description_;
 }

@@ -47,6 +47,12 @@ class HTTPTaskProducer {
   void reportFailure(std::int64_t forTaskIdentifier,
                      const std::shared_ptr<const URLResponse>& urlResponse,
                      const std::optional<Error>& error) const;
+  /// Answers a challenge, before it returns: a server whose chain is trusted with the last usable
+  /// file of TarnService::debugCertificateURLs as an anchor beside the system's is accepted; all
+  /// else, and everything where no files are named, gets default handling. A file that can't be
+  /// read, or is no certificate, is left out without a word.
+  void validate(URLSession& session, const URLAuthenticationChallenge& didReceive,
+                const URLChallengeHandler& completionHandler) const;
 
  protected:
   HTTPTaskProducer() = default;

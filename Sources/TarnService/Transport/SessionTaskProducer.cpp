@@ -9,13 +9,9 @@ std::shared_ptr<URLSession> SessionOwner::session(
     std::shared_ptr<URLSessionDelegate> delegate,
     const std::shared_ptr<OperationQueue>& delegateQueue) {
   const MutexLock lock(mutex_);
-  // Default settings throughout, so a task without a route to its host fails at once: kept,
-  // requests are written for it.
-  if (!session_) {
-    session_ =
-        URLSession::make(URLSessionConfiguration::ephemeral(), std::move(delegate), delegateQueue);
-  }
-  return session_;
+  auto& session = *session_;
+  if (!session) session = URLSession::make(configuration_, std::move(delegate), delegateQueue);
+  return session;
 }
 
 void SessionOwner::reset(const std::shared_ptr<URLSession>& former) {
@@ -36,7 +32,7 @@ void SessionOwner::forget(const URLSession& former) {
   // A session that was replaced before must not take its successor with it, whose end would then
   // reset the next.
   const MutexLock lock(mutex_);
-  if (session_.get() == &former) session_ = nullptr;
+  if (session_->get() == &former) session_->reset();
 }
 
 }  // namespace tarn::detail

@@ -18,6 +18,7 @@ TaskManager::State TaskManager::State::notCreatedAndMarkedForCancellation() {
 }
 
 TaskManager& taskManager() {
+  const detail::NoForkScope scope;  // not while it is being made
   static TaskManager& manager = *new TaskManager;
   return manager;
 }

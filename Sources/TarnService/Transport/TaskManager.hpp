@@ -57,7 +57,8 @@ class TaskManager {
   ThreadSafeDictionary<UUID, State> dictionary_;
 };
 
-/// The registry of the process. Made on first use; lives as long as the process.
+/// The registry of the process, empty at first in a child of fork(). Made on first use; lives as
+/// long as the process.
 TaskManager& taskManager();
 
 }  // namespace tarn

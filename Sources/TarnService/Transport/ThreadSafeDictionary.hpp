@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/Dispatch/DispatchQueue.hpp>
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Types/TypeName.hpp>
 #include <TarnService/Transport/QueueLabel.hpp>
 
@@ -33,7 +34,8 @@ std::string labelOf() {
 
 /// A map behind a serial queue of its own: every operation is synchronous, and no two ever overlap.
 ///
-/// Callable from any thread, but not from a hash or comparison of its own keys.
+/// Callable from any thread, but not from a hash or comparison of its own keys. Empty in a child of
+/// fork(): what it held stays with the parent.
 template <class Key, class Value>
 class ThreadSafeDictionary {
  public:
@@ -43,8 +45,8 @@ class ThreadSafeDictionary {
 
   std::optional<Value> operator[](const Key& key) const {
     return queue_.sync([&]() -> std::optional<Value> {
-      const auto entry = dictionary_.find(key);
-      return entry == dictionary_.end() ? std::nullopt : std::optional<Value>(entry->second);
+      const auto entry = dictionary_->find(key);
+      return entry == dictionary_->end() ? std::nullopt : std::optional<Value>(entry->second);
     });
   }
 
@@ -54,9 +56,9 @@ class ThreadSafeDictionary {
     // application's code.
     queue_.sync([&] {
       if (value) {
-        const auto [entry, inserted] = dictionary_.try_emplace(key, *value);
+        const auto [entry, inserted] = dictionary_->try_emplace(key, *value);
         if (!inserted) std::swap(entry->second, *value);
-      } else if (auto node = dictionary_.extract(key)) {
+      } else if (auto node = dictionary_->extract(key)) {
         value = std::move(node.mapped());
       }
     });
@@ -65,8 +67,8 @@ class ThreadSafeDictionary {
   /// Replaces the value of a key that is there; otherwise nothing. Answers whether it was.
   bool replaceValue(const Key& forKey, Value value) {
     return queue_.sync([&] {
-      const auto entry = dictionary_.find(forKey);
-      if (entry == dictionary_.end()) return false;
+      const auto entry = dictionary_->find(forKey);
+      if (entry == dictionary_->end()) return false;
       std::swap(entry->second, value);
       return true;
     });
@@ -74,23 +76,23 @@ class ThreadSafeDictionary {
 
   std::optional<Value> removeValue(const Key& forKey) {
     return queue_.sync([&]() -> std::optional<Value> {
-      auto node = dictionary_.extract(forKey);
+      auto node = dictionary_->extract(forKey);
       return node ? std::optional<Value>(std::move(node.mapped())) : std::nullopt;
     });
   }
 
   std::size_t count() const {
-    return queue_.sync([&] { return dictionary_.size(); });
+    return queue_.sync([&] { return dictionary_->size(); });
   }
 
   const DispatchQueue& queue() const noexcept { return queue_; }
 
  private:
   DispatchQueue queue_;
-  std::unordered_map<Key, Value> dictionary_;
+  mutable detail::PerProcess<std::unordered_map<Key, Value>> dictionary_;
 };
 
-/// A list behind a serial queue of its own.
+/// A list behind a serial queue of its own. Empty in a child of fork().
 template <class Element>
 class ThreadSafeArray {
  public:
@@ -101,18 +103,18 @@ class ThreadSafeArray {
                                   ">.queue")) {}
 
   void append(Element element) {
-    queue_.sync([&] { array_.push_back(std::move(element)); });
+    queue_.sync([&] { array_->push_back(std::move(element)); });
   }
 
   std::vector<Element> array() const {
-    return queue_.sync([&] { return array_; });
+    return queue_.sync([&] { return *array_; });
   }
 
   const DispatchQueue& queue() const noexcept { return queue_; }
 
  private:
   DispatchQueue queue_;
-  std::vector<Element> array_;
+  mutable detail::PerProcess<std::vector<Element>> array_;
 };
 
 }  // namespace tarn

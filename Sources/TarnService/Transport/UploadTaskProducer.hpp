@@ -22,7 +22,7 @@ class UploadTaskProducer final
 
  private:
   friend class SessionTaskProducer;
-  UploadTaskProducer() = default;
+  using SessionTaskProducer::SessionTaskProducer;
 };
 
 }  // namespace tarn

@@ -296,6 +296,32 @@ TEST(DispatchQueueTests, SixtyBlockedWorkersAreMadeUpForAtOnce) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
 }
 
+TEST(DispatchQueueTests, SaysOnceThatAllThreadsAreBlockedWhileWorkWaits) {
+  static std::atomic<int> reports = 0;
+  static DispatchSemaphore& reported = *new DispatchSemaphore(0);
+  const auto before = setTroubleHook([](std::string_view message) {
+    EXPECT_EQ(message,
+              "All threads of the queues, as many as there may be, are blocked or busy while work "
+              "waits");
+    ++reports;
+    reported.signal();
+  });
+  for (int episode = 1; episode <= 2; ++episode) {
+    const DispatchSemaphore gate(0);
+    const DispatchGroup group;
+    // More than there may be threads: some of these are what waits.
+    constexpr int items = 80;
+    for (int i = 0; i < items; ++i) DispatchQueue::global().async(group, [gate] { gate.wait(); });
+    EXPECT_TRUE(reported.wait(longWait));
+    // The same episode goes on for many ticks, in which nothing is said again.
+    EXPECT_FALSE(group.wait(TimeInterval(0.1)));
+    EXPECT_EQ(reports, episode);
+    for (int i = 0; i < items; ++i) gate.signal();
+    EXPECT_TRUE(group.wait(longWait));
+  }
+  setTroubleHook(before);
+}
+
 TEST(DispatchQueueTests, ABlockedGroupWaitIsMadeUpFor) {
   const DispatchGroup outer;
   for (int i = 0; i < 20; ++i) {

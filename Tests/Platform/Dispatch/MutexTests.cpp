@@ -51,29 +51,5 @@ TEST(MutexTests, ALockCanBeOpenedForAWhile) {
   EXPECT_TRUE(isFree());
 }
 
-TEST(MutexTests, AConditionWakesItsWaiter) {
-  Mutex mutex;
-  Condition condition;
-  bool ready = false;
-  std::jthread setter([&] {
-    const MutexLock lock(mutex);
-    ready = true;
-    condition.notifyAll();
-  });
-  const MutexLock lock(mutex);
-  while (!ready) condition.wait(mutex);
-  EXPECT_TRUE(ready);
-}
-
-TEST(MutexTests, AConditionsWaitEndsAtItsDeadline) {
-  Mutex mutex;
-  Condition condition;
-  const auto deadline = std::chrono::steady_clock::now() + 10ms;
-  const MutexLock lock(mutex);
-  while (condition.waitUntil(mutex, deadline)) {
-  }
-  EXPECT_GE(std::chrono::steady_clock::now(), deadline);
-}
-
 }  // namespace
 }  // namespace tarn

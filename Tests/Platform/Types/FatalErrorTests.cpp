@@ -19,6 +19,7 @@ class FatalErrorTests : public ::testing::Test {
   ~FatalErrorTests() override {
     setFatalErrorHook(nullptr);
     setUncaughtErrorHook(nullptr);
+    setTroubleHook(nullptr);
   }
 };
 
@@ -69,6 +70,13 @@ TEST_F(FatalErrorTests, UncaughtErrorIsOneLineOnStderr) {
             "Uncaught error in a completion: std.runtime_error (1): callback failed\n");
 }
 
+TEST_F(FatalErrorTests, UncaughtErrorsTellNoUserInformation) {
+  testing::internal::CaptureStderr();
+  reportUncaughtError(std::runtime_error("http://ann:secret@h/ is down"), "a completion");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Uncaught error in a completion: std.runtime_error (1): http://h/ is down\n");
+}
+
 TEST_F(FatalErrorTests, UncaughtErrorHookReplacesStderr) {
   reported.clear();
   setUncaughtErrorHook([](const Error& error, std::string_view where) {
@@ -88,6 +96,20 @@ TEST_F(FatalErrorTests, ThrowingUncaughtErrorHookIsSurvived) {
             "Uncaught error that could not be reported\n");
 }
 
+TEST_F(FatalErrorTests, TroubleIsOneLineOnStderrUnlessThereIsAHook) {
+  ::testing::internal::CaptureStderr();
+  reportTrouble("it is slow");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "it is slow\n");
+  reported.clear();
+  setTroubleHook([](std::string_view message) { reported = message; });
+  reportTrouble("it is slow");
+  EXPECT_EQ(reported, "it is slow");
+  setTroubleHook([](std::string_view) { throw std::runtime_error("hook"); });
+  ::testing::internal::CaptureStderr();
+  reportTrouble("it is slow");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Trouble that could not be reported\n");
+}
+
 TEST_F(FatalErrorTests, SettersAnswerTheHookBefore) {
   const FatalErrorHook fatal = [](std::string_view, SourceLocation) {};
   EXPECT_EQ(setFatalErrorHook(fatal), nullptr);
@@ -95,6 +117,9 @@ TEST_F(FatalErrorTests, SettersAnswerTheHookBefore) {
   const UncaughtErrorHook uncaught = [](const Error&, std::string_view) {};
   EXPECT_EQ(setUncaughtErrorHook(uncaught), nullptr);
   EXPECT_EQ(setUncaughtErrorHook(nullptr), uncaught);
+  const TroubleHook trouble = [](std::string_view) {};
+  EXPECT_EQ(setTroubleHook(trouble), nullptr);
+  EXPECT_EQ(setTroubleHook(nullptr), trouble);
 }
 
 }  // namespace

@@ -26,7 +26,9 @@ struct TaskRecord {
   Data body;
   int dataEvents = 0;
   std::vector<std::pair<int, std::string>> redirects;  // status, then the address offered
+  std::vector<URLAuthenticationChallenge> challenges;  // of the task, not of its connection
   int completions = 0;
+  int waits = 0;                                     // as taskIsWaitingForConnectivity was told
   std::vector<std::array<std::int64_t, 3>> writes;   // as didWriteData was told
   std::vector<std::array<std::int64_t, 2>> resumes;  // as didResume was told
   std::vector<std::string> files;                    // locations
@@ -45,6 +47,10 @@ class RecordingDelegate : public URLSessionDelegate {
 
   // Set before the first task starts; each runs on the delegate queue.
   std::function<void(URLSessionTask&, URLRequest, const RedirectAnswer&)> onRedirect;
+  std::function<void(const URLAuthenticationChallenge&, const URLChallengeHandler&)> onChallenge;
+  std::function<void(URLSessionTask&, const URLAuthenticationChallenge&,
+                     const URLChallengeHandler&)>
+      onTaskChallenge;
   std::function<void(URLSessionTask&, const Data&)> onData;
   std::function<void(URLSessionDownloadTask&)> onWrite;
   std::function<void(URLSessionDownloadTask&, const std::string& path)> onFile;
@@ -54,6 +60,25 @@ class RecordingDelegate : public URLSessionDelegate {
     const std::lock_guard lock(mutex_);
     ++invalidations_;
     changed_.notify_all();
+  }
+
+  void didReceiveChallenge(URLSession& session, const URLAuthenticationChallenge& challenge,
+                           URLChallengeHandler answer) override {
+    {
+      const std::lock_guard lock(mutex_);
+      if (invalidations_ > 0) ++lateChallenges_;
+      challenges_.push_back(challenge.protectionSpace);
+      changed_.notify_all();
+    }
+    if (onChallenge) return onChallenge(challenge, answer);
+    URLSessionDelegate::didReceiveChallenge(session, challenge, std::move(answer));
+  }
+
+  void taskIsWaitingForConnectivity(URLSession&, URLSessionTask& task) override {
+    told(task, [](TaskRecord& record) {
+      ++record.waits;
+      return [] {};
+    });
   }
 
   void willPerformHTTPRedirection(URLSession&, URLSessionTask& task,
@@ -66,6 +91,21 @@ class RecordingDelegate : public URLSessionDelegate {
           onRedirect(task, newRequest, answer);
         } else {
           answer(newRequest);
+        }
+      };
+    });
+  }
+
+  void didReceiveTaskChallenge(URLSession& session, URLSessionTask& task,
+                               const URLAuthenticationChallenge& challenge,
+                               URLChallengeHandler answer) override {
+    told(task, [&](TaskRecord& record) {
+      record.challenges.push_back(challenge);
+      return [&] {
+        if (onTaskChallenge) {
+          onTaskChallenge(task, challenge, answer);
+        } else {
+          URLSessionDelegate::didReceiveTaskChallenge(session, task, challenge, answer);
         }
       };
     });
@@ -155,6 +195,16 @@ class RecordingDelegate : public URLSessionDelegate {
   [[nodiscard]] bool waitForRedirects(std::int64_t task, std::size_t count) {
     return waitUntil([&] { return records_[task].redirects.size() >= count; });
   }
+  /// Of connections.
+  [[nodiscard]] bool waitForChallenges(std::size_t count) {
+    return waitUntil([&] { return challenges_.size() >= count; });
+  }
+  [[nodiscard]] bool waitForChallenges(std::int64_t task, std::size_t count) {
+    return waitUntil([&] { return records_[task].challenges.size() >= count; });
+  }
+  [[nodiscard]] bool waitForWait(std::int64_t task) {
+    return waitUntil([&] { return records_[task].waits > 0; });
+  }
   [[nodiscard]] bool waitForInvalid() {
     return waitUntil([&] { return invalidations_ > 0; });
   }
@@ -166,6 +216,14 @@ class RecordingDelegate : public URLSessionDelegate {
   std::vector<std::int64_t> completionOrder() {
     const std::lock_guard lock(mutex_);
     return completionOrder_;
+  }
+  std::vector<URLProtectionSpace> challenges() {
+    const std::lock_guard lock(mutex_);
+    return challenges_;
+  }
+  int lateChallenges() {
+    const std::lock_guard lock(mutex_);
+    return lateChallenges_;
   }
   int invalidations() {
     const std::lock_guard lock(mutex_);
@@ -202,6 +260,8 @@ class RecordingDelegate : public URLSessionDelegate {
   std::condition_variable changed_;
   std::map<std::int64_t, TaskRecord> records_;
   std::vector<std::int64_t> completionOrder_;
+  std::vector<URLProtectionSpace> challenges_;
+  int lateChallenges_ = 0;  // after the session's end
   int invalidations_ = 0;
 };
 
@@ -284,6 +344,7 @@ class RecordedSession {
       EXPECT_EQ(delegate_->record(task).misplacedEvents, 0);
     }
     EXPECT_EQ(delegate_->invalidations(), 1);
+    EXPECT_EQ(delegate_->lateChallenges(), 0);
     session_.reset();
   }
 

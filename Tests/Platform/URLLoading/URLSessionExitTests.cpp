@@ -77,6 +77,14 @@ constexpr const char* addressesVariable = "TARN_TEST_EXIT_ADDRESSES";
     session->start("http://nonexistent.invalid/");
 #endif
   }
+  // A handshake that never gets its answer.
+  auto* const asking = makeSession();
+  static auto* const questions = new std::vector<URLChallengeHandler>;
+  asking->delegate().onChallenge = [](const auto&, const URLChallengeHandler& answer) {
+    questions->push_back(answer);
+  };
+  asking->start(secure + "/");
+  if (run % 3 == 1) static_cast<void>(asking->delegate().waitForChallenges(1));
   static_cast<void>(session->delegate().waitForCompletions(static_cast<std::size_t>(run % 4)));
   std::exit(7);
 }

@@ -148,6 +148,18 @@ TEST_F(SendTests, TheSentinelURLFailsAsMalformed) {
   expectLog(LogLevel::error, "Failure sending request Homeless: Malformed URL: /");
 }
 
+TEST_F(SendTests, AMalformedAddressIsToldInFullAndLoggedWithoutItsUserInformation) {
+  struct Mistyped : DataGetRequestable<Mistyped> {
+    URL url = URL::empty();
+    URL baseURL() const { return URL("https://ann:secret@h/api"); }
+  };
+  Mistyped().send(queue, responses.callback());
+  ASSERT_TRUE(responses.waitFor(1));
+  EXPECT_EQ(responses.value(0).result.error()->message(),
+            "Malformed URL: https://ann:secret@h/api");
+  expectLog(LogLevel::error, "Failure sending request Mistyped: Malformed URL: https://h/api");
+}
+
 TEST_F(SendTests, AThrowingValidateKeepsTheRequestFromBeingSent) {
   auto request = probe("/ok");
   request.onValidate = [] { throw std::runtime_error("not signed in"); };

@@ -1,5 +1,10 @@
+#include <Platform/Types/URLError.hpp>
+#include <Support/Collector.hpp>
 #include <Support/MakeProducer.hpp>
+#include <Support/ScriptedServer.hpp>
 #include <Support/ServiceTest.hpp>
+#include <TarnService/RequestModel/DataRequestable.hpp>
+#include <TarnService/Sending/HTTPRequestableAdditions.hpp>
 #include <TarnService/Transport/DataTaskProducer.hpp>
 #include <TarnService/Transport/DownloadTaskProducer.hpp>
 #include <TarnService/Transport/UploadTaskProducer.hpp>
@@ -83,6 +88,61 @@ TYPED_TEST(SessionTaskProducerTests, AResetReplacesTheSession) {
   EXPECT_NE(successor, session);
   this->expectInvalidation();
   EXPECT_EQ(this->producer->session(), successor);
+}
+
+TYPED_TEST(SessionTaskProducerTests, AConfigurationOfItsOwnHoldsForEverySession) {
+  URLSessionConfiguration configuration;
+  configuration.timeoutIntervalForRequest = TimeInterval(7);
+  const auto own = TypeParam::make(configuration);
+  const auto session = own->session();
+  EXPECT_EQ(session->configuration().timeoutIntervalForRequest, TimeInterval(7));
+  own->resetSession();
+  EXPECT_NE(own->session(), session);
+  EXPECT_EQ(own->session()->configuration().timeoutIntervalForRequest, TimeInterval(7));
+  EXPECT_EQ(this->producer->session()->configuration().timeoutIntervalForRequest, TimeInterval(60));
+  this->expectInvalidation();
+  // They keep each other alive.
+  own->session()->invalidateAndCancel();
+  this->expectInvalidation();
+}
+
+/// Requests that name a producer of the application's own.
+class OwnProducerTests : public test::ServiceTest {
+ protected:
+  struct Get : DataGetRequestable<Get> {
+    URL url;
+    std::shared_ptr<DataTaskProducer> taskProducer() const {
+      static const auto& impatient =
+          *new std::shared_ptr<DataTaskProducer>(DataTaskProducer::make(configuration()));
+      return impatient;
+    }
+    static URLSessionConfiguration configuration() {
+      auto settings = URLSessionConfiguration::ephemeral();
+      settings.timeoutIntervalForRequest = TimeInterval(0.2);
+      settings.requestCachePolicy = URLRequest::CachePolicy::reloadIgnoringLocalCacheData;
+      return settings;
+    }
+  };
+};
+
+TEST_F(OwnProducerTests, TakeTheirDefaultsFromItsConfiguration) {
+  Get request;
+  request.url = URL("http://127.0.0.1:1/");
+  const auto made = request.urlRequest();
+  EXPECT_EQ(made.timeoutInterval(), TimeInterval(0.2));
+  EXPECT_EQ(made.cachePolicy(), URLRequest::CachePolicy::reloadIgnoringLocalCacheData);
+}
+
+TEST_F(OwnProducerTests, GoTheWayOfItsSession) {
+  test::ScriptedServer server;
+  server.route("/", test::Script().stall());
+  Get request;
+  request.url = URL(server.url());
+  test::Collector<DataResponse> responses;
+  request.send(DispatchQueue("test.completions"), responses.callback());
+  ASSERT_TRUE(responses.waitFor(1));
+  ASSERT_TRUE(responses.value(0).result.error());
+  EXPECT_EQ(responses.value(0).result.error()->code(), URLError::timedOut);
 }
 
 TYPED_TEST(SessionTaskProducerTests, AProducerIsLetGoOnceItsSessionIsInvalid) {

@@ -35,10 +35,11 @@ class MainQueueCore final : public QueueCore {
   void endDraining() TARN_EXCLUDES(mutex_);
   Work pop() TARN_REQUIRES(mutex_);
   void showReadable(bool readable) TARN_REQUIRES(mutex_);
+  static void beginInChild() noexcept;
 
-  Parker parker_;  // of the thread in run()
+  PerProcess<Parker> parker_;  // of the thread in run()
   Mutex mutex_;
-  RingBuffer<Work> items_ TARN_GUARDED_BY(mutex_);
+  PerProcess<RingBuffer<Work>> items_ TARN_GUARDED_BY(mutex_);
   bool draining_ TARN_GUARDED_BY(mutex_) = false;
   bool stopped_ TARN_GUARDED_BY(mutex_) = false;
   std::thread::id drainer_ TARN_GUARDED_BY(mutex_);  // the last one

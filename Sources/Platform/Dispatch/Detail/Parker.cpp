@@ -29,6 +29,9 @@ bool futexWait(std::atomic<std::uint32_t>& word, std::uint32_t expected,
          errno != ETIMEDOUT;
 }
 
+// Found out as the program starts. Before that, nobody spins.
+const int spinningRounds = std::thread::hardware_concurrency() > 1 ? 64 : 0;
+
 void pause() noexcept {
 #if defined(__x86_64__) || defined(__i386__)
   __builtin_ia32_pause();
@@ -63,8 +66,7 @@ bool Parker::parkUntil(RealTime deadline) noexcept {
 
 bool Parker::spin() noexcept {
   // With one processor the waker could not run meanwhile.
-  static const int rounds = std::thread::hardware_concurrency() > 1 ? 64 : 0;
-  for (int round = 0; round < rounds; ++round) {
+  for (int round = 0; round < spinningRounds; ++round) {
     if (state_.load(std::memory_order_acquire) == woken) {
       state_.store(idle, std::memory_order_relaxed);
       return true;

@@ -1,13 +1,28 @@
 #include <Platform/Dispatch/Detail/QueueCore.hpp>
 #include <Platform/Types/FatalError.hpp>
 
+#include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace tarn::detail {
 namespace {
 
 // How long a queue keeps a worker to itself while others wait.
 constexpr int itemsPerTurn = 8;
+
+// In a child of fork(): what the forking thread was inside of. Never destroyed.
+std::vector<const QueueCore*>& forkedInside = *new std::vector<const QueueCore*>;
+
+[[maybe_unused]] const bool prepared = [] {
+  callInChild([]() noexcept {
+    forkedInside.clear();
+    for (const QueueFrame* frame = currentFrame; frame != nullptr; frame = frame->outer) {
+      forkedInside.push_back(frame->queue);
+    }
+  });
+  return true;
+}();
 
 }  // namespace
 
@@ -28,6 +43,10 @@ bool QueueCore::isCurrent() const noexcept {
   return false;
 }
 
+bool QueueCore::wasForkedInside() const noexcept {
+  return std::find(forkedInside.begin(), forkedInside.end(), this) != forkedInside.end();
+}
+
 void QueueCore::runItem(Work work) noexcept {
   const QueueFrame frame{this, currentFrame};
   currentFrame = &frame;
@@ -39,13 +58,19 @@ void QueueCore::runItem(Work work) noexcept {
 SerialQueueCore::SerialQueueCore(std::string label, QualityOfService qualityOfService)
     : QueueCore(std::move(label), qualityOfService), Runnable(qualityOfService) {}
 
+SerialQueueCore::State& SerialQueueCore::state() noexcept {
+  if (state_.renew()) state_.present().busy = wasForkedInside();
+  return state_.present();
+}
+
 void SerialQueueCore::async(Work work) {
   {
     const MutexLock lock(mutex_);
-    entries_.push({std::move(work), nullptr});
-    if (busy_) return;
-    busy_ = true;
-    self_ = shared_from_this();
+    State& state = this->state();
+    state.entries.push({std::move(work), nullptr});
+    if (state.busy) return;
+    state.busy = true;
+    state.self = shared_from_this();
   }
   WorkerPool::shared().submit(*this);
 }
@@ -57,11 +82,12 @@ void SerialQueueCore::beginTurn() {
   Parker parker;
   {
     const MutexLock lock(mutex_);
-    if (!busy_) {
-      busy_ = true;
+    State& state = this->state();
+    if (!state.busy) {
+      state.busy = true;
       return;
     }
-    entries_.push({Work(), &parker});
+    state.entries.push({Work(), &parker});
   }
   if (parker.spin()) return;
   const BlockingScope blocking;
@@ -72,14 +98,15 @@ void SerialQueueCore::endTurn() {
   Parker* waiter = nullptr;
   {
     const MutexLock lock(mutex_);
-    if (entries_.empty()) {
-      busy_ = false;
+    State& state = this->state();
+    if (state.entries.empty()) {
+      state.busy = false;
       return;
     }
-    if (entries_.front().waiter != nullptr) {
-      waiter = entries_.pop().waiter;
+    if (state.entries.front().waiter != nullptr) {
+      waiter = state.entries.pop().waiter;
     } else {
-      self_ = shared_from_this();
+      state.self = shared_from_this();
     }
   }
   if (waiter != nullptr) return waiter->unpark();
@@ -92,16 +119,17 @@ void SerialQueueCore::run() noexcept {
     Entry entry;
     {
       const MutexLock lock(mutex_);
-      if (count == 0) self = std::move(self_);
-      if (entries_.empty()) {
-        busy_ = false;
+      State& state = this->state();
+      if (count == 0) self = std::move(state.self);
+      if (state.entries.empty()) {
+        state.busy = false;
         return;
       }
       if (count >= itemsPerTurn && WorkerPool::shared().othersWait()) {
-        self_ = std::move(self);
+        state.self = std::move(self);
         break;
       }
-      entry = entries_.pop();
+      entry = state.entries.pop();
     }
     // The turn is the waiting thread's now.
     if (entry.waiter != nullptr) return entry.waiter->unpark();
@@ -116,22 +144,26 @@ ConcurrentQueueCore::ConcurrentQueueCore(std::string label, QualityOfService qua
 void ConcurrentQueueCore::async(Work work) {
   {
     const MutexLock lock(mutex_);
-    items_.push(std::move(work));
-    if (++submissions_ == 1) self_ = shared_from_this();
+    State& state = *state_;
+    state.items.push(std::move(work));
+    if (++state.submissions == 1) state.self = shared_from_this();
   }
   WorkerPool::shared().submit(*this);
 }
 
 void ConcurrentQueueCore::run() noexcept {
+  const auto process = forkCount();
   Work work;
   {
     const MutexLock lock(mutex_);
-    work = items_.pop();
+    work = state_->items.pop();
   }
   runItem(std::move(work));
-  std::shared_ptr<QueueCore> self;  // released without the lock
+  if (process != forkCount()) return;  // the item forked; the submission is the parent's
+  std::shared_ptr<QueueCore> self;     // released without the lock
   const MutexLock lock(mutex_);
-  if (--submissions_ == 0) self = std::move(self_);
+  State& state = *state_;
+  if (--state.submissions == 0) self = std::move(state.self);
 }
 
 }  // namespace tarn::detail

@@ -4,6 +4,7 @@
 #include <Platform/Dispatch/Detail/RingBuffer.hpp>
 #include <Platform/Dispatch/Detail/WorkerPool.hpp>
 #include <Platform/Dispatch/DispatchQueue.hpp>
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Dispatch/UniqueFunction.hpp>
 
@@ -37,6 +38,10 @@ class QueueCore : public std::enable_shared_from_this<QueueCore> {
 
   bool isCurrent() const noexcept;
 
+  /// Whether the thread that made this process by fork() was inside the queue then. Asked as the
+  /// state of the queue begins anew.
+  bool wasForkedInside() const noexcept;
+
  protected:
   /// Runs one item inside a frame of this queue; what it throws is reported.
   void runItem(Work work) noexcept;
@@ -66,12 +71,17 @@ class SerialQueueCore final : public QueueCore, private Runnable {
     Parker* waiter = nullptr;
   };
 
+  struct State {
+    RingBuffer<Entry> entries;
+    bool busy = false;
+    std::shared_ptr<QueueCore> self;  // while submitted to the pool
+  };
+
   void run() noexcept override TARN_EXCLUDES(mutex_);
+  State& state() noexcept TARN_REQUIRES(mutex_);
 
   Mutex mutex_;
-  RingBuffer<Entry> entries_ TARN_GUARDED_BY(mutex_);
-  bool busy_ TARN_GUARDED_BY(mutex_) = false;
-  std::shared_ptr<QueueCore> self_ TARN_GUARDED_BY(mutex_);  // while submitted to the pool
+  PerProcess<State> state_ TARN_GUARDED_BY(mutex_);
 };
 
 /// Items start in order and overlap; each one is a submission to the pool.
@@ -84,12 +94,16 @@ class ConcurrentQueueCore final : public QueueCore, private Runnable {
   void endTurn() override {}
 
  private:
+  struct State {
+    RingBuffer<Work> items;
+    std::size_t submissions = 0;
+    std::shared_ptr<QueueCore> self;  // while there are submissions
+  };
+
   void run() noexcept override TARN_EXCLUDES(mutex_);
 
   Mutex mutex_;
-  RingBuffer<Work> items_ TARN_GUARDED_BY(mutex_);
-  std::size_t submissions_ TARN_GUARDED_BY(mutex_) = 0;
-  std::shared_ptr<QueueCore> self_ TARN_GUARDED_BY(mutex_);  // while there are submissions
+  PerProcess<State> state_ TARN_GUARDED_BY(mutex_);
 };
 
 }  // namespace tarn::detail

@@ -1,4 +1,5 @@
 #include <Platform/Dispatch/Detail/Thread.hpp>
+#include <Platform/Dispatch/ForkSafety.hpp>
 
 #include <csignal>
 #include <memory>
@@ -12,10 +13,16 @@ struct Start {
   const char* name;
   void (*body)(void*) noexcept;
   void* argument;
+  sigset_t mask;  // the application's
 };
+
+// What the thread's starter had blocked, handed on from thread to thread; null on the application's
+// own.
+thread_local constinit const sigset_t* applicationMask = nullptr;
 
 void* run(void* argument) noexcept {
   const std::unique_ptr<Start> start(static_cast<Start*>(argument));
+  applicationMask = &start->mask;
   pthread_setname_np(pthread_self(), start->name);
   start->body(start->argument);
   return nullptr;
@@ -32,22 +39,36 @@ sigset_t signalsToBlock() noexcept {
   return signals;
 }
 
+// A child has no other thread yet to hear the application's signals.
+[[maybe_unused]] const bool prepared = [] {
+  callInChild([]() noexcept {
+    if (applicationMask == nullptr) return;
+    pthread_sigmask(SIG_SETMASK, applicationMask, nullptr);
+    applicationMask = nullptr;
+  });
+  return true;
+}();
+
 }  // namespace
 
-bool startThread(const char* name, void (*body)(void*) noexcept, void* argument) noexcept {
-  std::unique_ptr<Start> start(new (std::nothrow) Start{name, body, argument});
-  pthread_attr_t attributes;
-  if (start == nullptr || pthread_attr_init(&attributes) != 0) return false;
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+bool startThread(const char* name, void (*body)(void*) noexcept, void* argument,
+                 pthread_t* joinable) noexcept {
+  std::unique_ptr<Start> start(new (std::nothrow) Start{name, body, argument, {}});
+  if (start == nullptr) return false;
   const sigset_t blocked = signalsToBlock();
   sigset_t before;
   pthread_sigmask(SIG_SETMASK, &blocked, &before);
+  start->mask = applicationMask != nullptr ? *applicationMask : before;
   pthread_t thread{};
-  const bool started = pthread_create(&thread, &attributes, &run, start.get()) == 0;
+  const bool started = pthread_create(&thread, nullptr, &run, start.get()) == 0;
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  pthread_attr_destroy(&attributes);
-  if (started) start.release();
-  return started;
+  if (!started) return false;
+  start.release();
+  if (joinable != nullptr)
+    *joinable = thread;
+  else
+    pthread_detach(thread);
+  return true;
 }
 
 }  // namespace tarn::detail

@@ -1,9 +1,14 @@
 #pragma once
 
+#include <pthread.h>
+
 namespace tarn::detail {
 
-/// Starts a detached thread of this library: named, with the application's signals blocked, so that
-/// handlers run on the application's own threads. False where the system grants no thread.
-bool startThread(const char* name, void (*body)(void*) noexcept, void* argument) noexcept;
+/// Starts a thread of this library: named, with the application's signals blocked, so that handlers
+/// run on the application's own threads. False where the system grants no thread.
+///
+/// Detached, unless the caller takes `joinable` in order to join it.
+bool startThread(const char* name, void (*body)(void*) noexcept, void* argument,
+                 pthread_t* joinable = nullptr) noexcept;
 
 }  // namespace tarn::detail

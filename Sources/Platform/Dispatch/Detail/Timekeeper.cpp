@@ -27,16 +27,43 @@ RealTime realTime(DispatchTime time) noexcept {
 
 }  // namespace
 
-Timekeeper& Timekeeper::shared() {
-  static Timekeeper* const timekeeper = new Timekeeper;
+constinit std::atomic<Timekeeper*> Timekeeper::instance_ = nullptr;
+
+Timekeeper& Timekeeper::makeShared() {
+  static constinit Mutex making;
+  const MutexLock lock(making);
+  Timekeeper* timekeeper = instance_.load(std::memory_order_relaxed);
+  if (timekeeper == nullptr) {
+    timekeeper = new Timekeeper;
+    callInChild(&beginInChild);
+    instance_.store(timekeeper, std::memory_order_release);
+  }
   return *timekeeper;
 }
 
-Timekeeper::Timekeeper() : timerFd_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC)) {
-  if (timerFd_ < 0) fatalError("The system grants no timer to keep the time with");
-  if (!startThread("tarn.timer", &threadMain, this)) {
-    fatalError("The system grants no thread to keep the time on");
+// The one of the parent has its thread, its timer and what it was to call. The hand of a clock that
+// stands still is kept.
+void Timekeeper::beginInChild() noexcept {
+  Timekeeper& former = shared();
+  if (former.timerFd_ >= 0) close(former.timerFd_);
+  auto* const timekeeper = new Timekeeper;
+  timekeeper->manualNow_.store(former.manualNow_.load());
+  timekeeper->manual_.store(former.manual_.load());
+  instance_.store(timekeeper, std::memory_order_release);
+}
+
+// When first needed, which in a child of fork() that only calls exec is never.
+void Timekeeper::start() {
+  bool hasThread = true;
+  {
+    const MutexLock lock(mutex_);
+    if (started_.load()) return;
+    timerFd_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+    if (timerFd_ >= 0) hasThread = startThread("tarn.timer", &threadMain, this);
+    started_.store(true);
   }
+  if (timerFd_ < 0) fatalError("The system grants no timer to keep the time with");
+  if (!hasThread) fatalError("The system grants no thread to keep the time on");
 }
 
 DispatchTime Timekeeper::now() const noexcept {
@@ -45,6 +72,7 @@ DispatchTime Timekeeper::now() const noexcept {
 }
 
 Timekeeper::Key Timekeeper::schedule(DispatchTime deadline, Work callback) {
+  if (!started_.load()) start();
   const MutexLock lock(mutex_);
   const Key key{deadline, ++lastSequence_};
   scheduled_.emplace(key, std::move(callback));
@@ -66,6 +94,7 @@ void Timekeeper::cancel(const Key& key) {
 }
 
 void Timekeeper::startWatching() {
+  if (!started_.load()) start();
   const MutexLock lock(mutex_);
   if (watching_.exchange(true)) return;
   tick_ = steady_clock::now() + tickInterval;
@@ -153,6 +182,7 @@ bool Timekeeper::beginManual() {
 }
 
 void Timekeeper::endManual() {
+  if (!started_.load()) start();
   const MutexLock lock(mutex_);
   manual_.store(false);
   wakeBy(nextWakeUp());
@@ -171,11 +201,9 @@ void Timekeeper::advance(TimeInterval interval) {
 
 void Timekeeper::recordDelay(TimeInterval delay) {
   if (!manual_.load()) return;
-  {
-    const MutexLock lock(mutex_);
-    delays_.push_back(delay);
-  }
-  delayRecorded_.notifyAll();
+  const MutexLock lock(mutex_);
+  delays_.push_back(delay);
+  delayWaiters_.callAll();
 }
 
 std::vector<TimeInterval> Timekeeper::recordedDelays() {
@@ -186,7 +214,7 @@ std::vector<TimeInterval> Timekeeper::recordedDelays() {
 bool Timekeeper::waitForRecordedDelays(std::size_t count, RealTime deadline) {
   const MutexLock lock(mutex_);
   while (delays_.size() < count) {
-    if (!delayRecorded_.waitUntil(mutex_, deadline)) return delays_.size() >= count;
+    if (!delayWaiters_.wait(mutex_, deadline)) return delays_.size() >= count;
   }
   return true;
 }

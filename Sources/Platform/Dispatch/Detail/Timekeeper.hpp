@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/Dispatch/Detail/Parker.hpp>
+#include <Platform/Dispatch/Detail/WaitList.hpp>
 #include <Platform/Dispatch/DispatchTime.hpp>
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Dispatch/UniqueFunction.hpp>
@@ -28,8 +29,12 @@ class Timekeeper {
     friend auto operator<=>(const Key&, const Key&) = default;
   };
 
-  /// Never destroyed: threads may be at work while the process exits.
-  static Timekeeper& shared();
+  /// Never destroyed: threads may be at work while the process exits. A child of fork() has another
+  /// one, without what was scheduled in the parent.
+  static Timekeeper& shared() {
+    Timekeeper* const timekeeper = instance_.load(std::memory_order_acquire);
+    return timekeeper != nullptr ? *timekeeper : makeShared();
+  }
 
   DispatchTime now() const noexcept;
 
@@ -58,9 +63,12 @@ class Timekeeper {
   bool waitForRecordedDelays(std::size_t count, RealTime deadline) TARN_EXCLUDES(mutex_);
 
  private:
-  Timekeeper();
+  Timekeeper() = default;
 
+  static Timekeeper& makeShared();
+  static void beginInChild() noexcept;
   static void threadMain(void* timekeeper) noexcept;
+  void start() TARN_EXCLUDES(mutex_);
   void run() noexcept;
   void startWatching() TARN_EXCLUDES(mutex_);
   void stopWatching() TARN_EXCLUDES(mutex_);
@@ -69,17 +77,19 @@ class Timekeeper {
   void setTimer(RealTime time) TARN_REQUIRES(mutex_);
   void wakeBy(RealTime time) TARN_REQUIRES(mutex_);
 
+  static constinit std::atomic<Timekeeper*> instance_;
   std::atomic<bool> watching_ = false;
   std::atomic<bool> manual_ = false;
   std::atomic<std::int64_t> manualNow_ = 0;
-  const int timerFd_;
+  std::atomic<bool> started_ = false;
   Mutex mutex_;
+  int timerFd_ = -1;  // written once, by start()
   RealTime timerSetTo_ TARN_GUARDED_BY(mutex_) = RealTime::max();
   RealTime tick_ TARN_GUARDED_BY(mutex_) = RealTime::max();
   std::map<Key, Work> scheduled_ TARN_GUARDED_BY(mutex_);
   std::uint64_t lastSequence_ TARN_GUARDED_BY(mutex_) = 0;
   std::vector<TimeInterval> delays_ TARN_GUARDED_BY(mutex_);
-  Condition delayRecorded_;
+  WaitList delayWaiters_ TARN_GUARDED_BY(mutex_);
 };
 
 }  // namespace tarn::detail

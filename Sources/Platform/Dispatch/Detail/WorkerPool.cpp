@@ -1,11 +1,13 @@
 #include <Platform/Dispatch/Detail/Thread.hpp>
 #include <Platform/Dispatch/Detail/Timekeeper.hpp>
 #include <Platform/Dispatch/Detail/WorkerPool.hpp>
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Types/FatalError.hpp>
 
 #include <algorithm>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 namespace tarn::detail {
 namespace {
@@ -14,6 +16,19 @@ constexpr int turnsOnNextLimit = 32;
 constexpr std::size_t turnsPerLevelRound = 16;
 constexpr int ticksUntilStalled = 10;
 constexpr std::chrono::seconds idleTime{3};
+
+/// On a thread of its own: the log is the application's code, and all others are at work or have to
+/// stay ready.
+void reportExhaustion() noexcept {
+  startThread(
+      "tarn.report",
+      [](void*) noexcept {
+        reportTrouble(
+            "All threads of the queues, as many as there may be, are blocked or busy while work "
+            "waits");
+      },
+      nullptr);
+}
 
 }  // namespace
 
@@ -24,9 +39,29 @@ Runnable::Runnable(QualityOfService qualityOfService) noexcept
                                           ? QualityOfService::default_
                                           : qualityOfService)) {}
 
-WorkerPool& WorkerPool::shared() {
-  static WorkerPool* const pool = new WorkerPool;
+constinit std::atomic<WorkerPool*> WorkerPool::instance_ = nullptr;
+
+WorkerPool& WorkerPool::makeShared() {
+  static constinit Mutex making;
+  const MutexLock lock(making);
+  WorkerPool* pool = instance_.load(std::memory_order_relaxed);
+  if (pool == nullptr) {
+    pool = new WorkerPool;
+    callInChild(&beginInChild);
+    instance_.store(pool, std::memory_order_release);
+  }
   return *pool;
+}
+
+// The one of the parent has its threads and what they were to run. A worker that forks stays one.
+void WorkerPool::beginInChild() noexcept {
+  auto* const pool = new WorkerPool;
+  instance_.store(pool, std::memory_order_release);
+  if (current_ == nullptr) return;
+  const MutexLock lock(pool->mutex_);
+  current_->next.store(nullptr);
+  pool->workers_.emplace_back(current_);
+  ++pool->threads_;
 }
 
 WorkerPool::WorkerPool()
@@ -89,7 +124,7 @@ WorkerPool::Help WorkerPool::findHelp() {
 
 void WorkerPool::call(Help help) {
   if (help.worker != nullptr) return help.worker->parker.unpark();
-  if (help.start && startThread("tarn.worker", &workerMain, this)) return;
+  if (help.start && startThread("tarn.worker", &workerMain, nullptr)) return;
   if (help.start) {
     MutexLock lock(mutex_);
     if (--threads_ == 0) {
@@ -101,14 +136,15 @@ void WorkerPool::call(Help help) {
   Timekeeper::shared().watchWorkers();
 }
 
-void WorkerPool::workerMain(void* argument) noexcept {
-  WorkerPool& pool = *static_cast<WorkerPool*>(argument);
+void WorkerPool::workerMain(void*) noexcept {
   {
+    WorkerPool& pool = shared();
     const MutexLock lock(pool.mutex_);
     current_ = pool.workers_.emplace_back(std::make_unique<Worker>()).get();
   }
   Worker& worker = *current_;
-  while (Runnable* const runnable = pool.take(worker)) {
+  // Looked up each time: what it runs may fork.
+  while (Runnable* const runnable = shared().take(worker)) {
     worker.turns.store(worker.turns.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     runnable->run();
   }
@@ -148,6 +184,7 @@ Runnable* WorkerPool::takeShared(Worker& worker) {
 /// normal ones.
 bool WorkerPool::idle(Worker& worker) {
   idle_.push_back(&worker);
+  exhaustionReported_ = false;
   if (active() < normalActive_) extraActive_ = 0;
   const bool isExtra = threads_ > normalActive_;
   const bool isLast = active() == 0;
@@ -178,6 +215,7 @@ bool WorkerPool::tick() {
   std::vector<Runnable*> waiting;
   Help help;
   bool needed = false;
+  bool exhausted = false;
   {
     const MutexLock lock(mutex_);
     for (const auto& worker : workers_) {
@@ -191,11 +229,13 @@ bool WorkerPool::tick() {
       worker->turnsAtLastTick = turns;
     }
     needed = needed || readyCount_.load(std::memory_order_relaxed) != 0;
-    if (stalled() && extraActive_ < maximumThreads) {
-      ++extraActive_;
+    if (stalled()) {
+      exhausted = isExhausted() && !std::exchange(exhaustionReported_, true);
+      if (extraActive_ < maximumThreads) ++extraActive_;
       help = findHelp();
     }
   }
+  if (exhausted) reportExhaustion();
   for (Runnable* const runnable : waiting) submitShared(*runnable);
   if (help.worker != nullptr || help.start) call(help);
   return needed;
@@ -212,6 +252,8 @@ bool WorkerPool::stalled() {
   ticksWithoutProgress_ = 0;
   return true;
 }
+
+bool WorkerPool::isExhausted() const { return threads_ == maximumThreads && idle_.empty(); }
 
 bool WorkerPool::needsTick() {
   const MutexLock lock(mutex_);

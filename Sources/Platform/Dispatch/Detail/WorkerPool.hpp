@@ -43,8 +43,12 @@ class Runnable {
 /// ticks.
 class WorkerPool {
  public:
-  /// Never destroyed: threads may be at work while the process exits.
-  static WorkerPool& shared();
+  /// Never destroyed: threads may be at work while the process exits. A child of fork() has another
+  /// one.
+  static WorkerPool& shared() {
+    WorkerPool* const pool = instance_.load(std::memory_order_acquire);
+    return pool != nullptr ? *pool : makeShared();
+  }
 
   void submit(Runnable& runnable);
 
@@ -77,6 +81,8 @@ class WorkerPool {
 
   WorkerPool();
 
+  static WorkerPool& makeShared();
+  static void beginInChild() noexcept;
   static void workerMain(void* pool) noexcept;
   Runnable* take(Worker& worker);
   Runnable* takeShared(Worker& worker) TARN_EXCLUDES(mutex_);
@@ -92,6 +98,7 @@ class WorkerPool {
     bool start = false;
   };
   Help findHelp() TARN_REQUIRES(mutex_);
+  bool isExhausted() const TARN_REQUIRES(mutex_);
   void call(Help help) TARN_EXCLUDES(mutex_);
   bool stalled() TARN_REQUIRES(mutex_);
 
@@ -100,6 +107,7 @@ class WorkerPool {
 
   std::size_t active() const TARN_REQUIRES(mutex_) { return threads_ - idle_.size() - blocked_; }
 
+  static constinit std::atomic<WorkerPool*> instance_;
   static thread_local constinit Worker* current_;
 
   const std::size_t normalActive_;
@@ -114,6 +122,7 @@ class WorkerPool {
   std::size_t extraActive_ TARN_GUARDED_BY(mutex_) = 0;
   std::size_t takenAtLastTick_ TARN_GUARDED_BY(mutex_) = 0;
   int ticksWithoutProgress_ TARN_GUARDED_BY(mutex_) = 0;
+  bool exhaustionReported_ TARN_GUARDED_BY(mutex_) = false;
 };
 
 /// Tells the pool that the calling thread, if it is a worker, waits for others.

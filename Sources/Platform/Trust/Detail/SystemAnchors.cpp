@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Trust/Detail/SystemAnchors.hpp>
 
 #include <openssl/err.h>
@@ -39,6 +40,7 @@ X509_STORE* loadAnchors() noexcept {
 
 X509_STORE* systemAnchors() noexcept {
   // Never freed: connections may still use it while the process ends.
+  const NoForkScope scope;  // not while it is being made
   static X509_STORE* const store = loadAnchors();
   return store;
 }

@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/Detail/Thread.hpp>
 #include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/Types/FatalError.hpp>
 #include <Platform/URLLoading/Curl/DeliveryChain.hpp>
@@ -10,8 +11,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <limits>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -27,7 +28,7 @@ constexpr std::uint64_t wakeUpTag = std::numeric_limits<std::uint64_t>::max();
 // How often one round lets new work follow from what it did, before it looks at the sockets again.
 constexpr int mostTurns = 4;
 
-std::mutex engineMutex;
+Mutex engineMutex;
 Engine* engine = nullptr;  // never freed: reachable for leak checkers, valid for late callers
 
 int checked(int result, const char* what) {
@@ -38,21 +39,18 @@ int checked(int result, const char* what) {
 }  // namespace
 
 Engine& Engine::shared() {
+  const NoForkScope scope;  // not while the libraries are being set up
   static const bool prepared = [] {
     initializeTLSLibrary();
     curl_global_init(CURL_GLOBAL_ALL);
     // Where the application set OpenSSL up before, OpenSSL's clean-up is registered by now: ours,
     // being later, runs first.
     std::atexit([] { stopAtExit(); });
-    pthread_atfork([] { engineMutex.lock(); }, [] { engineMutex.unlock(); },
-                   [] {
-                     abandonInChild();
-                     engineMutex.unlock();
-                   });
+    callInChild(&beginInChild);
     return true;
   }();
   static_cast<void>(prepared);
-  const std::lock_guard lock(engineMutex);
+  const MutexLock lock(engineMutex);
   if (engine == nullptr) {
     auto* fresh = new Engine;
     try {
@@ -78,26 +76,19 @@ Engine::Engine()
 }
 
 void Engine::startThread() {
-  // The thread inherits a mask without any signal: those are the application's.
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  const int error = pthread_create(
-      &thread_, nullptr,
-      [](void* self) -> void* {
-        pthread_setname_np(pthread_self(), "tarn-loading");
-        static_cast<Engine*>(self)->run();
-        return nullptr;
-      },
-      this);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  if (error != 0) throw std::system_error(error, std::generic_category(), "pthread_create");
+  const auto body = [](void* self) noexcept { static_cast<Engine*>(self)->run(); };
+  if (!detail::startThread("tarn-loading", body, this, &thread_)) {
+    throw std::system_error(EAGAIN, std::generic_category(), "pthread_create");
+  }
 }
 
 void Engine::stopAtExit() noexcept {
-  const std::lock_guard lock(engineMutex);
-  if (engine != nullptr) engine->stop();
+  Engine* running = nullptr;
+  {
+    const MutexLock lock(engineMutex);
+    running = engine;
+  }
+  if (running != nullptr) running->stop();
 }
 
 void Engine::stop() noexcept {
@@ -110,19 +101,32 @@ void Engine::stop() noexcept {
   pthread_timedjoin_np(thread_, nullptr, &limit);
 }
 
-void Engine::abandonInChild() noexcept {
-  if (engine == nullptr) return;
-  // Neither its thread nor a lock that was held elsewhere came along; its descriptors still lead to
-  // the parent.
-  engine->stopped_ = true;
-  close(engine->epoll_);
-  close(engine->wakeUp_);
+void Engine::beginInChild() noexcept {
+  const MutexLock lock(engineMutex);
+  if (engine != nullptr) engine->abandon();
   engine = nullptr;
 }
 
+// Its descriptors are the parent's too. Connections are closed without a word to the server and
+// without libcurl, whose handles stay as they are.
+void Engine::abandon() noexcept {
+  stopped_ = true;
+  abandoned_ = true;
+  {
+    const MutexLock lock(mutex_);
+    asleep_ = false;  // nobody is to be woken
+  }
+  close(epoll_);
+  close(wakeUp_);
+  routes_.abandon();
+  for (std::size_t socket = 0; socket < watches_.size(); ++socket) {
+    if (watches_[socket].lingers) close(static_cast<int>(socket));
+  }
+}
+
 void Engine::post(Work work) {
-  // After stop() it stays in the inbox: nobody runs it, and what it holds is not for other threads
-  // to tear down.
+  // After stop() or abandon() it stays in the inbox: nobody runs it, and what it holds is not for
+  // other threads to tear down.
   bool sleeping = false;
   {
     const MutexLock lock(mutex_);
@@ -139,6 +143,8 @@ void Engine::wake() noexcept {
 }
 
 void Engine::run() noexcept {
+  // A fork takes place between two rounds, while this thread waits and is in the middle of nothing.
+  const NoForkScope scope;
   while (!stopped_) {
     waitForEvents();
     settle();
@@ -155,7 +161,9 @@ void Engine::waitForEvents() noexcept {
     if (!inbox_.empty()) limit = 0;
     asleep_ = limit != 0;
   }
+  NoForkScope::leave();
   const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), limit);
+  NoForkScope::enter();
   now_ = Clock::now();
   for (int i = 0; i < count; ++i) {
     const auto& event = events[static_cast<std::size_t>(i)];
@@ -180,10 +188,10 @@ void Engine::dispatch(std::uint64_t tag, std::uint32_t events) noexcept {
   }
   const auto socket = static_cast<std::uint32_t>(tag);
   const Watch& watch = watches_[socket];
-  if (watch.session == nullptr || watch.ended ||
+  if (watch.owner == nullptr || watch.ended ||
       watch.generation != static_cast<std::uint32_t>(tag >> 32))
     return;
-  watch.session->socketReady(static_cast<int>(socket), events);
+  watch.owner->socketReady(static_cast<int>(socket), events);
 }
 
 void Engine::drainInbox() noexcept {
@@ -243,7 +251,7 @@ void Engine::deliver() noexcept {
   deliveries_.clear();
 }
 
-void Engine::watch(int socket, std::uint32_t events, SessionCore& session) {
+void Engine::watch(int socket, std::uint32_t events, SocketOwner& owner) {
   Watch& watch = watchOf(socket);
   if (events == 0) {
     if (!watch.lingers) return endWatch(socket, watch);
@@ -251,10 +259,12 @@ void Engine::watch(int socket, std::uint32_t events, SessionCore& session) {
     return;
   }
   watch.ended = false;
-  if (watch.session == &session && watch.events == events) return;
-  if (watch.session != &session) ++watch.generation;
-  const bool known = watch.session != nullptr;
-  watch.session = &session;
+  if (watch.owner == &owner && watch.events == events) return;
+  if (watch.owner != &owner) ++watch.generation;
+  const bool known = watch.owner != nullptr;
+  // One that libcurl opened by itself, to hear of the end of a name's look-up.
+  if (!known && !watch.lingers) fcntl(socket, F_SETFD, FD_CLOEXEC);
+  watch.owner = &owner;
   watch.events = events;
   epoll_event event{};
   event.events = events;
@@ -272,6 +282,10 @@ Engine::Watch& Engine::watchOf(int socket) {
   return watches_[index];
 }
 
+void Engine::unwatch(int socket) noexcept {
+  endWatch(socket, watches_[static_cast<std::size_t>(socket)]);
+}
+
 void Engine::endWatch(int socket, Watch& watch) noexcept {
   epoll_ctl(epoll_, EPOLL_CTL_DEL, socket, nullptr);
   watch.clear();
@@ -280,7 +294,7 @@ void Engine::endWatch(int socket, Watch& watch) noexcept {
 void Engine::endWatches() noexcept {
   for (const int socket : endedWatches_) {
     Watch& watch = watches_[static_cast<std::size_t>(socket)];
-    if (watch.ended && watch.session != nullptr) endWatch(socket, watch);
+    if (watch.ended && watch.owner != nullptr) endWatch(socket, watch);
   }
   endedWatches_.clear();
 }
@@ -294,9 +308,9 @@ void Engine::socketClosed(int socket) noexcept {
   watch.lingers = false;
 }
 
-void Engine::forget(const SessionCore& session) noexcept {
+void Engine::forget(const SocketOwner& owner) noexcept {
   for (Watch& watch : watches_) {
-    if (watch.session == &session) watch.clear();
+    if (watch.owner == &owner) watch.clear();
   }
 }
 
@@ -305,7 +319,9 @@ void Engine::serveLater(std::shared_ptr<SessionCore> session) {
 }
 
 void Engine::deliverLater(std::shared_ptr<CurlTask> task) {
-  deliveries_.push_back(std::move(task));
+  // A dead session's task fails in the child.
+  auto& deliveries = abandoned_ ? shared().deliveries_ : deliveries_;
+  deliveries.push_back(std::move(task));
 }
 
 }  // namespace tarn::detail

@@ -2,6 +2,8 @@
 
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Dispatch/UniqueFunction.hpp>
+#include <Platform/URLLoading/Curl/RouteMonitor.hpp>
+#include <Platform/URLLoading/Curl/SocketOwner.hpp>
 #include <Platform/URLLoading/Curl/TimerHeap.hpp>
 
 #include <atomic>
@@ -19,8 +21,8 @@ class SessionCore;
 /// work.
 ///
 /// Made on first use, never destroyed. At exit its thread is stopped and joined, so that nothing
-/// runs while the TLS library is torn down; work posted later is dropped. A child after fork()
-/// starts with a new engine, and sessions of the parent are dead in it.
+/// runs while the TLS library is torn down; work posted later is dropped. A child of fork() has
+/// another one: what is posted to the parent's is dropped there, and sessions on it are dead.
 class Engine {
  public:
   /// Throws std::system_error where the process has no thread or descriptor left.
@@ -29,20 +31,25 @@ class Engine {
   /// Runs `work` on the loop thread. Callable from any thread.
   void post(Work work) TARN_EXCLUDES(mutex_);
 
+  /// Whether it is that of the process that this one was forked from.
+  bool isAbandoned() const noexcept { return abandoned_; }
+
   // All below: on the loop thread only.
 
   /// The time at which this round of the loop began to work.
   Clock::time_point now() const noexcept { return now_; }
   TimerHeap& timers() noexcept { return timers_; }
+  RouteMonitor& routes() noexcept { return routes_; }
 
-  /// Registers interest in a socket for a session; `events` are epoll's, none of them ends it.
-  void watch(int socket, std::uint32_t events, SessionCore& session);
+  /// Registers interest in a socket for its owner; `events` are epoll's, none of them ends it.
+  void watch(int socket, std::uint32_t events, SocketOwner& owner);
+  void unwatch(int socket) noexcept;
   /// Tells of a connection's socket. Its registration then outlives the end of interest until the
   /// round ends: often the next transfer takes the connection over, and nothing has to be changed.
   void socketOpened(int socket);
   void socketClosed(int socket) noexcept;
-  /// Ends every registration of a session.
-  void forget(const SessionCore& session) noexcept;
+  /// Ends every registration of an owner.
+  void forget(const SocketOwner& owner) noexcept;
   /// Has the session look for finished transfers at the end of this round.
   void serveLater(std::shared_ptr<SessionCore> session);
   /// Has the task hand its events over at the end of this round, so that those of a small answer go
@@ -53,7 +60,7 @@ class Engine {
   /// One descriptor's registration. The generation tells a late event for a former owner of the
   /// number.
   struct Watch {
-    SessionCore* session = nullptr;
+    SocketOwner* owner = nullptr;
     std::uint32_t events = 0;
     std::uint32_t generation = 0;
     bool lingers = false;
@@ -61,7 +68,7 @@ class Engine {
 
     void clear() noexcept {
       ++generation;
-      session = nullptr;
+      owner = nullptr;
       events = 0;
       ended = false;
     }
@@ -73,7 +80,8 @@ class Engine {
   void startThread();
   void stop() noexcept;
   static void stopAtExit() noexcept;
-  static void abandonInChild() noexcept;
+  static void beginInChild() noexcept;
+  void abandon() noexcept TARN_EXCLUDES(mutex_);
 
   void run() noexcept;
   void waitForEvents() noexcept;
@@ -93,6 +101,7 @@ class Engine {
   const int wakeUp_;
   pthread_t thread_{};
   std::atomic<bool> stopped_{false};
+  bool abandoned_ = false;  // set while the process has one thread
 
   Mutex mutex_;
   std::vector<Work> inbox_ TARN_GUARDED_BY(mutex_);
@@ -100,6 +109,7 @@ class Engine {
 
   Clock::time_point now_;
   TimerHeap timers_;
+  RouteMonitor routes_{*this};
   std::vector<Watch> watches_;
   std::vector<int> endedWatches_;
   std::vector<Work> work_;

@@ -14,38 +14,38 @@ bool contains(std::string_view text, std::string_view part) noexcept {
 }
 
 std::int32_t connectCode(const Failure& failure) noexcept {
-  switch (failure.systemError) {
-    case ETIMEDOUT:
-      return URLError::timedOut;
-    case ENETUNREACH:
-    case ENETDOWN:
-      return URLError::notConnectedToInternet;
-    default:
-      return URLError::cannotConnectToHost;
-  }
+  return failure.systemError == ETIMEDOUT ? URLError::timedOut : URLError::cannotConnectToHost;
 }
 
 // A server that wants a certificate refuses in several ways, over TLS 1.3 only after the handshake:
 // 35, 52, 55 and 56.
-bool clientCertificateMissed(const Failure& failure) noexcept {
-  return failure.tls != nullptr && failure.tls->clientCertificateRequested &&
-         !failure.answerStarted;
+// `otherwise` where it did not want one.
+std::int32_t clientCertificateCode(const Failure& failure, std::int32_t otherwise) noexcept {
+  const bool wanted =
+      failure.tls != nullptr && failure.tls->clientCertificateRequested && !failure.answerStarted;
+  if (!wanted) return otherwise;
+  return failure.tls->identity ? URLError::clientCertificateRejected
+                               : URLError::clientCertificateRequired;
 }
 
 std::int32_t receiveCode(const Failure& failure) noexcept {
-  if (clientCertificateMissed(failure)) return URLError::clientCertificateRequired;
   if (failure.proxyAnswer != 0 && failure.proxyAnswer / 100 != 2) {
     return URLError::httpProxyConnectionFailure;
   }
   // libcurl has one code for a broken connection and for an answer that can't be read.
   const bool unreadable = contains(failure.curlText, "hunk") ||
                           contains(failure.curlText, "Too large response headers");
-  return unreadable ? URLError::cannotParseResponse : URLError::networkConnectionLost;
+  return unreadable ? URLError::cannotParseResponse
+                    : clientCertificateCode(failure, URLError::networkConnectionLost);
 }
 
 std::int32_t certificateCode(const Failure& failure) noexcept {
-  const bool chainRefused = failure.tls != nullptr && failure.tls->certificateError != 0;
-  return chainRefused ? failure.tls->errorCode() : URLError::serverCertificateUntrusted;
+  constexpr auto untrusted = URLError::serverCertificateUntrusted;
+  if (failure.tls == nullptr) return untrusted;
+  if (failure.tls->certificateError != 0) return failure.tls->errorCode();
+  // libcurl looks at the host's name when the handshake is over. Before, the same code may mean
+  // that the server refused our certificate.
+  return failure.tls->established ? untrusted : clientCertificateCode(failure, untrusted);
 }
 
 std::int32_t handshakeCode(const Failure& failure) noexcept {
@@ -54,8 +54,7 @@ std::int32_t handshakeCode(const Failure& failure) noexcept {
   if (failure.tls != nullptr && failure.tls->verified && failure.tls->certificateError != 0) {
     return failure.tls->errorCode();
   }
-  return clientCertificateMissed(failure) ? URLError::clientCertificateRequired
-                                          : URLError::secureConnectionFailed;
+  return clientCertificateCode(failure, URLError::secureConnectionFailed);
 }
 
 std::int32_t truncatedCode(const Failure& failure) noexcept {
@@ -66,7 +65,8 @@ std::int32_t truncatedCode(const Failure& failure) noexcept {
 std::string shortText(const Failure& failure, std::int32_t code) {
   if (failure.tls != nullptr && failure.tls->certificateError != 0 &&
       code == failure.tls->errorCode()) {
-    return "The server's certificate was refused: " + failure.tls->certificateErrorText + ".";
+    return std::string("The server's certificate was refused: ") +
+           failure.tls->certificateErrorText + ".";
   }
   return std::string(failure.curlText);
 }
@@ -74,6 +74,7 @@ std::string shortText(const Failure& failure, std::int32_t code) {
 }  // namespace
 
 std::int32_t errorCode(const Failure& failure) noexcept {
+  if (failure.withoutRoute) return URLError::notConnectedToInternet;
   switch (failure.curlCode) {
     case CURLE_UNSUPPORTED_PROTOCOL:  // also an answer that is no HTTP/1.x
       return failure.requestSent ? URLError::cannotParseResponse : URLError::unsupportedURL;
@@ -107,8 +108,7 @@ std::int32_t errorCode(const Failure& failure) noexcept {
     case CURLE_TOO_MANY_REDIRECTS:
       return URLError::httpTooManyRedirects;
     case CURLE_GOT_NOTHING:
-      return clientCertificateMissed(failure) ? URLError::clientCertificateRequired
-                                              : URLError::networkConnectionLost;
+      return clientCertificateCode(failure, URLError::networkConnectionLost);
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
       return receiveCode(failure);

@@ -16,6 +16,7 @@ struct Failure {
   int systemError = 0;         ///< errno of the last failed system call, or 0
   long proxyAnswer = 0;        ///< the status of an answer to CONNECT, or 0
   std::string_view curlText;   ///< libcurl's own words; may be empty
+  bool withoutRoute = false;   ///< the machine has no route to the host, or to any name server
   bool requestSent = false;    ///< something of the request went out
   bool answerStarted = false;  ///< a status line came
   bool lengthAnnounced = false;

@@ -25,7 +25,7 @@ bool Mailbox::flush() {
   inbox_.completed = outgoing_.completed;
   inbox_.error = std::move(outgoing_.error);
   outgoing_ = TaskEvents();
-  return !std::exchange(scheduled_, true);
+  return !std::exchange(*scheduled_, true);
 }
 
 TaskEvents Mailbox::take() {
@@ -36,9 +36,9 @@ TaskEvents Mailbox::take() {
 Mailbox::Next Mailbox::delivered(std::size_t bytes) {
   const MutexLock lock(mutex_);
   undelivered_ -= bytes;
-  scheduled_ = !inbox_.empty();
+  *scheduled_ = !inbox_.empty();
   const bool room = undelivered_ <= capacity / 2 && std::exchange(loopWaits_, false);
-  return {scheduled_, room};
+  return {*scheduled_, room};
 }
 
 }  // namespace tarn::detail

@@ -71,7 +71,7 @@ class Mailbox {
   Mutex mutex_;
   TaskEvents inbox_ TARN_GUARDED_BY(mutex_);
   std::size_t undelivered_ TARN_GUARDED_BY(mutex_) = 0;
-  bool scheduled_ TARN_GUARDED_BY(mutex_) = false;
+  PerProcess<bool> scheduled_ TARN_GUARDED_BY(mutex_);
   bool loopWaits_ TARN_GUARDED_BY(mutex_) = false;
 };
 

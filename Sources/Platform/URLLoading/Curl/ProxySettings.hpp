@@ -1,10 +1,12 @@
 #pragma once
 
+#include <Platform/URLLoading/URLSessionConfiguration.hpp>
+
 #include <string>
 
 namespace tarn::detail {
 
-/// The proxies that the environment asks for; empty text stands for none.
+/// The proxies of a session; empty text stands for none.
 struct ProxySettings {
   std::string http;
   std::string https;
@@ -13,6 +15,9 @@ struct ProxySettings {
   /// From http_proxy, https_proxy, all_proxy and no_proxy, or their upper-case forms. HTTP_PROXY is
   /// left out: in a CGI program it is what the remote side sent as header field `Proxy`.
   static ProxySettings fromEnvironment();
+  /// Those of the configuration, otherwise of the environment. None where a socket is named, which
+  /// leads to the server itself. Throws InvalidConfigurationError for what is no proxy's address.
+  static ProxySettings of(const URLSessionConfiguration& configuration);
 };
 
 }  // namespace tarn::detail

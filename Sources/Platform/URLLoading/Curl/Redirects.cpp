@@ -24,13 +24,20 @@ std::string_view schemeOf(std::string_view reference) noexcept {
   return reference.substr(0, end);
 }
 
-// libcurl resolves as browsers do: spaces and non-ASCII bytes are encoded instead of refused.
+// libcurl would make a "+" of a space in a query, which only a form means by it.
+std::string withoutSpaces(std::string_view location) {
+  std::string result;
+  for (const char c : location) c == ' ' ? result.append("%20") : result.append(1, c);
+  return result;
+}
+
+// libcurl resolves as browsers do: non-ASCII bytes are encoded instead of refused.
 std::optional<URL> resolve(const URL& base, const std::string& location) {
   const std::unique_ptr<CURLU, CurlFree> url(curl_url());
   if (!url || curl_url_set(url.get(), CURLUPART_URL, base.absoluteString().c_str(), 0) != CURLUE_OK)
     return std::nullopt;
-  if (curl_url_set(url.get(), CURLUPART_URL, location.c_str(),
-                   CURLU_URLENCODE | CURLU_ALLOW_SPACE) != CURLUE_OK)
+  if (curl_url_set(url.get(), CURLUPART_URL, withoutSpaces(location).c_str(), CURLU_URLENCODE) !=
+      CURLUE_OK)
     return std::nullopt;
   curl_url_set(url.get(), CURLUPART_USER, nullptr, 0);
   curl_url_set(url.get(), CURLUPART_PASSWORD, nullptr, 0);
@@ -51,23 +58,16 @@ bool turnsIntoGet(int statusCode, const std::string& method) noexcept {
   return (statusCode == 301 || statusCode == 302) && method == "POST";
 }
 
-void removeFields(URLRequest& request, bool (*unwanted)(std::string_view)) {
+void removeFields(URLRequest& request, bool (*unwanted)(std::string_view) noexcept) {
   auto fields = request.allHTTPHeaderFields();
   if (std::erase_if(fields, [unwanted](const auto& field) { return unwanted(field.first); }) > 0) {
     request.setAllHTTPHeaderFields(std::move(fields));
   }
 }
 
-bool describesBody(std::string_view name) {
+bool describesBody(std::string_view name) noexcept {
   return equalsIgnoringCase(name.substr(0, 8), "Content-") ||
          equalsIgnoringCase(name, "Transfer-Encoding");
-}
-
-bool belongsToOrigin(std::string_view name) {
-  constexpr std::array<std::string_view, 4> names{"Authorization", "Cookie", "Host",
-                                                  "Proxy-Authorization"};
-  return std::any_of(names.begin(), names.end(),
-                     [name](auto secret) { return equalsIgnoringCase(name, secret); });
 }
 
 }  // namespace
@@ -85,6 +85,13 @@ bool isRedirect(int statusCode, const HTTPHeaderFields& fields) noexcept {
     default:
       return false;
   }
+}
+
+bool belongsToOrigin(std::string_view name) noexcept {
+  constexpr std::array<std::string_view, 4> names{"Authorization", "Cookie", "Host",
+                                                  "Proxy-Authorization"};
+  return std::any_of(names.begin(), names.end(),
+                     [name](auto secret) { return equalsIgnoringCase(name, secret); });
 }
 
 std::variant<URLRequest, URLError> redirectedRequest(const URLRequest& request,

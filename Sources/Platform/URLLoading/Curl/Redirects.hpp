@@ -4,6 +4,7 @@
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
+#include <string_view>
 #include <variant>
 
 namespace tarn::detail {
@@ -13,6 +14,10 @@ inline constexpr int mostRedirects = 16;
 
 /// Whether an answer sends the client elsewhere: 301, 302, 303, 307 or 308 with a Location.
 bool isRedirect(int statusCode, const HTTPHeaderFields& fields) noexcept;
+
+/// Whether a header field is meant for its request's own origin: it holds a secret or names the
+/// host.
+bool belongsToOrigin(std::string_view name) noexcept;
 
 /// The request that follows a redirecting answer to `request`, or why there can be none (RFC
 /// 9110, 15.4).

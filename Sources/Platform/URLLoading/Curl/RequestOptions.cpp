@@ -19,13 +19,6 @@ bool belongsToEngine(std::string_view name) noexcept {
                      [name](auto own) { return equalsIgnoringCase(name, own); });
 }
 
-void append(HeaderLines& lines, const char* line) {
-  curl_slist* longer = curl_slist_append(lines.get(), line);
-  if (longer == nullptr) throw std::bad_alloc();
-  static_cast<void>(lines.release());
-  lines.reset(longer);
-}
-
 bool expectsBody(const std::string& method) noexcept {
   return method == "POST" || method == "PUT" || method == "PATCH";
 }
@@ -46,11 +39,20 @@ void setMethod(CURL* easy, const URLRequest& request, const RequestBody* body) {
 
 }  // namespace
 
-HeaderLines headerLines(const URLRequest& request, const RequestBody* body) {
+void append(HeaderLines& lines, const char* line) {
+  curl_slist* longer = curl_slist_append(lines.get(), line);
+  if (longer == nullptr) throw std::bad_alloc();
+  static_cast<void>(lines.release());
+  lines.reset(longer);
+}
+
+HeaderLines headerLines(const URLRequest& request, const RequestBody* body,
+                        const std::string& authorization) {
   HeaderLines lines;
   std::string line;
   for (const auto& [name, value] : request.allHTTPHeaderFields()) {
     if (belongsToEngine(name) || equalsIgnoringCase(name, "Cookie")) continue;
+    if (!authorization.empty() && equalsIgnoringCase(name, "Authorization")) continue;
     line = name;
     // libcurl's notation for a field without a value; with a colon it would mean "leave this field
     // out".
@@ -58,6 +60,7 @@ HeaderLines headerLines(const URLRequest& request, const RequestBody* body) {
     if (line.back() == ' ') line.append(value);
     append(lines, line.c_str());
   }
+  if (!authorization.empty()) append(lines, ("Authorization: " + authorization).c_str());
   if (!request.value("Accept")) append(lines, "Accept:");
   if (body != nullptr || expectsBody(request.httpMethod())) {
     append(lines, "Expect:");
@@ -81,8 +84,6 @@ void setRequestOptions(CURL* easy, const URLRequest& request, const RequestBody*
   // Both are always set, or libcurl would read the environment for each transfer.
   setOption(easy, CURLOPT_PROXY, (origin.secure ? proxies.https : proxies.http).c_str());
   setOption(easy, CURLOPT_NOPROXY, proxies.exceptions.c_str());
-  setOption(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-  setOption(easy, CURLOPT_COOKIEFILE, "");
   // Not as a header field: this way it shares one with the session's own cookies.
   if (const auto cookie = request.value("Cookie")) {
     setOption(easy, CURLOPT_COOKIE, std::string(*cookie).c_str());

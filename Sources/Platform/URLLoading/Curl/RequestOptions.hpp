@@ -8,6 +8,7 @@
 #include <curl/curl.h>
 
 #include <memory>
+#include <string>
 
 namespace tarn::detail {
 
@@ -24,9 +25,14 @@ void setOption(CURL* easy, CURLoption option, T value) {
   if (curl_easy_setopt(easy, option, value) != CURLE_OK) throw std::bad_alloc();
 }
 
+/// Adds a copy of `line`, "Name: value". Throws std::bad_alloc.
+void append(HeaderLines& lines, const char* line);
+
 /// The header fields as libcurl wants them. Left out are those by which the engine itself frames
-/// the message. `body` is null where none goes out.
-HeaderLines headerLines(const URLRequest& request, const RequestBody* body);
+/// the message. `body` is null where none goes out. `authorization`, if any, takes the place of the
+/// request's own.
+HeaderLines headerLines(const URLRequest& request, const RequestBody* body,
+                        const std::string& authorization);
 
 /// What does not depend on the transfer: the address, the method, limits, proxies, protocol
 /// versions.

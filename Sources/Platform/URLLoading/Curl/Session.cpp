@@ -13,8 +13,7 @@ CurlSession::CurlSession(URLSessionConfiguration configuration,
     : URLSession(std::move(configuration)),
       queue_(delegateQueue ? std::move(delegateQueue)
                            : std::make_shared<OperationQueue>("URLSession delegate")),
-      core_(std::make_shared<SessionCore>(Engine::shared(), this->configuration(),
-                                          ProxySettings::fromEnvironment())),
+      core_(std::make_shared<SessionCore>(Engine::shared(), this->configuration())),
       delegate_(delegate ? std::move(delegate) : std::make_shared<URLSessionDelegate>()) {}
 
 CurlSession::~CurlSession() {

@@ -1,7 +1,10 @@
 #include <Platform/URLLoading/Curl/SessionCore.hpp>
 #include <Platform/URLLoading/Curl/Transfer.hpp>
+#include <Platform/URLLoading/Curl/WakeUpPair.hpp>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <new>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -14,15 +17,31 @@ namespace {
 // Without it libcurl keeps four for each transfer under way, too few when a burst ends.
 constexpr long mostIdleConnections = 64;
 
+// Whether there were any to read.
+bool dropBytes(int socket) noexcept {
+  constexpr std::size_t everything = 1 << 30;  // dropped in the kernel, nothing is copied
+  if (recv(socket, nullptr, everything, MSG_TRUNC | MSG_DONTWAIT) > 0) return true;
+  if (errno != EFAULT) return false;
+  // A Unix domain socket always copies.
+  constexpr int mostReads = 1024;
+  std::array<char, 4096> buffer;
+  int reads = 0;
+  while (reads < mostReads && recv(socket, buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) ++reads;
+  return reads > 0;
+}
+
 }  // namespace
 
-SessionCore::SessionCore(Engine& engine, const URLSessionConfiguration& configuration,
-                         ProxySettings proxies)
+SessionCore::SessionCore(Engine& engine, const URLSessionConfiguration& configuration)
     : engine_(engine),
       configuration_(configuration),
       connectionsPerHost_(std::max(1, configuration.httpMaximumConnectionsPerHost)),
-      proxies_(std::move(proxies)),
-      queues_(connectionsPerHost_) {}
+      proxies_(ProxySettings::of(configuration)),
+      resolverLines_(resolverLines(configuration.resolverOverrides)),
+      cache_(configuration.cacheMemoryCapacity),
+      queues_(connectionsPerHost_) {
+  checkConfiguration(configuration);
+}
 
 SessionCore::~SessionCore() = default;
 
@@ -30,6 +49,7 @@ void SessionCore::open() {
   multi_ = curl_multi_init();
   cookies_ = curl_share_init();
   if (multi_ == nullptr || cookies_ == nullptr) throw std::bad_alloc();
+  closeWakeUpPairOnExec(multi_);
   // Only this thread uses the share: it needs no lock functions.
   curl_share_setopt(cookies_, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, onSocket);
@@ -47,7 +67,23 @@ void SessionCore::close() noexcept {
   multi_ = nullptr;
   if (cookies_ != nullptr) curl_share_cleanup(cookies_);
   cookies_ = nullptr;
+  cache_.clear();
   engine_.forget(*this);
+}
+
+void SessionCore::setOptions(CURL* easy, const Origin& origin) const {
+  if (configuration_.httpShouldSetCookies) {
+    setOption(easy, CURLOPT_SHARE, cookies_);
+    setOption(easy, CURLOPT_COOKIEFILE, "");
+  }
+  if (resolverLines_) setOption(easy, CURLOPT_RESOLVE, resolverLines_.get());
+  if (configuration_.unixDomainSocketPath) {
+    setOption(easy, CURLOPT_UNIX_SOCKET_PATH, configuration_.unixDomainSocketPath->c_str());
+  }
+  if (origin.secure && !configuration_.allowsHTTP2) {
+    setOption(easy, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+    setOption(easy, CURLOPT_PIPEWAIT, 0L);
+  }
 }
 
 void SessionCore::admit(Transfer& transfer) {
@@ -89,6 +125,16 @@ void SessionCore::setMultiplexed(const Origin& origin, bool multiplexed) {
   if (queues_.setMultiplexed(origin, multiplexed)) admitNext(origin);
 }
 
+void SessionCore::setAsking(const Transfer& transfer, bool asking) {
+  std::erase(asking_, &transfer);
+  if (asking) asking_.push_back(&transfer);
+}
+
+bool SessionCore::isAsking(const Origin& origin) const noexcept {
+  return std::any_of(asking_.begin(), asking_.end(),
+                     [&](const Transfer* transfer) { return transfer->origin() == origin; });
+}
+
 void SessionCore::touch() {
   if (touched_) return;
   engine_.serveLater(shared_from_this());
@@ -105,7 +151,9 @@ void SessionCore::socketReady(int socket, std::uint32_t events) noexcept {
   touch();
 }
 
-void SessionCore::timerFired() noexcept {
+void SessionCore::timerFired() noexcept { driveNow(); }
+
+void SessionCore::driveNow() noexcept {
   int running = 0;
   curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
   touch();
@@ -139,10 +187,7 @@ void SessionCore::dropSurprisedSockets() noexcept {
   for (auto& plain : plainSockets_) {
     if (plain.user != nullptr || plain.checked == engine_.now()) continue;
     plain.checked = engine_.now();
-    constexpr std::size_t everything = 1 << 30;  // dropped in the kernel, nothing is copied
-    if (recv(plain.socket, nullptr, everything, MSG_TRUNC | MSG_DONTWAIT) > 0) {
-      shutdown(plain.socket, SHUT_RDWR);
-    }
+    if (dropBytes(plain.socket)) shutdown(plain.socket, SHUT_RDWR);
   }
 }
 

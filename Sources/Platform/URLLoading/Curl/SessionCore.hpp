@@ -1,8 +1,11 @@
 #pragma once
 
+#include <Platform/URLLoading/Curl/CredentialStore.hpp>
 #include <Platform/URLLoading/Curl/Engine.hpp>
 #include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
+#include <Platform/URLLoading/Curl/SessionOptions.hpp>
+#include <Platform/URLLoading/Detail/ResponseCache.hpp>
 #include <Platform/URLLoading/URLSessionConfiguration.hpp>
 
 #include <curl/curl.h>
@@ -18,9 +21,12 @@ class Transfer;
 ///
 /// One libcurl multi handle a session: connections, and with them what was once trusted, are never
 /// shared between sessions.
-class SessionCore final : public std::enable_shared_from_this<SessionCore>, private Timer {
+class SessionCore final : public std::enable_shared_from_this<SessionCore>,
+                          public SocketOwner,
+                          private Timer {
  public:
-  SessionCore(Engine& engine, const URLSessionConfiguration& configuration, ProxySettings proxies);
+  /// Throws InvalidRequestError or InvalidConfigurationError for a configuration that can't work.
+  SessionCore(Engine& engine, const URLSessionConfiguration& configuration);
   ~SessionCore() override;
 
   Engine& engine() noexcept { return engine_; }
@@ -42,18 +48,28 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   /// What an answer shows of the origin: over HTTP/2 one connection carries many transfers.
   void setMultiplexed(const Origin& origin, bool multiplexed);
 
+  /// Notes whether the handshake of a transfer waits for the delegate. So do then the transfers
+  /// that libcurl lets wait for the connection.
+  void setAsking(const Transfer& transfer, bool asking);
+  bool isAsking(const Origin& origin) const noexcept;
+  /// Has libcurl turn at once to all that is due. Not from within libcurl.
+  void driveNow() noexcept;
+
   /// Ends the session's connections. No transfer may be left.
   void close() noexcept;
 
   // Called by the engine.
-  void socketReady(int socket, std::uint32_t events) noexcept;
+  void socketReady(int socket, std::uint32_t events) noexcept override;
   void serve() noexcept;
 
   // Called by Transfer for a new connection of it and by libcurl for one that ends.
   void socketOpened(int socket, const Transfer& transfer);
   static int socketClosed(void* self, curl_socket_t socket) noexcept;
 
-  CURLSH* cookies() const noexcept { return cookies_; }
+  CredentialStore& credentials() noexcept { return credentials_; }
+  ResponseCache& cache() noexcept { return cache_; }
+  /// What the session's configuration asks of every transfer. Throws std::bad_alloc.
+  void setOptions(CURL* easy, const Origin& origin) const;
   const ProxySettings& proxies() const noexcept { return proxies_; }
   const URLSessionConfiguration& configuration() const noexcept { return configuration_; }
 
@@ -78,10 +94,14 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>, priv
   const URLSessionConfiguration configuration_;
   const int connectionsPerHost_;
   const ProxySettings proxies_;
+  const HeaderLines resolverLines_;
   CURLM* multi_ = nullptr;
   CURLSH* cookies_ = nullptr;
+  CredentialStore credentials_;
+  ResponseCache cache_;
   HostQueues queues_;
   std::vector<PlainSocket> plainSockets_;
+  std::vector<const Transfer*> asking_;
   std::vector<Origin> movedOn_;  // where somebody may start now
   bool touched_ = false;
 };

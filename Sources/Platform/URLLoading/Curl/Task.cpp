@@ -70,19 +70,21 @@ std::optional<Error> CurlTask::error() const {
 // however the two are interleaved between threads, the last change is the one that holds.
 void CurlTask::resume() {
   auto expected = State::suspended;
-  if (state_.compare_exchange_strong(expected, State::running)) post(&CurlTask::reconcile);
+  if (state_.compare_exchange_strong(expected, State::running)) postReconcile();
 }
 
 void CurlTask::suspend() {
+  if (core_->engine().isAbandoned()) return;
   auto expected = State::running;
-  if (state_.compare_exchange_strong(expected, State::suspended)) post(&CurlTask::reconcile);
+  if (state_.compare_exchange_strong(expected, State::suspended)) postReconcile();
 }
 
 void CurlTask::cancel() {
   auto state = state_.load();
   while (state == State::running || state == State::suspended) {
     if (state_.compare_exchange_weak(state, State::canceling)) {
-      post(&CurlTask::reconcile);
+      // In a child of fork() a task that was under way is the parent's.
+      if (!core_->engine().isAbandoned() || state == State::suspended) postReconcile();
       return;
     }
   }
@@ -90,6 +92,19 @@ void CurlTask::cancel() {
 
 void CurlTask::post(void (CurlTask::*action)()) {
   core_->engine().post([self = shared_from_this(), action] { (*self.*action)(); });
+}
+
+void CurlTask::postReconcile() {
+  if (!core_->engine().isAbandoned()) return post(&CurlTask::reconcile);
+  Engine::shared().post([self = shared_from_this()] { self->endInChild(); });
+}
+
+// A session of the process that this one was forked from has no connections, no loop and no time.
+void CurlTask::endInChild() noexcept {
+  if (finished_) return;
+  static_cast<void>(transfer_.release());  // what it holds of libcurl is not to be touched
+  finish(URLError(URLError::cancelled, "The session is the parent process's.",
+                  originalRequest_.url().redacted()));
 }
 
 void CurlTask::reconcile() {
@@ -173,6 +188,11 @@ void CurlTask::addData(const std::uint8_t* bytes, std::size_t size, std::int64_t
   planDelivery();
 }
 
+void CurlTask::addData(const Data& bytes) {
+  mailbox_.outgoing().data.append(bytes);
+  planDelivery();
+}
+
 void CurlTask::askRedirect(std::shared_ptr<const HTTPURLResponse> response, URLRequest newRequest) {
   mailbox_.outgoing().redirect = std::make_unique<RedirectQuestion>(
       RedirectQuestion{std::move(response), std::move(newRequest)});
@@ -211,7 +231,10 @@ void CurlTask::planDelivery() {
 bool CurlTask::flush() noexcept {
   deliveryPlanned_ = false;
   bool needed = false;
-  guarded("URL loading", [&] { needed = mailbox_.flush(); });
+  guarded("URL loading", [&] {
+    if (transfer_) transfer_->handingOver(heldData());
+    needed = mailbox_.flush();
+  });
   return needed;
 }
 
@@ -227,7 +250,9 @@ void CurlTask::deliver() noexcept {
   auto events = mailbox_.take();
   const std::size_t bytes = events.data.size();
   const bool last = events.completed;
+  const auto process = forkCount();
   deliver(events);
+  if (process != forkCount()) return;  // the delegate forked: the rest is the parent's
   const auto next = mailbox_.delivered(bytes);
   guarded("URL loading", [&] {
     if (next.room) post(&CurlTask::continueReading);
@@ -240,6 +265,7 @@ void CurlTask::deliver() noexcept {
 }
 
 void CurlTask::deliver(TaskEvents& events) noexcept {
+  const auto process = forkCount();
   if (events.waiting) {
     tell("taskIsWaitingForConnectivity", &URLSessionDelegate::taskIsWaitingForConnectivity, face());
   }
@@ -249,7 +275,7 @@ void CurlTask::deliver(TaskEvents& events) noexcept {
     attempt([&] { takeBody(std::move(events.data)); });
     if (failure_) guarded("URL loading", [&] { post(&CurlTask::giveUp); });
   }
-  if (!events.completed) return;
+  if (!events.completed || process != forkCount()) return;
   if (!failure_) failure_ = std::move(events.error);
   if (!failure_) attempt([&] { completeBody(); });
   settle();

@@ -54,11 +54,17 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   /// Looks at the head of the final answer. A request instead of which that answer came is to be
   /// sent in place of the last; an URLError is thrown for an answer that won't do.
   virtual std::optional<URLRequest> requestInstead(const HTTPURLResponse& answer);
+  /// Whether its answers may come from the session's cache and be kept there.
+  virtual bool usesCache() const noexcept { return true; }
   void setCurrentRequest(URLRequest request) TARN_EXCLUDES(mutex_);
   void setResponse(std::shared_ptr<const HTTPURLResponse> response) TARN_EXCLUDES(mutex_);
   void countReceived(std::size_t bytes) noexcept;
   /// Body bytes for the delegate; `expected` are those still to come with them, or -1.
   void addData(const std::uint8_t* bytes, std::size_t size, std::int64_t expected);
+  /// As above, bytes that are shared with others.
+  void addData(const Data& bytes);
+  /// Body bytes that have not been handed over yet.
+  const Data& heldData() noexcept { return mailbox_.outgoing().data; }
   bool isBackedUp() { return mailbox_.isFull(); }
   void askRedirect(std::shared_ptr<const HTTPURLResponse> response, URLRequest newRequest);
   void askChallenge(URLAuthenticationChallenge challenge, bool ofConnection);
@@ -114,7 +120,9 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
 
  private:
   void post(void (CurlTask::*action)());
+  void postReconcile();
   void reconcile();
+  void endInChild() noexcept;
   void continueReading();
   void begin() noexcept;
   void giveUp();

@@ -1,4 +1,3 @@
-#include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/URLLoading/Curl/Failure.hpp>
 #include <Platform/URLLoading/Curl/Mailbox.hpp>
 #include <Platform/URLLoading/Curl/Redirects.hpp>
@@ -38,12 +37,6 @@ Clock::duration resourceLimit(const URLSessionConfiguration& configuration) noex
   return clamped(isUsable(limit) ? limit : fallback);
 }
 
-std::optional<std::pair<std::string, std::string>> credentialsOf(const URL& url) {
-  auto user = url.user();
-  if (!user) return std::nullopt;
-  return std::pair(std::move(*user), url.password().value_or(""));
-}
-
 }  // namespace
 
 Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core)
@@ -53,17 +46,22 @@ Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> 
       resourceDeadline_(core_->engine().now() + resourceLimit(core_->configuration())),
       request_(&task_->originalRequest()),
       bodyFile_(task_->bodyFile()),
-      lastProgress_(core_->engine().now()) {}
+      authenticator_(core_->credentials()),
+      cache_(core_->cache(), core_->configuration().requestCachePolicy, task_->usesCache()),
+      lastProgress_(core_->engine().now()),
+      handshake_(core_->engine(), *this) {}
 
 Transfer::~Transfer() {
   if (stage_ == Stage::queued && !hasSlot_) core_->withdraw(*this);
   leaveConnection();
+  core_->setAsking(*this, false);
+  core_->engine().routes().remove(*this);
   core_->engine().timers().remove(*this);
 }
 
 void Transfer::begin(std::optional<URLRequest> first) {
   if (first) setRequest(std::move(*first));
-  credentials_ = credentialsOf(request_->url());
+  authenticator_.enter(request_->url(), core_->proxies());
   guarded(&Transfer::enterQueue);
 }
 
@@ -81,8 +79,9 @@ void Transfer::enterQueue() {
     return finish(http ? error(URLError::badURL, "The address names no host.")
                        : error(URLError::unsupportedURL, "The scheme is not http or https."));
   }
-  stage_ = Stage::queued;
   origin_ = std::move(*origin);
+  if (cache_.begin(*request_, bodyFile_ != nullptr)) return endWithKeptAnswer();
+  stage_ = Stage::queued;
   core_->admit(*this);
   armTimer();
 }
@@ -98,6 +97,9 @@ void Transfer::attach() {
   if (!easy) throw std::bad_alloc();
   body_ = RequestBody::of(*request_, bodyFile_);
   bodyOffset_ = 0;
+  routesTried_ = core_->engine().routes().changes();
+  triedAddresses_.clear();
+  withoutRoute_ = false;
   configure(easy.get());
   core_->attach(*this, easy.get());
   easy_ = std::move(easy);
@@ -107,6 +109,7 @@ void Transfer::attach() {
 
 void Transfer::leaveConnection() noexcept {
   if (easy_) {
+    handshake_.abandon(easy_.get(), *core_);
     // libcurl forgets to free what it holds back for a paused transfer: here it gets rid of it.
     discarding_ = true;
     curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
@@ -142,14 +145,22 @@ void Transfer::guarded(void (Transfer::*action)()) noexcept {
 void Transfer::transferEnded(CURLcode result) noexcept {
   try {
     outcome_ = failureOf(result);
+    if (outcome_ && !held_) holdRefusedTunnel();
   } catch (const std::exception& failure) {
     outcome_.emplace(URLError::unknown, failure.what());
   }
   leaveConnection();
   if (stage_ == Stage::asking) return;
-  // A redirect is known by its head: whether its body, which nobody may want, came whole does not
-  // matter.
-  guarded(redirectResponse_ ? &Transfer::askRedirect : &Transfer::conclude);
+  if (handshake_.isToBeRepeated()) {
+    if (!handshake_.isAsking()) guarded(&Transfer::repeatHandshake);
+    return;
+  }
+  if (withoutRoute_ && core_->configuration().waitsForConnectivity) {
+    return guarded(&Transfer::waitForRoute);
+  }
+  // A held answer is known by its head: whether its body, which nobody may want, came whole does
+  // not matter.
+  guarded(held_ ? &Transfer::askAboutHeld : &Transfer::conclude);
 }
 
 void Transfer::conclude() {
@@ -160,11 +171,12 @@ void Transfer::conclude() {
   if (!outcome_ && decoder_ && !decoder_->isComplete()) {
     outcome_ = error(URLError::cannotDecodeRawData, "The encoded body ends too early.");
   }
+  if (!outcome_) cache_.complete(*request_, task_->heldData());
   finish(std::move(outcome_));
 }
 
 std::optional<URLError> Transfer::failureOf(CURLcode result) {
-  if (refusal_) return std::move(refusal_);
+  if (refusal_) return std::exchange(refusal_, std::nullopt);
   if (result == CURLE_OK) {
     if (!head_.complete()) {
       return error(URLError::networkConnectionLost,
@@ -193,7 +205,8 @@ std::optional<URLError> Transfer::failureOf(CURLcode result) {
   failure.lengthAnnounced = head_.complete() && head_.announcedLength().has_value();
   failure.bodyStarted = bodyStarted_;
   failure.curlText = curlText_.data();
-  failure.tls = tls_.get();
+  failure.tls = handshake_.record();
+  failure.withoutRoute = withoutRoute_ = lacksRoute(failure);
   return makeError(failure, request_->url().redacted());
 }
 
@@ -212,6 +225,7 @@ void Transfer::setSuspended(bool suspended) {
   }
   lastProgress_ = core_->engine().now();
   armTimer();
+  if (stage_ == Stage::kept) return guarded(&Transfer::endWithKeptAnswer);
   if (stage_ == Stage::queued) core_->admitNext(origin_);
   if (easy_) guarded(&Transfer::unpause);
 }
@@ -244,12 +258,13 @@ bool Transfer::hasRoom() {
 // -- Time-outs
 
 bool Transfer::idleTimeCounts() const noexcept {
-  return stage_ == Stage::running && !suspended_ && !backedUp_;
+  return stage_ == Stage::running && !suspended_ && !backedUp_ && !handshake_.isAsking();
 }
 
 void Transfer::armTimer() {
   auto deadline = resourceDeadline_;
   if (idleTimeCounts()) deadline = std::min(deadline, lastProgress_ + idleLimit_);
+  if (handshake_.hasNews()) deadline = core_->engine().now();
   core_->engine().timers().set(*this, deadline);
 }
 
@@ -260,7 +275,9 @@ void Transfer::timerFired() noexcept {
     return finish(URLError(URLError::timedOut, "The load took longer than it may in all.",
                            request_->url().redacted()));
   }
-  if (redirectBodyFull_ && stage_ == Stage::running) return guarded(&Transfer::askRedirect);
+  if (handshake_.hasNews()) return guarded(&Transfer::askHandshake);
+  if (heldBodyFull_ && stage_ == Stage::running) return guarded(&Transfer::askAboutHeld);
+  if (requestCount_ == 0 && core_->isAsking(origin_)) lastProgress_ = now;
   if (idleTimeCounts() && now >= lastProgress_ + idleLimit_) {
     return finish(
         URLError(URLError::timedOut, "Nothing moved for too long.", request_->url().redacted()));
@@ -276,50 +293,93 @@ void Transfer::challengeAnswered(URLSessionAuthChallengeDisposition disposition,
   handshakeAnswered(disposition, std::move(credential));
 }
 
-void Transfer::handshakeAnswered(URLSessionAuthChallengeDisposition, std::optional<URLCredential>) {
+void Transfer::loginAnswered(URLSessionAuthChallengeDisposition disposition,
+                             std::optional<URLCredential> credential) {
+  if (disposition == URLSessionAuthChallengeDisposition::cancelAuthenticationChallenge) {
+    return finish(error(URLError::cancelled, "The challenge was cancelled."));
+  }
+  guarded(authenticator_.take(disposition, credential) ? &Transfer::sendAgain
+                                                       : &Transfer::takeHeld);
 }
 
-void Transfer::loginAnswered(URLSessionAuthChallengeDisposition, std::optional<URLCredential>) {}
+// A proxy that wants to know who asks before it makes a tunnel does not let libcurl get to an
+// answer.
+void Transfer::holdRefusedTunnel() {
+  long status = 0;
+  curl_easy_getinfo(easy_.get(), CURLINFO_HTTP_CONNECTCODE, &status);
+  if (status != 407) return;
+  HTTPHeaderFields fields;
+  curl_header* field = nullptr;
+  while ((field = curl_easy_nextheader(easy_.get(), CURLH_CONNECT, -1, field)) != nullptr) {
+    fields.add(field->name, field->value);
+  }
+  auto response =
+      std::make_shared<const HTTPURLResponse>(request_->url(), 407, "HTTP/1.1", std::move(fields));
+  challenged_ = authenticator_.isChallenge(*response, true);
+  if (challenged_) held_ = std::move(response);
+}
+
+void Transfer::askLogin() {
+  auto question = authenticator_.question(held_);
+  if (!question) return sendAgain();
+  stage_ = Stage::asking;
+  task_->askChallenge(std::move(*question), false);
+  armTimer();
+}
 
 // -- Redirects
 
-void Transfer::askRedirect() {
+void Transfer::askAboutHeld() {
   if (answer_) return follow();
+  if (challenged_) return askLogin();
+  askRedirect();
+}
+
+void Transfer::askRedirect() {
+  // Its body is held as it came, encoded perhaps.
+  const bool whole = !easy_ && !outcome_ && !decoder_;
+  if (whole) cache_.complete(*request_, Data(heldBody_));
   if (++redirectCount_ > mostRedirects) {
     return finish(error(URLError::httpTooManyRedirects, "Too many redirects."));
   }
-  auto next = redirectedRequest(*request_, *redirectResponse_);
+  auto next = redirectedRequest(*request_, *held_);
   if (auto* impossible = std::get_if<URLError>(&next)) return finish(std::move(*impossible));
   auto& request = std::get<URLRequest>(next);
   // A body and its method go together.
   if (request.httpMethod() != request_->httpMethod()) bodyFile_ = nullptr;
   stage_ = Stage::asking;
-  task_->askRedirect(redirectResponse_, std::move(request));
+  task_->askRedirect(held_, std::move(request));
   armTimer();
 }
 
 void Transfer::redirectAnswered(std::optional<URLRequest> request) {
   if (stage_ != Stage::asking) return;
   answer_ = std::move(request);
-  guarded(answer_ ? &Transfer::follow : &Transfer::takeRedirectAsAnswer);
+  guarded(answer_ ? &Transfer::follow : &Transfer::takeHeld);
 }
 
 void Transfer::follow() {
   leaveConnection();
   URLRequest next = std::move(*std::exchange(answer_, std::nullopt));
-  // The application may have put a name and password of its own into the address.
-  auto credentials = credentialsOf(next.url());
-  if (credentials || Origin::of(next.url()) != origin_) credentials_ = std::move(credentials);
+  authenticator_.enter(next.url(), core_->proxies());
   setRequest(std::move(next));
+  sendAgain();
+}
+
+void Transfer::sendAgain() {
+  leaveConnection();
   requestCount_ = 0;
+  connecting_ = false;
   head_ = HeadParser();
   bodyStarted_ = false;
+  bodyBytes_ = 0;
   heldBack_ = false;
-  redirectResponse_.reset();
-  tls_.reset();
+  held_.reset();
+  challenged_ = false;
+  handshake_.reset();
   endOfBody_.reset();
-  redirectBody_.clear();
-  redirectBodyFull_ = false;
+  heldBody_.clear();
+  heldBodyFull_ = false;
   decoder_.reset();
   decoderDry_ = true;
   bytesToCome_ = -1;
@@ -329,11 +389,15 @@ void Transfer::follow() {
   enterQueue();
 }
 
-void Transfer::takeRedirectAsAnswer() {
+void Transfer::takeHeld() {
   stage_ = Stage::running;
+  // What a proxy says of a tunnel is no answer.
+  if (challenged_ && !head_.complete()) return conclude();
+  challenged_ = false;
+  heldBodyFull_ = false;
   lastProgress_ = core_->engine().now();
-  const auto body = std::exchange(redirectBody_, {});
-  publishResponse(std::exchange(redirectResponse_, nullptr));
+  const auto body = std::exchange(heldBody_, {});
+  publishResponse(std::exchange(held_, nullptr));
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(body.data());
   if (!body.empty() && !deliverBody(bytes, body.size())) {
     return finish(std::move(refusal_));
@@ -341,6 +405,27 @@ void Transfer::takeRedirectAsAnswer() {
   armTimer();
   if (!easy_) return conclude();
   if (!suspended_) unpause();
+}
+
+// -- Kept answers
+
+void Transfer::endWithKeptAnswer() {
+  stage_ = Stage::kept;
+  if (suspended_) return armTimer();
+  takeKeptAnswer();
+  held_ ? askRedirect() : conclude();
+}
+
+void Transfer::takeKeptAnswer() {
+  auto head = cache_.keptHead(request_->url());
+  const Data body = request_->httpMethod() == "HEAD" ? Data() : cache_.keptBody();
+  if (isRedirect(head->statusCode(), head->allHeaderFields())) {
+    held_ = std::move(head);
+    heldBody_ = body.view();
+    return;
+  }
+  publishResponse(std::move(head));
+  if (!body.empty()) task_->addData(body);
 }
 
 }  // namespace tarn::detail

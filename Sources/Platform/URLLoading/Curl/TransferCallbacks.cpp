@@ -5,6 +5,8 @@
 #include <Platform/URLLoading/Curl/Transfer.hpp>
 
 #include <algorithm>
+#include <cstring>
+#include <limits>
 #include <sys/socket.h>
 
 // The part of Transfer that libcurl calls.
@@ -12,9 +14,22 @@ namespace tarn::detail {
 
 namespace {
 
-// So much of a redirecting answer's body is kept for a delegate that may want it, before it is
-// asked.
-constexpr std::size_t mostRedirectBody = 256 * 1024;
+// So much of a held answer's body is kept for a delegate that may want it, before it is asked.
+constexpr std::size_t mostHeldBody = 256 * 1024;
+
+long oldestVersion(TLSProtocolVersion version) noexcept {
+  switch (version) {
+    case TLSProtocolVersion::TLSv10:
+      return CURL_SSLVERSION_TLSv1_0;
+    case TLSProtocolVersion::TLSv11:
+      return CURL_SSLVERSION_TLSv1_1;
+    case TLSProtocolVersion::TLSv12:
+      return CURL_SSLVERSION_TLSv1_2;
+    case TLSProtocolVersion::TLSv13:
+      break;
+  }
+  return CURL_SSLVERSION_TLSv1_3;
+}
 
 }  // namespace
 
@@ -70,14 +85,19 @@ struct TransferCallbacks {
 };
 
 void Transfer::configure(CURL* easy) {
-  setRequestOptions(easy, *request_, body_.get(), origin_, core_->proxies());
-  headerLines_ = detail::headerLines(*request_, body_.get());
-  setOption(easy, CURLOPT_HTTPHEADER, headerLines_.get());
-  setOption(easy, CURLOPT_SHARE, core_->cookies());
-  if (credentials_) {
-    setOption(easy, CURLOPT_USERNAME, credentials_->first.c_str());
-    setOption(easy, CURLOPT_PASSWORD, credentials_->second.c_str());
+  const auto& sessionFields = core_->configuration().httpAdditionalHeaders;
+  std::optional<URLRequest> completed;
+  if (!sessionFields.empty()) {
+    const bool elsewhere = Origin::of(task_->originalRequest().url()) != origin_;
+    completed = withSessionFields(*request_, sessionFields, elsewhere);
   }
+  const URLRequest& request = completed ? *completed : *request_;
+  setRequestOptions(easy, request, body_.get(), origin_, core_->proxies());
+  core_->setOptions(easy, origin_);
+  headerLines_ = detail::headerLines(request, body_.get(), authenticator_.authorization(request));
+  cache_.send(headerLines_);
+  setOption(easy, CURLOPT_HTTPHEADER, headerLines_.get());
+  authenticator_.configure(easy, request);
   curlText_[0] = '\0';
   setOption(easy, CURLOPT_ERRORBUFFER, curlText_.data());
   setOption(easy, CURLOPT_PRIVATE, static_cast<void*>(this));
@@ -101,7 +121,15 @@ void Transfer::configure(CURL* easy) {
   }
   setOption(easy, CURLOPT_PREREQFUNCTION, &TransferCallbacks::beforeRequest);
   setOption(easy, CURLOPT_PREREQDATA, static_cast<void*>(this));
-  if (origin_.secure) {
+  const bool proxyIsSecure = secureProxy().has_value();
+  if (origin_.secure || proxyIsSecure) {
+    const long oldest = oldestVersion(core_->configuration().tlsMinimumSupportedProtocolVersion);
+    setOption(easy, CURLOPT_SSLVERSION, oldest);
+    if (proxyIsSecure) {
+      setOption(easy, CURLOPT_PROXY_SSLVERSION, oldest);
+      setOption(easy, CURLOPT_PROXY_CAINFO, static_cast<const char*>(nullptr));
+      setOption(easy, CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
+    }
     setOption(easy, CURLOPT_SSL_CTX_FUNCTION, &TransferCallbacks::sslContext);
     setOption(easy, CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
   }
@@ -114,6 +142,7 @@ std::size_t Transfer::headLines(std::string_view text) {
   const std::size_t size = text.size();
   if (discarding_) return size;
   progressed();
+  if (connecting_) return size;
   while (!text.empty()) {
     const auto end = std::min(text.find('\n'), text.size() - 1) + 1;
     const auto event = head_.line(text.substr(0, end));
@@ -138,9 +167,12 @@ void Transfer::answerArrived() {
   }
   const bool redirect = isRedirect(head_.statusCode(), head_.fields());
   auto response = makeResponse(length);
-  if (!redirect) answer_ = task_->requestInstead(*response);
-  if (redirect || answer_) {
-    redirectResponse_ = std::move(response);
+  const bool endIsKnown = !head_.bodyEndsWithConnection() || response->statusCode() == 204;
+  challenged_ = authenticator_.isChallenge(*response, false);
+  if (cache_.answerArrived(*request_, response, endIsKnown)) return takeKeptAnswer();
+  if (!redirect && !challenged_) answer_ = task_->requestInstead(*response);
+  if (redirect || challenged_ || answer_) {
+    held_ = std::move(response);
   } else {
     publishResponse(std::move(response));
   }
@@ -149,8 +181,7 @@ void Transfer::answerArrived() {
 std::shared_ptr<const HTTPURLResponse> Transfer::makeResponse(std::int64_t expectedContentLength) {
   const auto encoding = head_.fields().value("Content-Encoding");
   const int status = head_.statusCode();
-  const bool hasBody = request_->httpMethod() != "HEAD" && status != 204 && status != 304;
-  decoder_ = encoding && hasBody ? ContentDecoder::forCodings(*encoding) : nullptr;
+  decoder_ = encoding && bodyFollows(status) ? ContentDecoder::forCodings(*encoding) : nullptr;
   if (decoder_) expectedContentLength = -1;
   return std::make_shared<const HTTPURLResponse>(request_->url(), status, head_.httpVersion(),
                                                  head_.takeFields(), expectedContentLength);
@@ -158,7 +189,9 @@ std::shared_ptr<const HTTPURLResponse> Transfer::makeResponse(std::int64_t expec
 
 void Transfer::publishResponse(std::shared_ptr<const HTTPURLResponse> response) {
   bytesToCome_ = response->expectedContentLength();
+  const bool hasBody = bodyFollows(response->statusCode());
   task_->setResponse(std::move(response));
+  if (hasBody && bytesToCome_ > mostBodyBytes()) throw bodyTooLong();
 }
 
 std::size_t Transfer::bodyPart(const std::uint8_t* bytes, std::size_t size) {
@@ -171,19 +204,20 @@ std::size_t Transfer::bodyPart(const std::uint8_t* bytes, std::size_t size) {
 std::size_t Transfer::takeBodyPart(const std::uint8_t* bytes, std::size_t size) {
   if (suspended_) return CURL_WRITEFUNC_PAUSE;
   progressed();
-  if (redirectResponse_) return holdRedirectBody(bytes, size);
+  if (held_) return holdBody(bytes, size);
   if (!decoderDry_ || !hasRoom()) return CURL_WRITEFUNC_PAUSE;
   return deliverBody(bytes, size) ? size : CURL_WRITEFUNC_ERROR;
 }
 
-std::size_t Transfer::holdRedirectBody(const std::uint8_t* bytes, std::size_t size) {
-  if (redirectBody_.size() + size > mostRedirectBody) {
+std::size_t Transfer::holdBody(const std::uint8_t* bytes, std::size_t size) {
+  if (heldBody_.size() + size > mostHeldBody) {
     // Too long to wait for its end: the delegate is asked as soon as libcurl has returned.
-    redirectBodyFull_ = true;
+    heldBodyFull_ = true;
     core_->engine().timers().set(*this, core_->engine().now());
     return CURL_WRITEFUNC_PAUSE;
   }
-  redirectBody_.append(reinterpret_cast<const char*>(bytes), size);
+  bodyStarted_ = true;
+  heldBody_.append(reinterpret_cast<const char*>(bytes), size);
   return size;
 }
 
@@ -194,9 +228,33 @@ bool Transfer::deliverBody(const std::uint8_t* bytes, std::size_t size) {
     decoder_->feed(bytes, size);
     return drainDecoder();
   }
-  task_->addData(bytes, size, bytesToCome_);
+  const auto expected = bytesToCome_;
   if (bytesToCome_ >= 0) bytesToCome_ -= static_cast<std::int64_t>(size);
+  return handOver(bytes, size, expected);
+}
+
+// What goes beyond the limit is not delivered, however much of it there is.
+bool Transfer::handOver(const std::uint8_t* bytes, std::size_t size, std::int64_t expected) {
+  bodyBytes_ += static_cast<std::int64_t>(size);
+  if (bodyBytes_ > mostBodyBytes()) {
+    refusal_ = bodyTooLong();
+    return false;
+  }
+  task_->addData(bytes, size, expected);
   return true;
+}
+
+std::int64_t Transfer::mostBodyBytes() const noexcept {
+  return core_->configuration().maximumResponseBytes.value_or(
+      std::numeric_limits<std::int64_t>::max());
+}
+
+bool Transfer::bodyFollows(int statusCode) const noexcept {
+  return request_->httpMethod() != "HEAD" && statusCode != 204 && statusCode != 304;
+}
+
+URLError Transfer::bodyTooLong() const {
+  return error(URLError::dataLengthExceedsMaximum, "The body is longer than the session allows.");
 }
 
 // Decodes until the input is used up or the delegate has enough; the rest waits for roomMade().
@@ -210,7 +268,10 @@ bool Transfer::drainDecoder() {
       refusal_ = error(URLError::cannotDecodeRawData, "The encoded body is corrupt.");
       return false;
     }
-    if (*count > 0) task_->addData(buffer.data(), *count, -1);
+    if (*count > 0 && !handOver(buffer.data(), *count, -1)) {
+      decoderDry_ = true;
+      return false;
+    }
     if (*count < buffer.size()) {
       decoderDry_ = true;
       return true;
@@ -236,21 +297,20 @@ int Transfer::seekBody(curl_off_t offset) noexcept {
 // libcurl sends a request again when a kept-alive connection turns out to be dead.
 int Transfer::requestStarts() {
   progressed();  // a connection stands
+  connecting_ = false;
+  core_->engine().routes().remove(*this);
   if (++requestCount_ == 1 || request_->allowsResend()) return CURL_PREREQFUNC_OK;
   refusal_ = error(URLError::networkConnectionLost,
                    "The connection was lost, and the request must not be sent again.");
   return CURL_PREREQFUNC_ABORT;
 }
 
-CURLcode Transfer::prepareTLS(void* context) {
-  tls_ = std::make_shared<TLSRecord>();
-  tls_->host = origin_.host;
-  return configureTLSContext(context, tls_) ? CURLE_OK : CURLE_OUT_OF_MEMORY;
-}
-
 curl_socket_t Transfer::openSocket(const curl_sockaddr& address) {
+  std::memcpy(&triedAddresses_.emplace_back(), &address.addr,
+              std::min<std::size_t>(address.addrlen, sizeof(sockaddr_storage)));
   const int socket = ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
   if (socket >= 0) core_->socketOpened(socket, *this);
+  connecting_ = true;
   return socket;
 }
 

@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Types/URL.hpp>
 #include <Platform/Types/URLError.hpp>
 #include <Platform/Types/UUID.hpp>
@@ -6,7 +7,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
-#include <mutex>
 #include <sys/stat.h>
 #include <system_error>
 #include <unordered_set>
@@ -45,6 +45,7 @@ std::optional<std::int64_t> regularFileSize(const struct stat& status) noexcept 
 class UnfinishedFiles {
  public:
   static UnfinishedFiles& shared() {
+    const NoForkScope scope;  // not while it is being made
     static auto& files = []() -> UnfinishedFiles& {
       auto& made = *new UnfinishedFiles;
       std::atexit([] { shared().removeAll(); });
@@ -56,34 +57,32 @@ class UnfinishedFiles {
   /// Runs what makes the file. Not while the process ends: nobody would remove it any more.
   template <class Make>
   auto add(const std::string& path, Make make) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (ended_) fail(URLError::cannotCreateFile, "Creating the file", path, ECANCELED);
-    paths_.insert(path);
+    paths_->insert(path);
     return make();
   }
   bool moveOut(const std::string& path, const std::string& to) noexcept {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (ended_ || ::rename(path.c_str(), to.c_str()) != 0) return false;
-    paths_.erase(path);
+    paths_->erase(path);
     return true;
   }
   void remove(const std::string& path) noexcept {
-    const std::lock_guard lock(mutex_);
-    paths_.erase(path);
+    const MutexLock lock(mutex_);
+    paths_->erase(path);
   }
 
  private:
   void removeAll() noexcept {
-    if (getpid() != owner_) return;  // a child of fork() has only a copy of the list
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     ended_ = true;
-    for (const auto& path : paths_) unlink(path.c_str());
+    for (const auto& path : *paths_) unlink(path.c_str());
   }
 
-  const pid_t owner_ = getpid();
-  std::mutex mutex_;
-  bool ended_ = false;
-  std::unordered_set<std::string> paths_;
+  Mutex mutex_;
+  bool ended_ TARN_GUARDED_BY(mutex_) = false;
+  PerProcess<std::unordered_set<std::string>> paths_ TARN_GUARDED_BY(mutex_);
 };
 
 }  // namespace
@@ -91,6 +90,7 @@ class UnfinishedFiles {
 DownloadFile::DownloadFile(std::string path) : path_(std::move(path)) {}
 
 DownloadFile::~DownloadFile() {
+  if (process_ != forkCount()) return;  // the file is the parent's
   if (!kept_) unlink(path_.c_str());
   UnfinishedFiles::shared().remove(path_);
 }
@@ -178,7 +178,7 @@ void DownloadFile::keep() {
 }
 
 void DownloadFile::putBack() noexcept {
-  if (keptSize_ == 0 || !descriptor_.isOpen()) return;
+  if (keptSize_ == 0 || !descriptor_.isOpen() || process_ != forkCount()) return;
   if (ftruncate(descriptor_.get(), keptSize_) != 0) return;
   kept_ = UnfinishedFiles::shared().moveOut(path_, keptPath_);
 }

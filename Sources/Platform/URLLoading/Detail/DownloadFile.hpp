@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Files/Detail/Descriptor.hpp>
 
 #include <cstddef>
@@ -13,8 +14,8 @@ namespace tarn::detail {
 
 /// The file that a download is written to, with a name of its own that nobody else uses.
 ///
-/// Removed with this object unless it is kept, and when the process ends by exit(). One thread at a
-/// time. What fails throws URLError.
+/// Removed with this object unless it is kept, and when the process ends by exit(); not by a child
+/// of fork(). One thread at a time. What fails throws URLError.
 class DownloadFile {
  public:
   /// In `directory`, for its owner alone.
@@ -51,6 +52,7 @@ class DownloadFile {
   explicit DownloadFile(std::string path);
 
   const std::string path_;
+  const std::uint32_t process_ = forkCount();
   Descriptor descriptor_;
   std::int64_t size_ = 0;
   bool kept_ = false;

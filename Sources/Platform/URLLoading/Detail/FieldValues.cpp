@@ -1,4 +1,5 @@
 #include <Platform/Types/Data.hpp>
+#include <Platform/URLLoading/Detail/FieldScanner.hpp>
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
 
@@ -61,45 +62,6 @@ std::optional<std::string> extendedValue(std::string_view text) {
   return std::nullopt;
 }
 
-/// Walks over one field value.
-class Scanner {
- public:
-  explicit Scanner(std::string_view text) : rest_(text) {}
-
-  bool atEnd() const noexcept { return rest_.empty(); }
-
-  std::string_view until(std::string_view stops) {
-    const auto end = std::min(rest_.find_first_of(stops), rest_.size());
-    const auto part = rest_.substr(0, end);
-    rest_.remove_prefix(end);
-    return trimmed(part);
-  }
-
-  bool take(char c) {
-    rest_ = rest_.substr(std::min(rest_.find_first_not_of(" \t"), rest_.size()));
-    if (rest_.empty() || rest_.front() != c) return false;
-    rest_.remove_prefix(1);
-    return true;
-  }
-
-  void skip() { rest_.remove_prefix(1); }
-
-  // After the opening quote; a missing closing one ends with the text.
-  std::string quoted() {
-    std::string text;
-    while (!rest_.empty() && rest_.front() != '"') {
-      if (rest_.front() == '\\' && rest_.size() > 1) rest_.remove_prefix(1);
-      text.push_back(rest_.front());
-      rest_.remove_prefix(1);
-    }
-    if (!rest_.empty()) rest_.remove_prefix(1);
-    return text;
-  }
-
- private:
-  std::string_view rest_;
-};
-
 }  // namespace
 
 std::string_view trimmed(std::string_view text) noexcept {
@@ -152,11 +114,19 @@ ParameterizedValue parseParameterizedValue(std::string_view text) {
 
 std::vector<std::string_view> listItems(std::string_view text) {
   std::vector<std::string_view> items;
-  while (!text.empty()) {
-    const auto end = std::min(text.find(','), text.size());
-    if (const auto item = trimmed(text.substr(0, end)); !item.empty()) items.push_back(item);
-    text.remove_prefix(std::min(end + 1, text.size()));
+  const auto add = [&items](std::string_view item) {
+    if (item = trimmed(item); !item.empty()) items.push_back(item);
+  };
+  std::size_t start = 0;
+  bool quoted = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '"') quoted = !quoted;
+    if (quoted && text[i] == '\\') ++i;
+    if (quoted || text[i] != ',') continue;
+    add(text.substr(start, i - start));
+    start = i + 1;
   }
+  add(text.substr(start));
   return items;
 }
 

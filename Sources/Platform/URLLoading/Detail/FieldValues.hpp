@@ -24,7 +24,8 @@ struct ParameterizedValue {
 /// Reads as far as it makes sense; a comma ends a parameter too, as where two fields were joined.
 ParameterizedValue parseParameterizedValue(std::string_view text);
 
-/// The items of a comma-separated list, trimmed, empty ones left out.
+/// The items of a comma-separated list, trimmed, empty ones left out; a comma within quotes
+/// separates nothing.
 std::vector<std::string_view> listItems(std::string_view text);
 
 /// The file name of a Content-Disposition value, the last valid one; `filename*` in UTF-8 or

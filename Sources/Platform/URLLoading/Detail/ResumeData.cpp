@@ -1,5 +1,6 @@
 #include <Platform/URLLoading/Detail/DownloadFile.hpp>
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
+#include <Platform/URLLoading/Detail/HTTPDate.hpp>
 #include <Platform/URLLoading/Detail/ResumeData.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
 
@@ -36,25 +37,6 @@ bool isStrongTag(std::string_view tag) noexcept {
   return std::all_of(tag.begin(), tag.end(), [](char c) {
     return c != '"' && c != 0x7F && static_cast<unsigned char>(c) > 0x20;
   });
-}
-
-// "Sun, 06 Nov 1994 08:49:37 GMT", the only form that servers still send (RFC 9110, 5.6.7), as
-// digits whose order is that of time.
-std::optional<std::int64_t> sortableDate(std::string_view date) noexcept {
-  constexpr std::string_view months = "JanFebMarAprMayJunJulAugSepOctNovDec";
-  if (date.size() != 29 || date.substr(3, 2) != ", " || !date.ends_with(" GMT")) return {};
-  const auto month = months.find(date.substr(8, 3));
-  if (month == std::string_view::npos || month % 3 != 0) return {};
-  std::int64_t result = 0;
-  const auto add = [&result](std::optional<int> value) {
-    if (!value || *value < 0) return false;
-    result = result * 100 + *value;
-    return true;
-  };
-  const bool valid = add(number<int>(date.substr(12, 4))) && add(static_cast<int>(month / 3)) &&
-                     add(number<int>(date.substr(5, 2))) && add(number<int>(date.substr(17, 2))) &&
-                     add(number<int>(date.substr(20, 2))) && add(number<int>(date.substr(23, 2)));
-  return valid ? std::optional(result) : std::nullopt;
 }
 
 bool asksForWhole(const URLRequest& request) {
@@ -105,7 +87,7 @@ std::optional<ResumeData> decodeLines(Lines lines) {
   const auto resend = lines.numberOf<int>("resend");
   const auto url = address ? URL::parse(*address) : std::nullopt;
   if (!url || !file || !DownloadFile::isName(*file) || !bytes || *bytes < 1 || !validator ||
-      !(isStrongTag(*validator) || sortableDate(*validator)) || !method || !timeout ||
+      !(isStrongTag(*validator) || parseHTTPDate(*validator)) || !method || !timeout ||
       !cachePolicy || *cachePolicy < 0 ||
       *cachePolicy > static_cast<int>(URLRequest::CachePolicy::reloadRevalidatingCacheData) ||
       !resend) {
@@ -173,8 +155,8 @@ std::optional<std::string> resumeValidator(const URLRequest& request,
   }
   // The file could have changed again within the second that the date names.
   const auto modified = fields.value("Last-Modified");
-  const auto changed = sortableDate(modified.value_or(""));
-  const auto sent = sortableDate(fields.value("Date").value_or(""));
+  const auto changed = parseHTTPDate(modified.value_or(""));
+  const auto sent = parseHTTPDate(fields.value("Date").value_or(""));
   return changed && sent && *changed < *sent ? std::optional<std::string>(*modified) : std::nullopt;
 }
 

@@ -1,46 +1,10 @@
-#include <Platform/Trust/Detail/TLSVerification.hpp>
 #include <Platform/Types/URLError.hpp>
-#include <Platform/URLLoading/LoadingFixture.hpp>
+#include <Platform/URLLoading/SecureServer.hpp>
 
 #include <gtest/gtest.h>
 
 namespace tarn::test {
 namespace {
-
-/// An HTTPS server that answers "hello", with a certificate of the authority.
-struct SecureServer : ScriptedServer {
-  explicit SecureServer(const LeafOptions& leaf = {}, const TLSOptions& options = {})
-      : ScriptedServer(certified(options, trustedAuthority().issue(leaf))) {
-    route("/", Script().respond(200, {}, "hello"));
-  }
-
- private:
-  static TLSOptions certified(TLSOptions options, const CertificateFiles& files) {
-    options.certFile = files.certFile;
-    options.keyFile = files.keyFile;
-    return options;
-  }
-};
-
-template <class Options>
-Options with(void (*change)(Options&)) {
-  Options options;
-  change(options);
-  return options;
-}
-
-TLSOptions versions(TLSVersion minimum, TLSVersion maximum) {
-  TLSOptions options;
-  options.minimum = minimum;
-  options.maximum = maximum;
-  return options;
-}
-
-TLSOptions asking(ClientCertificate certificate, TLSOptions options = {}) {
-  options.clientCertificate = certificate;
-  options.clientCaFile = trustedAuthority().caFile();
-  return options;
-}
 
 struct CertificateRow {
   const char* name;
@@ -53,45 +17,58 @@ void PrintTo(const CertificateRow& row, std::ostream* out) { *out << row.name; }
 class ServerCertificate : public testing::TestWithParam<CertificateRow> {};
 
 TEST_P(ServerCertificate, IsJudged) {
-  SecureServer server(GetParam().leaf);
-  RecordedSession session;
-  const auto loaded = session.load(server.localhostUrl("/"));
-  EXPECT_EQ(loaded.code(), GetParam().code)
-      << (loaded.record.error ? loaded.record.error->message() : "");
-  EXPECT_EQ(loaded.text(), GetParam().code == 0 ? "hello" : "");
-  EXPECT_EQ(server.requestCount(), GetParam().code == 0 ? 1u : 0u);
+  for (const auto version : {TLSVersion::tls12, TLSVersion::tls13}) {
+    SCOPED_TRACE(version == TLSVersion::tls12 ? "1.2" : "1.3");
+    SecureServer server(GetParam().leaf, versions(version, version));
+    for (const bool pause : {true, false}) {
+      SCOPED_TRACE(pause ? "the handshake waits" : "the handshake is repeated");
+      const HandshakeWay way(pause);
+      RecordedSession session;
+      const auto loaded = session.load(server.localhostUrl("/"));
+      EXPECT_EQ(loaded.code(), GetParam().code)
+          << (loaded.record.error ? loaded.record.error->message() : "");
+      EXPECT_EQ(loaded.text(), GetParam().code == 0 ? "hello" : "");
+    }
+    EXPECT_EQ(server.requestCount(), GetParam().code == 0 ? 2u : 0u);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Faults, ServerCertificate,
-    testing::Values(CertificateRow{"good", {}, 0},
-                    CertificateRow{"by an intermediate", LeafOptions::intermediate(), 0},
-                    CertificateRow{"expired", LeafOptions::expired(),
-                                   URLError::serverCertificateHasBadDate},
-                    CertificateRow{"not yet valid", LeafOptions::notYetValid(),
-                                   URLError::serverCertificateNotYetValid},
-                    CertificateRow{"wrong host", LeafOptions::wrongHost(),
-                                   URLError::serverCertificateUntrusted},
-                    CertificateRow{"common name only", LeafOptions::commonNameOnly(),
-                                   URLError::serverCertificateUntrusted},
-                    CertificateRow{"self-signed", LeafOptions::selfSigned(),
-                                   URLError::serverCertificateUntrusted},
-                    CertificateRow{"unknown root", LeafOptions::unknownRoot(),
-                                   URLError::serverCertificateHasUnknownRoot},
-                    CertificateRow{"intermediate missing", LeafOptions::intermediate(false),
-                                   URLError::serverCertificateHasUnknownRoot},
-                    CertificateRow{"made for clients", with<LeafOptions>([](LeafOptions& o) {
-                                     o.purpose = LeafOptions::Purpose::client;
-                                   }),
-                                   URLError::serverCertificateUntrusted},
-                    CertificateRow{"issuer is no authority", with<LeafOptions>([](LeafOptions& o) {
-                                     o.signer = LeafOptions::Signer::plainLeaf;
-                                   }),
-                                   URLError::serverCertificateUntrusted},
-                    CertificateRow{"broken signature", with<LeafOptions>([](LeafOptions& o) {
-                                     o.corruptSignature = true;
-                                   }),
-                                   URLError::serverCertificateUntrusted}));
+    testing::Values(
+        CertificateRow{"good", {}, 0},
+        CertificateRow{"by an intermediate", LeafOptions::intermediate(), 0},
+        CertificateRow{"expired", LeafOptions::expired(), URLError::serverCertificateHasBadDate},
+        CertificateRow{"not yet valid", LeafOptions::notYetValid(),
+                       URLError::serverCertificateNotYetValid},
+        CertificateRow{"wrong host", LeafOptions::wrongHost(),
+                       URLError::serverCertificateUntrusted},
+        CertificateRow{"common name only", LeafOptions::commonNameOnly(),
+                       URLError::serverCertificateUntrusted},
+        CertificateRow{"self-signed", LeafOptions::selfSigned(),
+                       URLError::serverCertificateUntrusted},
+        CertificateRow{"unknown root", LeafOptions::unknownRoot(),
+                       URLError::serverCertificateHasUnknownRoot},
+        CertificateRow{"intermediate missing", LeafOptions::intermediate(false),
+                       URLError::serverCertificateHasUnknownRoot},
+        CertificateRow{"expired intermediate", with<LeafOptions>([](LeafOptions& o) {
+                         o.signer = LeafOptions::Signer::expiredIntermediate;
+                       }),
+                       URLError::serverCertificateHasBadDate},
+        CertificateRow{"weak key",
+                       with<LeafOptions>([](LeafOptions& o) { o.key = LeafOptions::Key::rsa1024; }),
+                       URLError::serverCertificateUntrusted},
+        CertificateRow{"made for clients", with<LeafOptions>([](LeafOptions& o) {
+                         o.purpose = LeafOptions::Purpose::client;
+                       }),
+                       URLError::serverCertificateUntrusted},
+        CertificateRow{"issuer is no authority", with<LeafOptions>([](LeafOptions& o) {
+                         o.signer = LeafOptions::Signer::plainLeaf;
+                       }),
+                       URLError::serverCertificateUntrusted},
+        CertificateRow{"broken signature",
+                       with<LeafOptions>([](LeafOptions& o) { o.corruptSignature = true; }),
+                       URLError::serverCertificateUntrusted}));
 
 TEST(TLSVerification, AnAddressNeedsToBeInTheCertificate) {
   SecureServer named(with<LeafOptions>([](LeafOptions& o) { o.addresses.clear(); }));
@@ -154,27 +131,31 @@ TEST(TLSHandshake, ATooOldVersionIsRefused) {
   EXPECT_EQ(session.load(server.localhostUrl("/")).code(), URLError::secureConnectionFailed);
 }
 
-TEST(TLSHandshake, BothPresentVersionsWork) {
-  for (const auto version : {TLSVersion::tls12, TLSVersion::tls13}) {
-    SecureServer server({}, versions(version, version));
-    RecordedSession session;
-    EXPECT_EQ(session.load(server.localhostUrl("/")).text(), "hello");
-  }
-}
+struct VersionRow {
+  TLSProtocolVersion oldest;
+  TLSVersion spoken;
+  bool works;
+};
 
-TEST(TLSHandshake, AClientCertificateThatIsRequiredIsMissed) {
-  for (const auto version : {TLSVersion::tls12, TLSVersion::tls13}) {
-    SCOPED_TRACE(version == TLSVersion::tls12 ? "1.2" : "1.3");
-    SecureServer server({}, asking(ClientCertificate::require, versions(version, version)));
-    RecordedSession session;
-    EXPECT_EQ(session.load(server.localhostUrl("/")).code(), URLError::clientCertificateRequired);
+TEST(TLSHandshake, TheConfigurationSaysWhichVersionIsTooOld) {
+  using enum TLSProtocolVersion;
+  for (const auto& row : std::vector<VersionRow>{{TLSv10, TLSVersion::tls10, true},
+                                                 {TLSv10, TLSVersion::tls13, true},
+                                                 {TLSv11, TLSVersion::tls10, false},
+                                                 {TLSv11, TLSVersion::tls11, true},
+                                                 {TLSv12, TLSVersion::tls11, false},
+                                                 {TLSv12, TLSVersion::tls12, true},
+                                                 {TLSv13, TLSVersion::tls12, false},
+                                                 {TLSv13, TLSVersion::tls13, true}}) {
+    SCOPED_TRACE("oldest " + std::to_string(static_cast<int>(row.oldest)) + ", spoken " +
+                 std::to_string(static_cast<int>(row.spoken)));
+    SecureServer server({}, versions(row.spoken, row.spoken));
+    auto configuration = URLSessionConfiguration::ephemeral();
+    configuration.tlsMinimumSupportedProtocolVersion = row.oldest;
+    RecordedSession session(configuration);
+    EXPECT_EQ(session.load(server.localhostUrl("/")).code(),
+              row.works ? 0 : std::int64_t{URLError::secureConnectionFailed});
   }
-}
-
-TEST(TLSHandshake, AClientCertificateThatIsOnlyAskedForIsNotNeeded) {
-  SecureServer server({}, asking(ClientCertificate::request));
-  RecordedSession session;
-  EXPECT_EQ(session.load(server.localhostUrl("/")).text(), "hello");
 }
 
 TEST(TLSBody, ThatEndsWithTheConnectionNeedsAProperEnd) {

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <Platform/URLLoading/Curl/CredentialStore.hpp>
+#include <Platform/URLLoading/Curl/ProxySettings.hpp>
+#include <Platform/URLLoading/Curl/RequestOptions.hpp>
+#include <Platform/URLLoading/HTTPURLResponse.hpp>
+#include <Platform/URLLoading/URLAuthenticationChallenge.hpp>
+#include <Platform/URLLoading/URLRequest.hpp>
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tarn::detail {
+
+/// Shows the names and passwords of one transfer to its server and to a proxy, and knows what to
+/// ask the delegate where they want others.
+///
+/// On the loop thread only.
+class Authenticator {
+ public:
+  explicit Authenticator(CredentialStore& store) noexcept : store_(store) {}
+
+  /// A request to `url` comes next. Nothing that was shown so far is shown to it, except that user
+  /// information of an address goes for the whole of its origin.
+  void enter(const URL& url, const ProxySettings& proxies);
+
+  /// Looks at the head of an answer: true where it asks for what a name and password may be, and
+  /// the request may be sent again. `fromTunnel`: the proxy's answer to CONNECT.
+  bool isChallenge(const HTTPURLResponse& answer, bool fromTunnel);
+  /// What to ask the delegate after a challenge; nothing where there is an answer already.
+  std::optional<URLAuthenticationChallenge> question(
+      std::shared_ptr<const HTTPURLResponse> answer) const;
+  /// The delegate's answer. False: the answer that asks is the outcome.
+  bool take(URLSessionAuthChallengeDisposition disposition,
+            const std::optional<URLCredential>& credential);
+
+  /// What the server is shown in the field Authorization; empty for nothing. User information of
+  /// the address is not here.
+  std::string authorization(const URLRequest& request) const;
+  /// Sets what else is shown, of the address and to the proxy. The lines live as long as this
+  /// object, until the next call.
+  void configure(CURL* easy, const URLRequest& request);
+
+ private:
+  /// The server, or the proxy.
+  struct Side {
+    LoginSpace space;
+    std::optional<Login> ofAddress;  // shown as basic before anybody asks
+    std::optional<AuthenticateChallenge> challenge;
+    std::optional<Login> proposed;  // for the challenge
+    std::optional<Login> shown;     // in answer to the challenge
+    bool answersItself = false;
+    int challengeCount = 0;
+    int failureCount = 0;
+  };
+
+  bool refused(Side& side, AuthenticateChallenge challenge);
+  void accepted(const Side& side);
+  static std::string authorization(const Side& side, const std::string& method,
+                                   const std::string& target);
+
+  CredentialStore& store_;
+  Side server_;
+  std::optional<Side> proxy_;
+  Side* asking_ = nullptr;
+  HeaderLines proxyLines_;
+};
+
+}  // namespace tarn::detail

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <Platform/URLLoading/Detail/FieldValues.hpp>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+namespace tarn::detail {
+
+/// Walks over one field value.
+class Scanner {
+ public:
+  explicit Scanner(std::string_view text) : rest_(text) {}
+
+  bool atEnd() const noexcept { return rest_.empty(); }
+
+  std::string_view until(std::string_view stops) {
+    const auto end = std::min(rest_.find_first_of(stops), rest_.size());
+    const auto part = rest_.substr(0, end);
+    rest_.remove_prefix(end);
+    return trimmed(part);
+  }
+
+  bool take(char c) {
+    rest_ = rest_.substr(std::min(rest_.find_first_not_of(" \t"), rest_.size()));
+    if (rest_.empty() || rest_.front() != c) return false;
+    rest_.remove_prefix(1);
+    return true;
+  }
+
+  void skip() { rest_.remove_prefix(1); }
+
+  // After the opening quote; a missing closing one ends with the text.
+  std::string quoted() {
+    std::string text;
+    while (!rest_.empty() && rest_.front() != '"') {
+      if (rest_.front() == '\\' && rest_.size() > 1) rest_.remove_prefix(1);
+      text.push_back(rest_.front());
+      rest_.remove_prefix(1);
+    }
+    if (!rest_.empty()) rest_.remove_prefix(1);
+    return text;
+  }
+
+ private:
+  std::string_view rest_;
+};
+
+}  // namespace tarn::detail

@@ -1,0 +1,188 @@
+#include <Platform/URLLoading/Detail/FieldValues.hpp>
+#include <Platform/URLLoading/Detail/HTTPDate.hpp>
+#include <Platform/URLLoading/Detail/StoredAnswer.hpp>
+
+#include <algorithm>
+#include <array>
+
+namespace tarn::detail {
+
+namespace {
+
+using std::chrono::seconds;
+
+// Which may be kept, for a while that the cache makes up, when an answer says nothing of it (RFC
+// 9110, 15.1).
+bool isHeuristicallyCacheable(int status) noexcept {
+  constexpr std::array<int, 11> statuses{200, 203, 204, 300, 301, 308, 404, 405, 410, 414, 501};
+  return std::find(statuses.begin(), statuses.end(), status) != statuses.end();
+}
+
+bool isNeverKept(int status) noexcept {
+  constexpr std::array<int, 5> statuses{206, 304, 401, 407, 416};
+  return status < 200 || std::find(statuses.begin(), statuses.end(), status) != statuses.end();
+}
+
+// Cookies and logins of the session are not seen in the request.
+bool isAddedOnSending(std::string_view name, const URLRequest& request) noexcept {
+  return equalsIgnoringCase(name, "Cookie") ||
+         (equalsIgnoringCase(name, "Authorization") && !request.value(name));
+}
+
+// What fields that differ in white space only have in common.
+std::optional<std::string> selectingValue(const URLRequest& request, std::string_view name) {
+  const auto value = request.value(name);
+  if (!value) return std::nullopt;
+  std::string result;
+  for (const auto item : listItems(*value)) result.append(item).push_back(',');
+  return result;
+}
+
+// Those that belong to one connection or message, and those by which the body had been decoded.
+bool staysAsItWas(std::string_view name) noexcept {
+  constexpr std::array<std::string_view, 13> names{"Connection",
+                                                   "Content-Encoding",
+                                                   "Content-Length",
+                                                   "Content-Range",
+                                                   "Keep-Alive",
+                                                   "Proxy-Authenticate",
+                                                   "Proxy-Authentication-Info",
+                                                   "Proxy-Authorization",
+                                                   "Proxy-Connection",
+                                                   "TE",
+                                                   "Trailer",
+                                                   "Transfer-Encoding",
+                                                   "Upgrade"};
+  return std::any_of(names.begin(), names.end(),
+                     [name](auto own) { return equalsIgnoringCase(name, own); });
+}
+
+CacheControl cacheControlOf(const HTTPHeaderFields& fields) {
+  const auto value = fields.value("Cache-Control");
+  return value ? CacheControl::parse(*value) : CacheControl();
+}
+
+}  // namespace
+
+CacheControl cacheControlOf(const URLRequest& request) {
+  if (const auto value = request.value("Cache-Control")) return CacheControl::parse(*value);
+  CacheControl result;
+  result.noCache = CacheControl::parse(request.value("Pragma").value_or("")).noCache;
+  return result;
+}
+
+bool StoredAnswer::mayBeKept(const URLRequest& request, const HTTPURLResponse& head) {
+  const auto& fields = head.allHeaderFields();
+  if (isNeverKept(head.statusCode())) return false;
+  const auto control = cacheControlOf(fields);
+  if (control.noStore) return false;
+  const bool allowed = control.maxAge || control.isPublic || control.isPrivate ||
+                       fields.contains("Expires") || isHeuristicallyCacheable(head.statusCode());
+  if (!allowed) return false;
+  const auto vary = listItems(fields.value("Vary").value_or(""));
+  return std::none_of(vary.begin(), vary.end(), [&](std::string_view name) {
+    return name == "*" || isAddedOnSending(name, request);
+  });
+}
+
+StoredAnswer::StoredAnswer(const URLRequest& request, Head head, Data body, ExchangeTimes times)
+    : key_(keyOf(request.url())),
+      head_(std::move(head)),
+      body_(std::move(body)),
+      times_(times),
+      control_(cacheControlOf(head_->allHeaderFields())),
+      initialAge_(initialAge()),
+      lifetime_(lifetime()),
+      cost_(countCost()) {
+  for (const auto name : listItems(field("Vary").value_or(""))) {
+    selectors_.emplace_back(name, selectingValue(request, name));
+  }
+}
+
+StoredAnswer StoredAnswer::renewed(const URLRequest& request, const HTTPHeaderFields& fields,
+                                   ExchangeTimes times) const {
+  const auto nominated = listItems(fields.value("Connection").value_or(""));
+  HTTPHeaderFields merged = head_->allHeaderFields();
+  merged.remove("Age");  // of the former answer
+  for (const auto& [name, value] : fields) {
+    const bool ofConnection =
+        std::any_of(nominated.begin(), nominated.end(),
+                    [&name = name](auto own) { return equalsIgnoringCase(name, own); });
+    if (!ofConnection && !staysAsItWas(name)) merged.set(name, value);
+  }
+  auto head = std::make_shared<const HTTPURLResponse>(head_->url(), head_->statusCode(),
+                                                      head_->httpVersion(), std::move(merged),
+                                                      head_->expectedContentLength());
+  return {request, std::move(head), body_, times};
+}
+
+std::string_view StoredAnswer::keyOf(const URL& url) noexcept {
+  const std::string_view text = url.absoluteString();
+  return text.substr(0, text.find('#'));
+}
+
+bool StoredAnswer::answers(const URLRequest& request) const {
+  return std::all_of(selectors_.begin(), selectors_.end(), [&](const Selector& selector) {
+    return !isAddedOnSending(selector.first, request) &&
+           selectingValue(request, selector.first) == selector.second;
+  });
+}
+
+bool StoredAnswer::isUsable(const CacheControl& request, WallTime now) const noexcept {
+  if (request.noCache || control_.noCache) return false;
+  const auto present = age(now);
+  if (request.maxAge && present >= *request.maxAge) return false;
+  const auto left = lifetime_ - present;
+  if (left > seconds(0)) return !request.minFresh || left >= *request.minFresh;
+  return request.maxStale && -left <= *request.maxStale && !request.minFresh &&
+         !control_.mustRevalidate;
+}
+
+seconds StoredAnswer::age(WallTime now) const noexcept {
+  const auto resident = std::max(now - times_.answered, WallTime::duration(0));
+  return std::chrono::floor<seconds>(initialAge_ + resident);
+}
+
+StoredAnswer::Head StoredAnswer::headFor(const URL& url, std::optional<seconds> age) const {
+  HTTPHeaderFields fields = head_->allHeaderFields();
+  if (age) fields.set("Age", std::to_string(age->count()));
+  return std::make_shared<const HTTPURLResponse>(url, head_->statusCode(), head_->httpVersion(),
+                                                 std::move(fields), head_->expectedContentLength());
+}
+
+std::optional<WallTime> StoredAnswer::dateField(std::string_view name) const noexcept {
+  return parseHTTPDate(field(name).value_or(""), times_.answered);
+}
+
+// How old the answer was when it came: what the caches before this one say, and what its date says,
+// whichever is more (RFC 9111, 4.2.3).
+WallTime::duration StoredAnswer::initialAge() const noexcept {
+  constexpr WallTime::duration none{0};
+  const auto text = field("Age").value_or("");
+  const auto told = parseDeltaSeconds(trimmed(text.substr(0, text.find(',')))).value_or(seconds(0));
+  const auto delay = std::max(times_.answered - times_.requested, none);
+  const auto apparent = times_.answered - dateField("Date").value_or(times_.answered);
+  return std::max(apparent, told + delay);
+}
+
+// RFC 9111, 4.2.1 and 4.2.2.
+seconds StoredAnswer::lifetime() const noexcept {
+  if (control_.maxAge) return *control_.maxAge;
+  const auto date = dateField("Date").value_or(times_.answered);
+  const auto between = [](WallTime first, WallTime last) {
+    return std::max(std::chrono::floor<seconds>(last - first), seconds(0));
+  };
+  if (field("Expires")) return between(date, dateField("Expires").value_or(date));
+  if (!control_.isPublic && !isHeuristicallyCacheable(head_->statusCode())) return seconds(0);
+  constexpr int share = 10;
+  constexpr seconds most = std::chrono::days(1);
+  return std::min(between(dateField("Last-Modified").value_or(date), date) / share, most);
+}
+
+std::size_t StoredAnswer::countCost() const noexcept {
+  std::size_t cost = key_.size() + body_.size();
+  for (const auto& [name, value] : head_->allHeaderFields()) cost += name.size() + value.size();
+  return cost;
+}
+
+}  // namespace tarn::detail

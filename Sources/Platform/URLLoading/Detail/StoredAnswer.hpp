@@ -1,0 +1,91 @@
+#pragma once
+
+#include <Platform/Types/Data.hpp>
+#include <Platform/URLLoading/Detail/CacheControl.hpp>
+#include <Platform/URLLoading/Detail/WallClock.hpp>
+#include <Platform/URLLoading/HTTPURLResponse.hpp>
+#include <Platform/URLLoading/URLRequest.hpp>
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tarn::detail {
+
+/// The Cache-Control of a request; where it has none, Pragma stands in (RFC 9111, 5.4).
+CacheControl cacheControlOf(const URLRequest& request);
+
+/// When a request went out and when its answer began to come.
+struct ExchangeTimes {
+  WallTime requested;
+  WallTime answered;
+};
+
+/// One answer to a GET as a cache keeps it: its head and its whole body, both as they were
+/// delivered, and what the body goes with (RFC 9111, 3 and 4). Immutable.
+class StoredAnswer {
+ public:
+  using Head = std::shared_ptr<const HTTPURLResponse>;
+
+  /// Whether a private cache may keep the answer to this GET. Beside what may not be kept by
+  /// itself: part of a body, a question for a password, an answer that varies by what is added to
+  /// the request only when it is sent.
+  static bool mayBeKept(const URLRequest& request, const HTTPURLResponse& head);
+
+  StoredAnswer(const URLRequest& request, Head head, Data body, ExchangeTimes times);
+  /// The same body with the fields that another answer tells anew (RFC 9111, 3.2).
+  StoredAnswer renewed(const URLRequest& request, const HTTPHeaderFields& fields,
+                       ExchangeTimes times) const;
+
+  /// What it is found by: the address without its fragment.
+  static std::string_view keyOf(const URL& url) noexcept;
+  const std::string& key() const noexcept { return key_; }
+  /// Whether it was selected by the same values of the fields that it varies by.
+  bool answers(const URLRequest& request) const;
+  WallTime receivedAt() const noexcept { return times_.answered; }
+  /// Bytes of body, header fields and key.
+  std::size_t cost() const noexcept { return cost_; }
+
+  /// Whether it may be used without asking the server.
+  bool isUsable(const CacheControl& request, WallTime now) const noexcept;
+  std::chrono::seconds age(WallTime now) const noexcept;
+
+  const HTTPURLResponse& head() const noexcept { return *head_; }
+  /// The head for another request, with that one's address and, where it is given, the age of the
+  /// answer.
+  Head headFor(const URL& url, std::optional<std::chrono::seconds> age) const;
+  const Data& body() const noexcept { return body_; }
+
+  /// What to ask a server whether the answer still holds; not both are empty where it can be asked.
+  std::optional<std::string_view> entityTag() const noexcept { return field("ETag"); }
+  std::optional<std::string_view> lastModified() const noexcept { return field("Last-Modified"); }
+
+ private:
+  using Selector = std::pair<std::string, std::optional<std::string>>;
+
+  std::optional<std::string_view> field(std::string_view name) const noexcept {
+    return head_->allHeaderFields().value(name);
+  }
+  std::optional<WallTime> dateField(std::string_view name) const noexcept;
+  WallTime::duration initialAge() const noexcept;
+  std::chrono::seconds lifetime() const noexcept;
+  std::size_t countCost() const noexcept;
+
+  std::string key_;
+  Head head_;
+  Data body_;
+  ExchangeTimes times_;
+  CacheControl control_;
+  std::vector<Selector>
+      selectors_;  // the fields that the answer varies by, as the request had them
+  WallTime::duration initialAge_;
+  std::chrono::seconds lifetime_;
+  std::size_t cost_;
+};
+
+}  // namespace tarn::detail
