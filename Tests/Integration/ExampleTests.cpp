@@ -14,6 +14,10 @@ std::string printedBy(const std::string& example) {
   return outputOf(std::string(TARN_EXAMPLES_DIR "/") + example);
 }
 
+TEST(ExampleTests, BatchPrintsTheSumAndTheBookingsInTheirOrder) {
+  EXPECT_EQ(printedBy("Batch"), "3 answers, 750 cents\nbooked A1\nbooked A2\nbooked B1\n");
+}
+
 TEST(ExampleTests, CRUDChangesANoteAndListsIt) {
   EXPECT_EQ(printedBy("CRUD"), "1: buy milk (done)\n");
 }
@@ -22,6 +26,10 @@ TEST(ExampleTests, CoroutinePrintsAnAnswerAndAFailure) {
   EXPECT_EQ(printedBy("Coroutine"),
             "Ada lives in London, founded in 47\n"
             "HTTPStatus: notFound:404 is unacceptable\n");
+}
+
+TEST(ExampleTests, MockingPrintsTheCannedAnswerAndTheCannedFailure) {
+  EXPECT_EQ(printedBy("Mocking"), "user 7 is ada\nHTTPStatus: notFound:404 is unacceptable\n");
 }
 
 TEST(ExampleTests, PollingPrintsEveryAnswerUntilTheLast) {

@@ -7,12 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <functional>
+#include <initializer_list>
 #include <limits>
 #include <list>
-#include <ranges>
+#include <memory>
 #include <set>
 #include <span>
 #include <stdexcept>
@@ -220,22 +222,26 @@ TEST_P(EitherBatchTests, IsCancelledAsAWhole) {
   EXPECT_EQ(updates.count(), 2u);
 }
 
+/// As some views, can be gone through only where it is not const.
+struct Changing {
+  std::vector<Get> requests;
+  auto begin() { return requests.begin(); }
+  auto end() { return requests.end(); }
+};
+
 TEST_P(EitherBatchTests, TakesEveryRange) {
   const std::vector<Get> vector = requests();
   const std::list<Get> list(vector.begin(), vector.end());
   const std::array<Get, 2> array{get("a"), get("b")};
-  const auto isFirst = [first = vector[0].url](const Get& request) { return request.url == first; };
   send(list, queue, GetParam(), lists.callback());
   send(std::span(vector).first(2), queue, GetParam(), lists.callback());
   send(array, queue, GetParam(), lists.callback());
   send(std::initializer_list<Get>{get("a"), get("b")}, queue, GetParam(), lists.callback());
-  send(vector | std::views::filter(isFirst), queue, GetParam(), lists.callback());
-  send(std::views::iota(0, 4) | std::views::transform([this](int) { return get("c"); }), queue,
-       GetParam(), lists.callback());
-  ASSERT_TRUE(lists.waitFor(6));
+  send(Changing{vector}, queue, GetParam(), lists.callback());
+  ASSERT_TRUE(lists.waitFor(5));
   std::multiset<std::size_t> sizes;
   for (const auto& responses : lists.values()) sizes.insert(responses.size());
-  EXPECT_THAT(sizes, ElementsAre(1, 2, 2, 2, 3, 4));
+  EXPECT_THAT(sizes, ElementsAre(2, 2, 2, 3, 3));
 }
 
 TEST_F(BatchTests, ParallelRequestsAreOnTheirWayAtOnce) {
