@@ -1,9 +1,12 @@
 #include <Platform/Dispatch/DispatchTimer.hpp>
 #include <Platform/Dispatch/MainQueue.hpp>
 #include <Platform/Dispatch/OperationQueue.hpp>
+#include <Platform/Trust/Certificates.hpp>
+#include <Platform/Trust/SecTrust.hpp>
 #include <Platform/Types/URLError.hpp>
 #include <Support/ScriptedServer.hpp>
 #include <Support/System.hpp>
+#include <Support/TestAuthority.hpp>
 #include <TarnService/TarnService.hpp>
 
 #include <gtest/gtest.h>
@@ -181,6 +184,7 @@ class ForkTests : public testing::Test {
   }
   void TearDown() override {
     server_.releaseStalls();
+    TarnService::debugCertificateURLs.reset();
     Logger::remove(sink_);
     Logger::setDefaultSink(LogSink::standardError(LogLevel::error));
   }
@@ -366,6 +370,58 @@ TEST_F(ForkTests, ManyThreadsForkAtOnceWhileOthersSend) {
   for (auto& thread : threads) thread.join();
   for (const auto& text : wrong) EXPECT_EQ(text, "");
   expectAllAnswered();
+}
+
+/// Evaluates as an application does that keeps to anchors of its own beside the system's.
+std::string judge(const std::vector<SecCertificate>& chain, const SecCertificate& anchor) {
+  const auto copy = SecCertificate::createWithData(chain.front().data());
+  if (!copy || *copy != chain.front()) return "a certificate is not the same when it is read again";
+  const auto trust = SecTrust::create({*copy}, "localhost");
+  if (trust->evaluate() != SecTrustResultType::recoverableTrustFailure) return "a stranger passes";
+  if (!trust->setAnchorCertificates({anchor})) return "no anchors";
+  return trust->evaluate() == SecTrustResultType::unspecified ? "" : "a chain is not trusted";
+}
+
+TEST_F(ForkTests, OtherThreadsJudgeCertificatesMeanwhile) {
+  TARN_SKIP_FORK();
+  TestAuthority authority;
+  const auto files = authority.issue(LeafOptions::unknownRoot());
+  TLSOptions tls;
+  tls.certFile = files.certFile;
+  tls.keyFile = files.keyFile;
+  ScriptedServer secure(tls);
+  secure.route("/", Script().respond(200, {}, "ok"));
+  const auto chain = certificatesOf(files.certFile);
+  const auto anchor = certificatesOf(authority.unknownCaFile()).front();
+  const TemporaryDirectory directory;
+  const std::string anchorFile = directory.file("anchor.der");
+  writeFile(anchorFile, TestAuthority::der(authority.unknownCaFile()));
+  TarnService::debugCertificateURLs = {URL::fileURL(anchorFile)};
+
+  std::atomic<bool> over = false;
+  std::array<std::string, 4> wrong;
+  std::vector<std::thread> threads;
+  for (auto& text : wrong) {
+    threads.emplace_back([&] {
+      // For the most part in what OpenSSL shares between threads.
+      const auto stranger = SecTrust::create(chain, "localhost");
+      while (!over && text.empty()) {
+        for (int i = 0; i < 20; ++i) stranger->evaluate();
+        text = judge(chain, anchor);
+      }
+    });
+  }
+  std::string inChildren;
+  for (int round = 0; round < 60 && inChildren.empty(); ++round) {
+    inChildren = inChild([&] {
+      if (auto fault = judge(chain, anchor); !fault.empty()) return fault;
+      return round % 4 == 0 ? send(secure.localhostUrl("/")) : std::string();
+    });
+  }
+  over = true;
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(inChildren, "");
+  for (const auto& text : wrong) EXPECT_EQ(text, "");
 }
 
 TEST_F(ForkTests, TheCompletionOfARequestForks) {

@@ -118,6 +118,7 @@ std::string SecCertificate::subjectSummary() const {
 }
 
 bool operator==(const SecCertificate& left, const SecCertificate& right) noexcept {
+  const detail::NoForkScope scope;  // the certificate's hash may be made only now, under its lock
   return X509_cmp(left.handle_->certificate.get(), right.handle_->certificate.get()) == 0;
 }
 

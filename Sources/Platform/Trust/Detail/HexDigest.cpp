@@ -1,4 +1,5 @@
 #include <Platform/Trust/Detail/HexDigest.hpp>
+#include <Platform/Trust/Detail/OpenSSLHandles.hpp>
 
 #include <openssl/evp.h>
 
@@ -8,6 +9,7 @@
 namespace tarn::detail {
 
 std::string hexDigest(HashFunction function, std::string_view text) {
+  const ErrorQueueScope scope;
   std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
   unsigned int size = 0;
   const EVP_MD* type = function == HashFunction::md5 ? EVP_md5() : EVP_sha256();

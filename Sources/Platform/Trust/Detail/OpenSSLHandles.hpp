@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Trust/SecCertificate.hpp>
 
 #include <openssl/bio.h>
@@ -14,6 +15,7 @@ template <auto release>
 struct Release {
   template <class T>
   void operator()(T* object) const noexcept {
+    const NoForkScope scope;
     release(object);
   }
 };
@@ -37,13 +39,17 @@ struct PrivateKeyHandle {
 SecCertificate certificate(X509* shared);
 
 /// For a scope that calls OpenSSL: neither sees the faults that others have left in the thread's
-/// error queue nor leaves any of its own.
+/// error queue nor leaves any of its own. No fork meanwhile: what OpenSSL shares between threads
+/// has locks of its own.
 class ErrorQueueScope {
  public:
   ErrorQueueScope() noexcept;
   ~ErrorQueueScope();
   ErrorQueueScope(const ErrorQueueScope&) = delete;
   ErrorQueueScope& operator=(const ErrorQueueScope&) = delete;
+
+ private:
+  const NoForkScope noFork_;
 };
 
 }  // namespace tarn::detail
