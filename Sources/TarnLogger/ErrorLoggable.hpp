@@ -22,9 +22,6 @@ class ErrorLoggable {
   ErrorLoggable& operator=(const ErrorLoggable&) = default;
 };
 
-/// What a line of the log says of any error: its `logMessage`, else its `message`.
-std::string logMessage(const Error& error);
-
 /// Any error as named values: what it adds itself, beside "message", "domain" and "code".
 LogDetails createLogInfoDictionary(const Error& error);
 

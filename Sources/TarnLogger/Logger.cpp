@@ -117,7 +117,7 @@ void logFatalError(std::string_view message, SourceLocation location) {
 
 void logUncaughtError(const Error& error, std::string_view where) {
   emit(LogLevel::fault, platformSubsystem(),
-       "Uncaught error in " + std::string(where) + ": " + logMessage(error),
+       "Uncaught error in " + std::string(where) + ": " + error.localizedDescription(),
        createLogInfoDictionary(error), {}, SourceLocation::current());
 }
 
@@ -147,8 +147,9 @@ void Logger::fault(std::string_view message, LogDetails details, std::string_vie
 void Logger::error(const Error& error, std::string_view category,
                    SourceLocation location) const noexcept {
   try {
-    emit(LogLevel::error, subsystem_, logMessage(error), createLogInfoDictionary(error), category,
-         location);
+    const auto* loggable = error.as<ErrorLoggable>();
+    emit(LogLevel::error, subsystem_, loggable ? loggable->logMessage() : error.message(),
+         createLogInfoDictionary(error), category, location);
   } catch (...) {
     // As in emit: the line is lost, the process goes on.
   }

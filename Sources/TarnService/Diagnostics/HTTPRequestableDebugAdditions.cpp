@@ -94,7 +94,7 @@ void printDebugReport(DebugReport report, HTTPVerbosityLevel level) {
 
 void logDebugFailure(const Error& error) noexcept {
   try {
-    logger().error("A request can't be described: " + logMessage(error));
+    logger().error("A request can't be described: " + error.localizedDescription());
   } catch (...) {
     // Out of memory: the request is answered all the same.
   }

@@ -1,4 +1,3 @@
-#include <Platform/Types/Detail/UserInformation.hpp>
 #include <TarnService/Responses/HTTPRequestError.hpp>
 
 namespace tarn {
@@ -9,12 +8,8 @@ HTTPRequestError HTTPRequestError::malformedURL(std::string urlText) {
 
 std::string HTTPRequestError::message() const { return "Malformed URL: " + urlText_; }
 
-std::string HTTPRequestError::logMessage() const {
-  return "Malformed URL: " + detail::printableMalformedAddress(urlText_);
-}
-
 std::optional<LogDetails> HTTPRequestError::additionalLogInfo() const {
-  return LogDetails{{"malformedURL", detail::printableMalformedAddress(urlText_)}};
+  return LogDetails{{"malformedURL", urlText_}};
 }
 
 }  // namespace tarn

@@ -21,8 +21,7 @@ class HTTPRequestError final : public AppError, public ErrorLoggable {
   std::string message() const override;
   /// The position of the case.
   std::int64_t code() const noexcept override { return static_cast<std::int64_t>(kind()); }
-  /// As the message, but without the user information that the text may hold; so are the details.
-  std::string logMessage() const override;
+  std::string logMessage() const override { return message(); }
   std::optional<LogDetails> additionalLogInfo() const override;
 
  private:

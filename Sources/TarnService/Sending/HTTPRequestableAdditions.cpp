@@ -19,8 +19,9 @@ const DispatchQueue& sendQueue() {
 
 void logSendFailure(std::string_view requestType, const Error& error) noexcept {
   try {
-    logger().error("Failure sending request " + std::string(requestType) + ": " + logMessage(error),
-                   {}, {}, SourceLocation::in("_send(completionQueue:_:)"));
+    logger().error(
+        "Failure sending request " + std::string(requestType) + ": " + error.localizedDescription(),
+        {}, {}, SourceLocation::in("_send(completionQueue:_:)"));
   } catch (...) {
     // Out of memory: the response tells all the same.
   }
@@ -28,7 +29,7 @@ void logSendFailure(std::string_view requestType, const Error& error) noexcept {
 
 void reportThrowing(std::string_view callback, const Error& error) noexcept {
   try {
-    logger().fault(std::string(callback) + " threw: " + logMessage(error),
+    logger().fault(std::string(callback) + " threw: " + error.localizedDescription(),
                    createLogInfoDictionary(error));
   } catch (...) {
     // Out of memory: there is nobody left to tell.
