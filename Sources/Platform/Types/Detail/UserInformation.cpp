@@ -2,6 +2,7 @@
 #include <Platform/Types/Detail/UserInformation.hpp>
 
 #include <algorithm>
+#include <cctype>
 
 namespace tarn::detail {
 
@@ -18,6 +19,17 @@ bool mayEndWithinPassword(std::string_view authority, std::string_view rest) noe
   if (port.empty()) return !rest.empty() && rest.front() != '/';
   if (port.back() == ']') return false;  // of an IPv6 address
   return !std::all_of(port.begin(), port.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// A quotation mark ends the text that an address stands in, unless the text goes on within a word:
+// then it is a part of a password.
+std::size_t closingQuote(std::string_view text, std::size_t from) noexcept {
+  for (auto quote = text.find('"', from); quote < text.size(); quote = text.find('"', quote + 1)) {
+    const bool ends = quote + 1 == text.size();
+    const auto next = static_cast<unsigned char>(ends ? '"' : text[quote + 1]);
+    if (std::isalnum(next) == 0 && next < 0x80) return quote;
+  }
+  return text.size();
 }
 
 /// How much of `address` is user information, where `pastLastAt` is all up to its last "@".
@@ -41,7 +53,7 @@ std::string withoutUserInformation(std::string_view text) {
        found = text.find(slashes, begin)) {
     const auto address = found + slashes.size();
     if (address > quote) {
-      quote = std::min(text.find('"', address), text.size());
+      quote = closingQuote(text, address);
       const auto at = text.substr(address, quote - address).rfind('@');
       pastLastAt = at == std::string_view::npos ? 0 : address + at + 1;
     }

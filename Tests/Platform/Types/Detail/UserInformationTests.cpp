@@ -52,7 +52,8 @@ TEST(UserInformationTests, IsTakenOutOfTheAddressesOfAText) {
            {"http://a:b/@c http://d:e/@f", "http://f"},
            {"\"http://a:b/@c\" \"http://d:e/@f\" @g", "\"http://c\" \"http://f\" @g"},
            {"http://ann@h and http://a:b/", "http://h and http://a:b/"},
-           {"://\"a@b", "://\"a@b"},
+           {"://\"a@b", "://b"},
+           {"http://ann:sec\"ret@h/x", "http://h/x"},
            {"http://ann:sec/ret", "http://ann:sec/ret"},
            {"\"http://h:port/\" and ann@h", "\"http://h:port/\" and ann@h"},
        }) {
