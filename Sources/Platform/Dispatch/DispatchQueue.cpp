@@ -20,8 +20,10 @@ std::shared_ptr<QueueCore> makeCore(std::string label, QualityOfService qualityO
   return std::make_shared<detail::ConcurrentQueueCore>(std::move(label), qualityOfService);
 }
 
-void addAt(DispatchTime deadline, std::shared_ptr<QueueCore> core, Work work) {
-  if (deadline <= DispatchTime::now()) return core->async(std::move(work));
+/// Where time is asked for, by way of the timekeeper even if it has passed by now: else the item
+/// would overtake one that was added before and is about to be due there.
+void addAt(DispatchTime deadline, bool isDue, std::shared_ptr<QueueCore> core, Work work) {
+  if (isDue) return core->async(std::move(work));
   detail::Timekeeper::shared().schedule(
       deadline,
       [core = std::move(core), work = std::move(work)]() mutable { core->async(std::move(work)); });
@@ -71,14 +73,15 @@ void DispatchQueue::async(const DispatchGroup& group, Work work) const {
 }
 
 void DispatchQueue::asyncAfter(DispatchTime deadline, Work work) const {
-  detail::Timekeeper::shared().recordDelay(deadline - DispatchTime::now());
-  addAt(deadline, core_, std::move(work));
+  const DispatchTime now = DispatchTime::now();
+  detail::Timekeeper::shared().recordDelay(deadline - now);
+  addAt(deadline, deadline <= now, core_, std::move(work));
 }
 
 void DispatchQueue::asyncAfter(TimeInterval delay, Work work) const {
   const DispatchTime deadline = DispatchTime::now() + delay;
   detail::Timekeeper::shared().recordDelay(delay);
-  addAt(deadline, core_, std::move(work));
+  addAt(deadline, delay <= TimeInterval(0), core_, std::move(work));
 }
 
 bool DispatchQueue::isCurrent() const noexcept { return core_->isCurrent(); }

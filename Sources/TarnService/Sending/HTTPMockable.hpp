@@ -126,13 +126,12 @@ struct MockOperations {
   /// `values` are read when the response is due.
   static void answer(const R& request, TimeInterval responseTime, MockValues (*values)(const R&),
                      Queue queue, Completion<Response> completion) {
-    mockBackgroundQueue().asyncAfter(
-        DispatchTime::now() + responseTime,
-        [request, values, queue = std::move(queue), completion = std::move(completion)] {
-          async(queue, [completion, response = makeResponse(request, values)]() mutable {
-            callLogged("A completion", [&] { completion(std::move(response)); });
-          });
-        });
+    mockBackgroundQueue().asyncAfter(responseTime, [request, values, queue = std::move(queue),
+                                                    completion = std::move(completion)] {
+      async(queue, [completion, response = makeResponse(request, values)]() mutable {
+        callLogged("A completion", [&] { completion(std::move(response)); });
+      });
+    });
   }
 
   static std::optional<Error> computedError(const R& request, const MockValues& values) {

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -132,6 +133,25 @@ TEST(ManualDispatchClockTests, WithoutItItemsFollowTheSystemsClock) {
   ASSERT_TRUE(ran.wait(longWait));
   EXPECT_GE((DispatchTime::now() - start).count(), 0.03);
   EXPECT_THAT(queue.sync([&] { return seen; }), testing::ElementsAre(1, 2));
+}
+
+// With a delay about as long as a call takes, some items are due by the time they are added.
+TEST(ManualDispatchClockTests, ItemsWithTheSameDelayRunInTheOrderOfTheCalls) {
+  for (const double delay : {1e-9, 1e-7, 3e-7, 1e-6, 1e-5}) {
+    SCOPED_TRACE(delay);
+    const DispatchQueue queue("delayed");
+    const DispatchSemaphore done(0);
+    constexpr int count = 5000;
+    std::vector<int> seen;
+    for (int item = 0; item < count; ++item) {
+      queue.asyncAfter(TimeInterval(delay), [&, item] {
+        seen.push_back(item);
+        if (seen.size() == count) done.signal();
+      });
+    }
+    ASSERT_TRUE(done.wait(longWait));
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+  }
 }
 
 TEST(ManualDispatchClockDeathTests, ASecondOneIsFatal) {
