@@ -15,7 +15,7 @@ void FutureCore::publish(std::optional<Error> failure) {
   {
     const MutexLock lock(mutex_);
     outcome_.store(error_ ? Outcome::failed : Outcome::completed, std::memory_order_release);
-    dispatching_ = true;
+    *dispatching_ = true;
     waiters = std::exchange(waiters_, std::nullopt);
     hook = std::move(onCancel_);
     progressHandlers.swap(_progressHandlers);
@@ -36,8 +36,8 @@ void FutureCore::addHandler(std::optional<DispatchQueue> queue, Handler handler,
   {
     const MutexLock lock(mutex_);
     // One that comes while others are on their way to their queues goes behind them.
-    if (outcome() == Outcome::pending || dispatching_) {
-      handlers_.push_back(std::move(added));
+    if (outcome() == Outcome::pending || *dispatching_) {
+      handlers_->push_back(std::move(added));
       return;
     }
   }
@@ -49,8 +49,8 @@ void FutureCore::dispatchHandlers() {
     std::vector<SettledHandler> handlers;
     {
       const MutexLock lock(mutex_);
-      handlers.swap(handlers_);
-      dispatching_ = !handlers.empty();
+      handlers.swap(*handlers_);
+      *dispatching_ = !handlers.empty();
     }
     if (handlers.empty()) return;
     for (auto& handler : handlers) dispatch(std::move(handler));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/Dispatch/DispatchGroup.hpp>
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Types/Error.hpp>
 #include <Tambour/OptionalQueue.hpp>
@@ -75,11 +76,11 @@ class FutureCore : public std::enable_shared_from_this<FutureCore> {
   std::optional<Error> error_;  // written before the outcome, never after
 
   Mutex mutex_;
-  std::vector<SettledHandler> handlers_ TARN_GUARDED_BY(mutex_);
+  PerProcess<std::vector<SettledHandler>> handlers_ TARN_GUARDED_BY(mutex_);
   ProgressHandlers _progressHandlers TARN_GUARDED_BY(mutex_);
   Work onCancel_ TARN_GUARDED_BY(mutex_);
   std::optional<DispatchGroup> waiters_ TARN_GUARDED_BY(mutex_);
-  bool dispatching_ TARN_GUARDED_BY(mutex_) = false;
+  PerProcess<bool> dispatching_ TARN_GUARDED_BY(mutex_);
   bool cancelled_ TARN_GUARDED_BY(mutex_) = false;
 };
 

@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Types/UUID.hpp>
 #include <TarnService/Settings.hpp>
@@ -14,6 +15,7 @@ namespace {
 class BodyStore {
  public:
   static BodyStore& shared() {
+    const detail::NoForkScope scope;  // not while it is being made
     static BodyStore& store = *new BodyStore;
     return store;
   }

@@ -14,10 +14,16 @@ struct Request : tarn::DataGetRequestable<Request>, tarn::HTTPRetryAttempting<Re
 static constexpr double retryInterval = 0.5;
 #endif
 #ifndef FAULT_withoutLimit
+#ifdef FAULT_limitHasAFraction
+  static double retryLimit() { return 2.5; }
+#else
   static constexpr std::int64_t retryLimit = 3;
+#endif
 #endif
 #ifdef FAULT_deltaIsADuration
   static constexpr tarn::TimeInterval retryDelta{1};
+#elif defined(FAULT_deltaHasAFraction)
+  static constexpr double retryDelta = 0.5;
 #endif
 };
 

@@ -519,6 +519,62 @@ TEST_F(ForkTests, ASessionOfTheParentIsDeadInTheChild) {
   ASSERT_TRUE(delegate->done.wait(limit));
 }
 
+/// Polled in parent and child; its polls are made, and left out.
+struct Polled : DataGetRequestable<Polled>, HTTPPolling<Polled> {
+  static constexpr double pollingRate = 0.002;
+  static inline DispatchSemaphore made{0};
+  URL url = URL::empty();
+  static std::optional<Polled> make() {
+    made.signal();
+    return std::nullopt;
+  }
+};
+
+TEST_F(ForkTests, AChildPollsWhatTheParentPolls) {
+  TARN_SKIP_FORK();
+  const auto probe = std::make_shared<Probe>();
+  Polled::poll([probe](const auto&, const auto&) {});
+  ASSERT_TRUE(Polled::made.wait(limit));
+  EXPECT_EQ(inChild([&]() -> std::string {
+              const int destroyed = Probe::destroyed;
+              const int lines = sink_->lines;
+              Polled::stopPolling();
+              if (sink_->lines != lines + 1) return "the child polls before it has begun";
+              while (Polled::made.wait(TimeInterval(0))) {
+              }
+              Polled::poll();
+              if (!Polled::made.wait(limit)) return "no poll is made in the child";
+              Polled::stopPolling();
+              if (sink_->lines != lines + 1) return "the child does not know that it polls";
+              return Probe::destroyed == destroyed ? "" : "a handler of the parent is destroyed";
+            }),
+            "");
+  while (Polled::made.wait(TimeInterval(0))) {
+  }
+  EXPECT_TRUE(Polled::made.wait(limit));
+  Polled::stopPolling();
+}
+
+TEST_F(ForkTests, AFutureTellsTheHandlersOfEachProcess) {
+  TARN_SKIP_FORK();
+  const Future<int> future;
+  DispatchSemaphore told(0);
+  future.onCompletion([this, told](int) {
+    ++ran_;
+    told.signal();
+  });
+  EXPECT_EQ(inChild([&]() -> std::string {
+              const DispatchSemaphore toldHere(0);
+              future.onCompletion([toldHere](int) { toldHere.signal(); });
+              future.markCompletion(7);
+              if (!toldHere.wait(limit)) return "a handler of the child is not called";
+              return ran_ == 0 ? "" : "a handler of the parent is called in the child";
+            }),
+            "");
+  future.markCompletion(7);
+  EXPECT_TRUE(told.wait(limit));
+}
+
 TEST_F(ForkTests, TheMainQueuesDescriptorIsTheChildsOwn) {
   TARN_SKIP_FORK();
   const auto isReadable = [descriptor = MainQueue::fileDescriptor()] {

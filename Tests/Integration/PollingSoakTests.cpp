@@ -6,10 +6,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -82,7 +84,12 @@ class PollingSoakTests : public testing::Test {
   static constexpr std::size_t threadCount = 8;
   static constexpr std::size_t unguarded = 5;  // these, whoever comes
   static constexpr std::intptr_t limit = 8;
-  static constexpr std::chrono::seconds duration{1};
+
+  /// A second, or as many as TARN_SOAK_SECONDS says.
+  static std::chrono::seconds duration() {
+    const char* const seconds = std::getenv("TARN_SOAK_SECONDS");
+    return std::chrono::seconds(seconds ? std::max(std::atoi(seconds), 1) : 1);
+  }
 
   PollingSoakTests() {
     server.route("/", test::Script().respond(200, {}, "tock"));
@@ -122,7 +129,7 @@ class PollingSoakTests : public testing::Test {
 
   void useAtRandom(std::size_t thread) {
     std::mt19937 random(static_cast<std::mt19937::result_type>(thread));
-    const auto end = std::chrono::steady_clock::now() + duration;
+    const auto end = std::chrono::steady_clock::now() + duration();
     while (std::chrono::steady_clock::now() < end) {
       const std::size_t type = random() % watchedCount;
       const auto choice = random() % 4;

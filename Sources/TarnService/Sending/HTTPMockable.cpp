@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Files/FileManager.hpp>
 #include <Platform/URLLoading/Detail/SuggestedFilename.hpp>
 #include <TarnService/Sending/HTTPMockable.hpp>
@@ -5,13 +6,16 @@
 #include <TarnService/Transport/QueueLabel.hpp>
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
+#include <system_error>
 
 namespace tarn::detail {
 namespace {
 
 /// Stands for the address of a response that has none. A text that is no URL ends the process.
 const URL& placeholder() noexcept {
+  const NoForkScope scope;  // not while it is being made
   static const auto& address = *new URL("localhost");
   return address;
 }
@@ -25,6 +29,7 @@ std::string filename(const MockValues& values, const HTTPURLResponse& response) 
 }  // namespace
 
 const DispatchQueue& mockBackgroundQueue() {
+  const NoForkScope scope;  // not while it is being made
   static const auto& queue =
       *new DispatchQueue(queueLabel("tarnservice.mock"), QualityOfService::background);
   return queue;
@@ -40,12 +45,18 @@ std::shared_ptr<const HTTPURLResponse> MockValues::urlResponse() const {
 }
 
 URL MockValues::makeFile(const HTTPURLResponse& response) const {
-  const URL file = makeTemporaryDirectory().appendingPathComponent(filename(*this, response));
+  const std::string name = filename(*this, response);
+  const URL directory = makeTemporaryDirectory();
+  URL file = directory.appendingPathComponent(name);
   std::ofstream stream(file.path(), std::ios::binary);
-  if (responseData) stream << responseData->view();
+  if (stream && responseData) stream << responseData->view();
+  if (stream) stream.flush();
+  if (stream) return file;
+  const int reason = errno;  // of the step that failed: the ones after it were left out
   stream.close();
-  if (!stream) throw FileError("Writing", file.path(), errno);
-  return file;
+  std::error_code ignored;
+  std::filesystem::remove_all(directory.path(), ignored);
+  throw FileError("Writing", file.path(), reason);
 }
 
 }  // namespace tarn::detail

@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Types/TypeName.hpp>
 #include <TarnService/Diagnostics/Logger.hpp>
@@ -14,19 +15,14 @@
 namespace tarn::detail {
 namespace {
 
-/// Notices, once, that nothing drains the main queue, on which timed polls are delivered.
+/// Notices, once, that nothing drains the main queue, on which timed polls are delivered. One
+/// for all types that are polled at the same time.
 class MainQueueWatch {
  public:
-  explicit MainQueueWatch(std::string typeName) : typeName_(std::move(typeName)) {}
-
-  /// Called after each poll, one after another.
-  void check() {
-    if (isOver_) return;
-    if (!isDrained_) return begin();
-    isOver_ = *isDrained_;
-    if (isOver_ || DispatchTime::now() - begun_ < patience) return;
-    isOver_ = true;
-    logger().fault("Timed polls of " + typeName_ +
+  /// Called after each poll.
+  void check(const std::string& typeName) {
+    if (!findsItUndrained()) return;
+    logger().fault("Timed polls of " + typeName +
                    " are not delivered: nothing has drained the main queue for a minute. Call "
                    "MainQueue::run(), or MainQueue::drain() from an event loop.");
   }
@@ -34,16 +30,29 @@ class MainQueueWatch {
  private:
   static constexpr TimeInterval patience = std::chrono::minutes(1);
 
-  void begin() {
+  bool findsItUndrained() {
+    const MutexLock lock(mutex_);
+    if (isOver_) return false;
+    if (!isDrained_) {
+      begin();
+      return false;
+    }
+    isOver_ = *isDrained_;
+    if (isOver_ || DispatchTime::now() - begun_ < patience) return false;
+    isOver_ = true;
+    return true;
+  }
+
+  void begin() TARN_REQUIRES(mutex_) {
     begun_ = DispatchTime::now();
     isDrained_ = std::make_shared<std::atomic<bool>>(false);
     DispatchQueue::main().async([isDrained = isDrained_] { *isDrained = true; });
   }
 
-  const std::string typeName_;
-  DispatchTime begun_ = DispatchTime::distantFuture();
-  std::shared_ptr<std::atomic<bool>> isDrained_;
-  bool isOver_ = false;
+  Mutex mutex_;
+  DispatchTime begun_ TARN_GUARDED_BY(mutex_) = DispatchTime::distantFuture();
+  std::shared_ptr<std::atomic<bool>> isDrained_ TARN_GUARDED_BY(mutex_);
+  bool isOver_ TARN_GUARDED_BY(mutex_) = false;
 };
 
 /// What the registry holds of one polled type.
@@ -68,39 +77,44 @@ class HandlerRef {
   std::vector<AnyPollingHandler> anyHandlers_;  // on the queue
 };
 
-/// Keyed by the type itself: the names of types within functions are not unique.
+/// Keyed by the type itself: the names of types within functions are not unique. Empty in a child
+/// of fork(), which has none of the timers.
 class Registry {
  public:
   /// Lives as long as the process: timers may be at work while it exits.
   static Registry& shared() {
+    const NoForkScope scope;  // not while it is being made
     static auto& registry = *new Registry;
     return registry;
   }
 
   std::shared_ptr<HandlerRef> find(const std::type_info& type) const {
     const MutexLock lock(mutex_);
-    const auto entry = entries_.find(type);
-    return entry == entries_.end() ? nullptr : entry->second;
+    const auto entry = entries_->find(type);
+    return entry == entries_->end() ? nullptr : entry->second;
   }
 
   /// The entry of the type, made by `make`, no code of an application, where there is none.
   template <class Make>
   std::shared_ptr<HandlerRef> findOrMake(const std::type_info& type, Make make) {
     const MutexLock lock(mutex_);
-    auto& entry = entries_[type];
-    if (!entry) entry = make();
+    if (entries_->empty()) *watch_ = std::make_shared<MainQueueWatch>();
+    auto& entry = (*entries_)[type];
+    if (!entry) entry = make(*watch_);
     return entry;
   }
 
   std::shared_ptr<HandlerRef> take(const std::type_info& type) {
     const MutexLock lock(mutex_);
-    const auto node = entries_.extract(type);
+    const auto node = entries_->extract(type);
     return node ? node.mapped() : nullptr;
   }
 
  private:
   mutable Mutex mutex_;
-  std::unordered_map<std::type_index, std::shared_ptr<HandlerRef>> entries_ TARN_GUARDED_BY(mutex_);
+  using Entries = std::unordered_map<std::type_index, std::shared_ptr<HandlerRef>>;
+  mutable PerProcess<Entries> entries_ TARN_GUARDED_BY(mutex_);
+  PerProcess<std::shared_ptr<MainQueueWatch>> watch_ TARN_GUARDED_BY(mutex_);
 };
 
 }  // namespace
@@ -114,11 +128,10 @@ bool addPollingHandler(const std::type_info& type, const AnyPollingHandler& hand
 void startPolling(const std::type_info& type, TimeInterval rate, std::function<bool()> tick,
                   const AnyPollingHandler& handler) {
   bool isNew = false;
-  const auto polled = Registry::shared().findOrMake(type, [&] {
+  const auto polled = Registry::shared().findOrMake(type, [&](const auto& watch) {
     isNew = true;
-    auto block = [watch = MainQueueWatch(unqualifiedTypeName(type)),
-                  tick = std::move(tick)]() mutable {
-      if (tick()) watch.check();
+    auto block = [watch, name = unqualifiedTypeName(type), tick = std::move(tick)] {
+      if (tick()) watch->check(name);
     };
     auto entry = std::make_shared<HandlerRef>(qualifiedTypeName(type),
                                               TimerHandler::start(rate, std::move(block)));

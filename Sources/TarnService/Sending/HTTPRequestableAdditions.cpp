@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <Platform/Types/FatalError.hpp>
 #include <TarnLogger/ErrorLoggable.hpp>
 #include <TarnService/Diagnostics/Logger.hpp>
@@ -11,6 +12,7 @@
 namespace tarn::detail {
 
 const DispatchQueue& sendQueue() {
+  const NoForkScope scope;  // not while it is being made
   static const auto& queue =
       *new DispatchQueue(queueLabel("tarnservice.sendqueue"), QualityOfService::unspecified,
                          DispatchQueue::Attribute::concurrent);

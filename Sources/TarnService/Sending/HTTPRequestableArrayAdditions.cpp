@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/ForkSafety.hpp>
 #include <TarnService/Responses/HTTPResponseError.hpp>
 #include <TarnService/Sending/HTTPRequestableArrayAdditions.hpp>
 #include <TarnService/Transport/QueueLabel.hpp>
@@ -7,6 +8,7 @@
 namespace tarn::detail {
 
 const DispatchQueue& serialArrayQueue() {
+  const NoForkScope scope;  // not while it is being made
   static const auto& queue =
       *new DispatchQueue(queueLabel("tarnservice.httprequestable.array.serial"));
   return queue;

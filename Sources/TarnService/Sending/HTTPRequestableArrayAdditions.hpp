@@ -61,14 +61,15 @@ struct Batch {
       send(batch, request, [member = GroupMember(group)] {});
     }
     group.notify(batch->completionQueue.value_or(DispatchQueue::global()),
-                 [batch] { batch->complete(batch->responses.array()); });
+                 [batch] { batch->complete(batch->responses.takeAll()); });
   }
 
   static void sendSerial(const Ref& batch) {
     serialArrayQueue().async([batch] {
       for (const R& request : batch->requests) sendAndWait(batch, request);
-      async(batch->completionQueue,
-            [batch, responses = batch->responses.array()] { batch->complete(responses); });
+      async(batch->completionQueue, [batch, responses = batch->responses.takeAll()]() mutable {
+        batch->complete(std::move(responses));
+      });
     });
   }
 

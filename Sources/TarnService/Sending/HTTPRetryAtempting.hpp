@@ -211,10 +211,10 @@ struct HTTPRetryAttempting {
                                        detail::property::retryDelta<Self>(), attempt);
   }
 
-  /// Sends the request, through its own `send`, until a response carries no error or the attempts
-  /// are used up; `completion` then receives one HTTPRetryResult, on the queue as with `send`.
-  /// Returns at once. A pending retry can't be cancelled; a request that declines to be sent is
-  /// dropped as with `send`.
+  /// Sends the request, through its own `send`, or HTTPPolling::firePollForRetryable where the type
+  /// is polled too, until a response carries no error or the attempts are used up; `completion`
+  /// then receives one HTTPRetryResult, on the queue as with `send`. Returns at once. A pending
+  /// retry can't be cancelled; a request that declines to be sent is dropped as with `send`.
   template <class F, class R = Self>
   void sendAttemptingRetry(std::optional<DispatchQueue> completionQueue, F&& completion) const {
     detail::requireHTTPRetryAttempting<R>();

@@ -110,6 +110,11 @@ class ThreadSafeArray {
     return queue_.sync([&] { return *array_; });
   }
 
+  /// All elements, none of them copied; the list is empty then.
+  std::vector<Element> takeAll() {
+    return queue_.sync([&] { return std::exchange(*array_, {}); });
+  }
+
   const DispatchQueue& queue() const noexcept { return queue_; }
 
  private:

@@ -63,6 +63,7 @@ class HTTPPollingTests : public test::ServiceTest {
     Ticker::address = server.url("/tick");
   }
   void TearDown() override {
+    TarnService::isMocked = false;
     EXPECT_FALSE(detail::addPollingHandler(typeid(Ticker), nullptr)) << "still polled";
     // Else a response on its way would reach the handlers of the next test.
     EXPECT_TRUE(drainUntil([] { return Ticker::alive.use_count() == 1; }));
@@ -633,6 +634,33 @@ TEST_F(PollingAndRetryTests, SendFromPollSendsFirstAndFiresItsRetries) {
   EXPECT_EQ(bodyOf(responses.value(0)), "3");
   EXPECT_TRUE(onQueue.value(0));
   EXPECT_EQ(*request.ownSends, 1);
+}
+
+TEST_F(PollingAndRetryTests, AMockTakesPartInNoAttemptThatIsFired) {
+  struct Mocked : DataGetRequestable<Mocked>,
+                  HTTPPolling<Mocked>,
+                  HTTPRetryAttempting<Mocked>,
+                  HTTPMockable<Mocked> {
+    static double retryInterval() { return 0.5; }
+    static std::int64_t retryLimit() { return 3; }
+    static std::optional<Mocked> make() { return std::nullopt; }
+    URL url = URL(Ticker::address);
+    HTTPStatus mockStatus() const { return HTTPStatus::notFound; }
+  };
+  TarnService::isMocked = true;
+  test::Collector<HTTPRetryResult<DataResponse>> results;
+  Mocked().sendAttemptingRetry(queue, results.callback());
+  ASSERT_TRUE(results.waitFor(1));
+  EXPECT_EQ(results.value(0).failCount(), 0);
+  EXPECT_EQ(bodyOf(*results.value(0).successfulResponse()), "tock");
+  // The first one is sent, and mocked, which fails; the second is fired.
+  Mocked().sendFromPoll(queue, responses.callback());
+  EXPECT_EQ(server.requestCount(), 1u);
+  ASSERT_TRUE(clock.waitForRequestedDelays(2, test::patience));  // the mock's own and the retry's
+  clock.advance(TimeInterval(0.5));
+  ASSERT_TRUE(responses.waitFor(1));
+  EXPECT_EQ(bodyOf(responses.value(0)), "tock");
+  EXPECT_EQ(server.requestCount(), 2u);
 }
 
 TEST_F(PollingAndRetryTests, SendFromPollAnswersWithTheLastOfOnlyFailures) {
