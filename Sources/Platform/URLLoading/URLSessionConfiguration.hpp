@@ -34,7 +34,8 @@ enum class TLSProtocolVersion { TLSv10, TLSv11, TLSv12, TLSv13 };
 struct URLSessionProxies {
   std::string http;   ///< for http requests
   std::string https;  ///< for https requests
-  /// Hosts to reach directly; a domain stands for its subdomains too, "*" for every host.
+  /// Hosts to reach directly; a domain stands for its subdomains too, "10.0.0.0/8" for a range of
+  /// addresses, "*" for every host.
   std::vector<std::string> exceptions;
 };
 

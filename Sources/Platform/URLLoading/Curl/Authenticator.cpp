@@ -52,7 +52,7 @@ void Authenticator::enter(const URL& url, const ProxySettings& proxies) {
   server_ = std::move(server);
   proxy_.reset();
   asking_ = nullptr;
-  const auto proxy = httpProxy(server_.space.origin.secure ? proxies.https : proxies.http);
+  const auto proxy = httpProxy(proxies.proxyFor(server_.space.origin));
   if (!proxy) return;
   proxy_.emplace();
   proxy_->space.isProxy = true;

@@ -82,8 +82,8 @@ void setRequestOptions(CURL* easy, const URLRequest& request, const RequestBody*
   setOption(easy, CURLOPT_BUFFERSIZE, readBuffer);
   setOption(easy, CURLOPT_CONNECTTIMEOUT_MS, never);
   // Both are always set, or libcurl would read the environment for each transfer.
-  setOption(easy, CURLOPT_PROXY, (origin.secure ? proxies.https : proxies.http).c_str());
-  setOption(easy, CURLOPT_NOPROXY, proxies.exceptions.c_str());
+  setOption(easy, CURLOPT_PROXY, proxies.proxyFor(origin).c_str());
+  setOption(easy, CURLOPT_NOPROXY, "");
   // Not as a header field: this way it shares one with the session's own cookies.
   if (const auto cookie = request.value("Cookie")) {
     setOption(easy, CURLOPT_COOKIE, std::string(*cookie).c_str());

@@ -66,6 +66,28 @@ TEST(ProxyLogin, ADeclinedChallengeIsTheAnswer) {
   EXPECT_EQ(loaded.text(), "who?");
 }
 
+TEST(ProxyLogin, IsNothingThatAServerWithoutProxyMayAskFor) {
+  ScriptedServer server;
+  ScriptedServer proxy;
+  for (auto* each : {&server, &proxy}) {
+    each->setHandler([](const ReceivedRequest& request) {
+      if (shows(request, alice, "Basic", "Proxy-Authorization")) return Script().respond(200);
+      return Script().respond(407, {{"Proxy-Authenticate", "Basic realm=gate"}}, "who?");
+    });
+  }
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.proxies = URLSessionProxies{proxy.url(""), "", {"127.0.0.1"}};
+  RecordedSession session(configuration);
+  answerAsAlice(session);
+  EXPECT_EQ(session.load("http://nonexistent.invalid/").status(), 200);
+  const auto loaded = session.load(server.url("/"));
+  EXPECT_EQ(loaded.status(), 407);
+  EXPECT_EQ(loaded.text(), "who?");
+  EXPECT_TRUE(loaded.record.challenges.empty());
+  ASSERT_EQ(server.requestCount(), 1u);
+  EXPECT_EQ(server.request(0).header("Proxy-Authorization"), std::nullopt);
+}
+
 TEST(ProxyLogin, AndThatOfTheServerAreShownTogether) {
   ScriptedServer proxy;
   proxy.setHandler([](const ReceivedRequest& request) {

@@ -67,6 +67,59 @@ TEST(ProxySettings, ComeFromTheEnvironment) {
   }
 }
 
+TEST(ProxySettings, LeaveOutExceptions) {
+  struct Row {
+    const char* exceptions;
+    const char* host;
+    bool direct;
+  };
+  for (const auto& row : std::vector<Row>{
+           {"", "a.example", false},
+           {"a.example", "a.example", true},
+           {"a.example", "A.Example", true},
+           {"A.EXAMPLE.", "a.example", true},
+           {"a.example", "a.example.", true},
+           {"example", "a.example", true},
+           {".example", "a.example", true},
+           {".example", "example", true},
+           {"example", "anexample", false},
+           {"a.example", "example", false},
+           {"x,a.example", "a.example", true},
+           {"x a.example", "a.example", true},
+           {" x , ,a.example\t", "a.example", true},
+           {".", "a.example", false},
+           {"*", "a.example", true},
+           {"*", "127.0.0.1", true},
+           {"x, *", "a.example", true},
+           {"*.example", "a.example", false},
+           {"127.0.0.1", "127.0.0.1", true},
+           {"0.1", "127.0.0.1", false},
+           {"10.0.0.0/8", "10.1.2.3", true},
+           {"10.0.0.0/8", "11.1.2.3", false},
+           {"10.128.0.0/9", "10.127.0.1", false},
+           {"10.1.2.3/32", "10.1.2.3", true},
+           {"10.1.2.3/32", "10.1.2.2", false},
+           {"0.0.0.0/0", "10.1.2.3", true},
+           {"0.0.0.0/0", "[::1]", false},
+           {"10.0.0.0/33", "10.0.0.0", false},
+           {"10.0.0.0/", "10.0.0.0", false},
+           {"10.0.0.0/8x", "10.0.0.0", false},
+           {"10.0.0.0/8", "10.example", false},
+           {"::1", "[::1]", true},
+           {"[::1]", "[0:0:0:0:0:0:0:1]", true},
+           {"fe80::/10", "[fe80::1]", true},
+           {"fe80::/10", "[fec0::1]", false},
+       }) {
+    SCOPED_TRACE(row.exceptions + std::string(" for ") + row.host);
+    const detail::ProxySettings settings{"http://plain", "http://secure", row.exceptions};
+    const auto plain = detail::Origin::of(URL("http://" + std::string(row.host)));
+    const auto secure = detail::Origin::of(URL("https://" + std::string(row.host)));
+    ASSERT_TRUE(plain && secure);
+    EXPECT_EQ(settings.proxyFor(*plain), row.direct ? "" : "http://plain");
+    EXPECT_EQ(settings.proxyFor(*secure), row.direct ? "" : "http://secure");
+  }
+}
+
 TEST(Proxy, IsSentTheWholeAddress) {
   ScriptedServer proxy;
   proxy.setHandler([](const ReceivedRequest&) { return Script().respond(200, {}, "by proxy"); });
