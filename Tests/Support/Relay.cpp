@@ -88,12 +88,14 @@ std::string negotiateSocks5(int client) {
   return host + port;
 }
 
+constexpr int nowhere = -1;
+
 // None when the sender has ended.
 std::size_t pass(int from, int to) {
   std::array<char, 16384> buffer;
   const auto count = ::recv(from, buffer.data(), buffer.size(), 0);
   if (count <= 0) return 0;
-  send(to, std::string_view(buffer.data(), static_cast<std::size_t>(count)));
+  if (to != nowhere) send(to, std::string_view(buffer.data(), static_cast<std::size_t>(count)));
   return static_cast<std::size_t>(count);
 }
 
@@ -192,7 +194,7 @@ void Relay::serve(int client) {
     while (open && ::poll(ends.data(), ends.size(), -1) > 0) {
       if (ends[0].revents != 0) open = pass(client, server) > 0;
       if (open && ends[1].revents != 0) {
-        const auto passed = pass(server, client);
+        const auto passed = pass(server, silent_ ? nowhere : client);
         bytesToClients_ += passed;
         open = passed > 0;
       }

@@ -25,12 +25,15 @@ class Relay {
   Relay(const Relay&) = delete;
   Relay& operator=(const Relay&) = delete;
 
+  std::uint16_t port() const { return port_; }
   /// "scheme://127.0.0.1:PORT"
   std::string url(std::string_view scheme) const;
   /// Where the clients wanted to go: "host:port", in order of arrival; empty without a protocol.
   std::vector<std::string> wanted() const;
   /// What clients were sent in all.
   std::size_t bytesToClients() const { return bytesToClients_; }
+  /// From now on clients are sent nothing more.
+  void fallSilent() { silent_ = true; }
 
  private:
   void start();
@@ -45,6 +48,7 @@ class Relay {
   mutable std::mutex mutex_;
   std::vector<std::string> wanted_;
   std::atomic<bool> ending_{false};
+  std::atomic<bool> silent_{false};
   std::atomic<std::size_t> bytesToClients_{0};
   std::vector<int> sockets_;  // closed at the end
   std::list<std::thread> connections_;

@@ -178,7 +178,7 @@ void TLSRecord::giveUp() noexcept {
 }
 
 void TLSRecord::answerAs(const TLSRecord& other) {
-  if (other.chain != chain) return;
+  if (other.isProxy != isProxy || other.chain != chain) return;
   if (question == TLSQuestion::serverTrust && other.verified) decide(other.certificateError);
   if (question == TLSQuestion::clientCertificate && other.clientDecided) present(other.identity);
 }

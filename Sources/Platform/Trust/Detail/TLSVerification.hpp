@@ -33,6 +33,7 @@ class TLSQuestioner {
 struct TLSRecord {
   /// Whom the certificate has to name; where the handshake itself tells a name, that one.
   std::string host;
+  bool isProxy = false;  ///< the server is a proxy on the way to the one that is wanted
 
   /// Null once the handshake is over: nobody is asked any more, and a server on whom nothing has
   /// been decided is refused.

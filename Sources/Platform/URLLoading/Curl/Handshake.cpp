@@ -9,10 +9,12 @@
 
 namespace tarn::detail {
 
-bool Handshake::prepare(void* sslContext, const std::string& host) {
+bool Handshake::prepare(void* sslContext, const Origin& peer, bool isProxy) {
   if (record_) record_->giveUp();
   record_ = std::make_shared<TLSRecord>();
-  record_->host = host;
+  record_->host = peer.host;
+  record_->isProxy = isProxy;
+  port_ = peer.port;
   record_->questioner = this;
   return configureTLSContext(sslContext, record_);
 }
@@ -25,14 +27,12 @@ void Handshake::questionPosed(TLSRecord& record) noexcept {
   engine_.timers().set(owner_, engine_.now());
 }
 
-URLAuthenticationChallenge Handshake::challenge(const Origin& origin,
-                                                const std::optional<Origin>& proxy) {
+URLAuthenticationChallenge Handshake::challenge() {
   news_ = false;
   URLProtectionSpace space;
   space.host = record_->host;
-  space.isProxy =
-      proxy && (!origin.secure || (space.host == proxy->host && space.host != origin.host));
-  space.port = space.isProxy ? proxy->port : origin.port;
+  space.isProxy = record_->isProxy;
+  space.port = port_;
   if (record_->question == TLSQuestion::serverTrust) {
     space.authenticationMethod = URLProtectionSpace::AuthenticationMethod::serverTrust;
     space.serverTrust = SecTrust::create(record_->chain, record_->host);
@@ -90,20 +90,19 @@ void Handshake::reset() noexcept {
 // -- The part of Transfer that has to do with it
 
 std::optional<Origin> Transfer::secureProxy() const {
-  const auto& text = origin_.secure ? core_->proxies().https : core_->proxies().http;
-  const auto url = URL::parse(text);
+  const auto url = URL::parse(core_->proxies().proxyFor(origin_));
   return url && url->scheme() == "https" ? Origin::of(*url) : std::nullopt;
 }
 
 CURLcode Transfer::prepareTLS(void* context) {
-  const auto proxy = origin_.secure ? std::nullopt : secureProxy();
-  const bool ready = handshake_.prepare(context, proxy ? proxy->host : origin_.host);
+  const auto proxy = std::exchange(meetsProxyNext_, false) ? secureProxy() : std::nullopt;
+  const bool ready = handshake_.prepare(context, proxy ? *proxy : origin_, proxy.has_value());
   return ready ? CURLE_OK : CURLE_OUT_OF_MEMORY;
 }
 
 void Transfer::askHandshake() {
   core_->setAsking(*this, true);
-  task_->askChallenge(handshake_.challenge(origin_, secureProxy()), true);
+  task_->askChallenge(handshake_.challenge(), true);
   armTimer();
 }
 

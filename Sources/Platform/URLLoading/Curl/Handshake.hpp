@@ -28,9 +28,9 @@ class Handshake final : private TLSQuestioner {
   Handshake(const Handshake&) = delete;
   Handshake& operator=(const Handshake&) = delete;
 
-  /// Sets up the TLS of a connection to `host` that libcurl is about to open. False where memory
-  /// ran out.
-  bool prepare(void* sslContext, const std::string& host);
+  /// Sets up the TLS that libcurl is about to speak with `peer`, the server or a proxy on the way
+  /// to it. False where memory ran out.
+  bool prepare(void* sslContext, const Origin& peer, bool isProxy);
   /// Of the connection opened for the transfer; null for none.
   const TLSRecord* record() const noexcept { return record_.get(); }
 
@@ -45,8 +45,8 @@ class Handshake final : private TLSQuestioner {
     return record_ && record_->verified && record_->certificateError != 0;
   }
 
-  /// The question for the delegate. `proxy` is a secure one by way of which the server is reached.
-  URLAuthenticationChallenge challenge(const Origin& origin, const std::optional<Origin>& proxy);
+  /// The question for the delegate.
+  URLAuthenticationChallenge challenge();
   void answer(URLSessionAuthChallengeDisposition disposition,
               const std::optional<URLCredential>& credential) noexcept;
   /// Before a connection is made again: what has been answered is not asked once more.
@@ -63,6 +63,7 @@ class Handshake final : private TLSQuestioner {
   Engine& engine_;
   Timer& owner_;
   std::shared_ptr<TLSRecord> record_;
+  int port_ = 0;  // of the record's host
   std::vector<std::shared_ptr<TLSRecord>>
       repeated_;  // failed for want of the answers they hold now
   bool news_ = false;

@@ -169,7 +169,8 @@ class Transfer final : private Timer, private RouteWaiter {
   std::int64_t bodyOffset_ = 0;
   curl_off_t bytesSent_ = 0;
   int requestCount_ = 0;
-  bool connecting_ = false;  // what comes now is a proxy's answer to CONNECT
+  bool connecting_ = false;      // what comes now is a proxy's answer to CONNECT
+  bool meetsProxyNext_ = false;  // the first TLS on a new connection is that of a secure proxy
   HeadParser head_;
   std::int64_t bytesToCome_ = -1;
   bool bodyStarted_ = false;

@@ -305,6 +305,7 @@ curl_socket_t Transfer::openSocket(const curl_sockaddr& address) {
   const int socket = ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
   if (socket >= 0) core_->socketOpened(socket, *this);
   connecting_ = true;
+  meetsProxyNext_ = secureProxy().has_value();
   return socket;
 }
 

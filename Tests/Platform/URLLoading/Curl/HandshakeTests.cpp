@@ -3,10 +3,14 @@
 #include <Support/Collector.hpp>
 #include <Support/Eventually.hpp>
 #include <Support/NginxServer.hpp>
+#include <Support/Relay.hpp>
+#include <Support/SecureFront.hpp>
 #include <Support/System.hpp>
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <chrono>
 #include <thread>
 
 namespace tarn::test {
@@ -26,6 +30,17 @@ void trust(const URLAuthenticationChallenge& challenge, const Handler& answer) {
     answer(performDefaultHandling, std::nullopt);
   }
 }
+SecIdentity identityOf(const LeafOptions& leaf) {
+  const auto files = trustedAuthority().issue(leaf);
+  return SecIdentity::fromPEM(Data(readFile(files.certFile)), Data(readFile(files.keyFile)));
+}
+
+LeafOptions client(LeafOptions::Signer signer) {
+  auto options = LeafOptions::client("Alice");
+  options.signer = signer;
+  return options;
+}
+
 /// Keeps the questions for the test to answer.
 Collector<Handler> keepQuestions(RecordedSession& session) {
   const Collector<Handler> questions;
@@ -371,18 +386,89 @@ TEST_P(Handshakes, WithASecureProxyAskAboutIt) {
   EXPECT_EQ(careful.load("http://one.invalid/").code(), URLError::serverCertificateHasUnknownRoot);
 }
 
+struct TunnelRow {
+  const char* proxy;
+  const char* server;
+};
+
+TEST_P(Handshakes, TellASecureProxyFromTheServerBehindIt) {
+  const auto files = trustedAuthority().issue();
+  TLSOptions tls = asking(ClientCertificate::require);
+  tls.certFile = files.certFile;
+  tls.keyFile = files.keyFile;
+  const URLCredential alice(identityOf(client(LeafOptions::Signer::root)));
+  for (const auto& row :
+       {TunnelRow{"localhost", "127.0.0.1"}, TunnelRow{"127.0.0.1", "localhost"},
+        TunnelRow{"localhost", "localhost"}, TunnelRow{"127.0.0.1", "127.0.0.1"}}) {
+    SCOPED_TRACE(row.proxy + std::string(" to ") + row.server);
+    // The same certificate, and a wish for one of the client, on both sides.
+    ScriptedServer server(tls);
+    server.route("/", Script().respond(200, {}, "hello"));
+    const Relay relay(Relay::Protocol::tunnel, server.port());
+    const SecureFront proxy(tls, relay.port());
+    auto configuration = URLSessionConfiguration::ephemeral();
+    configuration.proxies = URLSessionProxies{"", proxy.url(row.proxy), {}};
+    RecordedSession session(configuration);
+    session.delegate().onChallenge = [&](const auto& challenge, const Handler& answer) {
+      if (challenge.protectionSpace.serverTrust) return trust(challenge, answer);
+      answer(useCredential, alice);
+    };
+    const auto url = std::string("https://") + row.server + ":" + std::to_string(server.port());
+    const auto loaded = session.load(url + "/");
+    EXPECT_EQ(loaded.text(), "hello")
+        << (loaded.record.error ? loaded.record.error->message() : "");
+    EXPECT_EQ(session.load(url + "/").text(), "hello");
+    const auto challenges = session.delegate().challenges();
+    ASSERT_EQ(challenges.size(), 4u);
+    for (std::size_t i = 0; i < 4; ++i) {
+      SCOPED_TRACE(i);
+      const bool ofProxy = i < 2;
+      EXPECT_EQ(challenges[i].isProxy, ofProxy);
+      EXPECT_EQ(challenges[i].host, ofProxy ? row.proxy : row.server);
+      EXPECT_EQ(challenges[i].port, ofProxy ? proxy.port() : server.port());
+      EXPECT_EQ(challenges[i].authenticationMethod,
+                i % 2 == 0 ? Method::serverTrust : Method::clientCertificate);
+    }
+  }
+}
+
+// A proxy's certificate has to name the proxy, and the server's the server.
+TEST_P(Handshakes, JudgeASecureProxyAndTheServerEachByItsOwnName) {
+  const auto named = [](std::vector<std::string> names, std::vector<std::string> addresses) {
+    LeafOptions leaf;
+    leaf.dnsNames = std::move(names);
+    leaf.addresses = std::move(addresses);
+    const auto files = trustedAuthority().issue(leaf);
+    TLSOptions tls;
+    tls.certFile = files.certFile;
+    tls.keyFile = files.keyFile;
+    return tls;
+  };
+  const auto byName = named({"localhost"}, {});
+  const auto byAddress = named({}, {"127.0.0.1"});
+  struct Row {
+    const char* name;
+    const TLSOptions& proxy;
+    const TLSOptions& server;
+    std::int64_t code;
+  };
+  for (const auto& row :
+       {Row{"each its own", byAddress, byName, 0},
+        Row{"the server's twice", byName, byName, URLError::serverCertificateUntrusted},
+        Row{"the proxy's twice", byAddress, byAddress, URLError::serverCertificateUntrusted}}) {
+    SCOPED_TRACE(row.name);
+    ScriptedServer server(row.server);
+    server.route("/", Script().respond(200, {}, "hello"));
+    const Relay relay(Relay::Protocol::tunnel, server.port());
+    const SecureFront proxy(row.proxy, relay.port());
+    auto configuration = URLSessionConfiguration::ephemeral();
+    configuration.proxies = URLSessionProxies{"", proxy.url("127.0.0.1"), {}};
+    RecordedSession session(configuration);
+    EXPECT_EQ(session.load(server.localhostUrl("/")).code(), row.code);
+  }
+}
+
 // -- Certificates of the client
-
-SecIdentity identityOf(const LeafOptions& leaf) {
-  const auto files = trustedAuthority().issue(leaf);
-  return SecIdentity::fromPEM(Data(readFile(files.certFile)), Data(readFile(files.keyFile)));
-}
-
-LeafOptions client(LeafOptions::Signer signer) {
-  auto options = LeafOptions::client("Alice");
-  options.signer = signer;
-  return options;
-}
 
 struct ClientRow {
   const char* name;
