@@ -59,6 +59,16 @@ bool HostQueues::setMultiplexed(const Origin& origin, bool multiplexed) noexcept
          std::exchange(place->second.multiplexed, multiplexed) != multiplexed;
 }
 
+void HostQueues::questionClosed(const Origin& origin, Clock::time_point now) noexcept {
+  const auto place = queues_.find(origin);
+  if (place != queues_.end()) place->second.lastQuestion = now;
+}
+
+Clock::time_point HostQueues::lastQuestion(const Origin& origin) const noexcept {
+  const auto place = queues_.find(origin);
+  return place != queues_.end() ? place->second.lastQuestion : Clock::time_point::min();
+}
+
 int HostQueues::limit(const Queue& queue) const noexcept {
   return queue.multiplexed ? std::max(multiplexedLimit, connectionLimit_) : connectionLimit_;
 }

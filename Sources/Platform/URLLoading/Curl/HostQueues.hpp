@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/URLLoading/Curl/TimerHeap.hpp>
 #include <Platform/URLLoading/Detail/Origin.hpp>
 
 #include <deque>
@@ -30,11 +31,16 @@ class HostQueues {
   /// What an answer shows of the origin: over HTTP/2 one connection carries many transfers. True
   /// where that is news.
   bool setMultiplexed(const Origin& origin, bool multiplexed) noexcept;
+  /// A question that a connection to the origin waited for is closed.
+  void questionClosed(const Origin& origin, Clock::time_point now) noexcept;
+  /// When that was the last time, while anybody uses the origin; else long ago.
+  Clock::time_point lastQuestion(const Origin& origin) const noexcept;
 
  private:
   struct Queue {
     int active = 0;
     bool multiplexed = false;
+    Clock::time_point lastQuestion = Clock::time_point::min();
     std::deque<Transfer*> waiting;
   };
 

@@ -126,13 +126,19 @@ void SessionCore::setMultiplexed(const Origin& origin, bool multiplexed) {
 }
 
 void SessionCore::setAsking(const Transfer& transfer, bool asking) {
-  std::erase(asking_, &transfer);
-  if (asking) asking_.push_back(&transfer);
+  const bool asked = std::erase(asking_, &transfer) > 0;
+  if (asking) {
+    asking_.push_back(&transfer);
+  } else if (asked) {
+    queues_.questionClosed(transfer.origin(), engine_.now());
+  }
 }
 
-bool SessionCore::isAsking(const Origin& origin) const noexcept {
-  return std::any_of(asking_.begin(), asking_.end(),
-                     [&](const Transfer* transfer) { return transfer->origin() == origin; });
+Clock::time_point SessionCore::lastAsked(const Origin& origin) const noexcept {
+  const bool now = std::any_of(asking_.begin(), asking_.end(), [&](const Transfer* transfer) {
+    return transfer->origin() == origin;
+  });
+  return now ? engine_.now() : queues_.lastQuestion(origin);
 }
 
 void SessionCore::touch() {

@@ -51,7 +51,8 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   /// Notes whether the handshake of a transfer waits for the delegate. So do then the transfers
   /// that libcurl lets wait for the connection.
   void setAsking(const Transfer& transfer, bool asking);
-  bool isAsking(const Origin& origin) const noexcept;
+  /// When a handshake with the origin last waited for the delegate; long ago for never.
+  Clock::time_point lastAsked(const Origin& origin) const noexcept;
   /// Has libcurl turn at once to all that is due. Not from within libcurl.
   void driveNow() noexcept;
 

@@ -292,7 +292,7 @@ void Transfer::timerFired() noexcept {
   }
   if (handshake_.hasNews()) return guarded(&Transfer::askHandshake);
   if (heldBodyFull_ && stage_ == Stage::running) return guarded(&Transfer::askAboutHeld);
-  if (requestCount_ == 0 && core_->isAsking(origin_)) lastProgress_ = now;
+  if (requestCount_ == 0) lastProgress_ = std::max(lastProgress_, core_->lastAsked(origin_));
   if (idleTimeCounts() && now >= lastProgress_ + idleLimit_) {
     return finish(
         URLError(URLError::timedOut, "Nothing moved for too long.", request_->url().redacted()));
