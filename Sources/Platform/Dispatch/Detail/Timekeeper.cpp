@@ -76,11 +76,7 @@ Timekeeper::Key Timekeeper::schedule(DispatchTime deadline, Work callback) {
   const MutexLock lock(mutex_);
   const Key key{deadline, ++lastSequence_};
   scheduled_.emplace(key, std::move(callback));
-  if (!manual_.load()) {
-    wakeBy(realTime(deadline));
-  } else if (deadline <= now()) {
-    wakeBy(steady_clock::now());  // time was moved on since the caller looked
-  }
+  wakeBy(nextWakeUp());
   return key;
 }
 
@@ -141,8 +137,12 @@ void Timekeeper::run() noexcept {
 }
 
 RealTime Timekeeper::nextWakeUp() const {
-  if (manual_.load() || scheduled_.empty()) return tick_;
-  return std::min(tick_, realTime(scheduled_.begin()->first.deadline));
+  if (scheduled_.empty()) return tick_;
+  const DispatchTime deadline = scheduled_.begin()->first.deadline;
+  if (!manual_.load()) return std::min(tick_, realTime(deadline));
+  // A hand that stands still meets no deadline, but it may have been moved past one while that was
+  // being scheduled.
+  return deadline <= now() ? steady_clock::now() : tick_;
 }
 
 void Timekeeper::setTimer(RealTime time) {
