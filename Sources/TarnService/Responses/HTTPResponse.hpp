@@ -2,6 +2,8 @@
 
 #include <TarnService/Responses/HTTPResponsable.hpp>
 
+#include <concepts>
+
 namespace tarn {
 
 /// A successful answer with a body that is certain to be there: what a future of a request
@@ -23,18 +25,22 @@ struct HTTPResponse : HTTPResponseMetadata {
         body(std::move(body)) {}
 
  private:
-  // Field by field: a record need not derive from HTTPResponseMetadata.
+  // Field by field where a record does not derive from HTTPResponseMetadata.
   static HTTPResponseMetadata metadataOf(const Response& response) {
-    HTTPResponseMetadata metadata;
-    metadata.headers = response.headers;
-    metadata.status = response.status;
-    metadata.expectedContentLength = response.expectedContentLength;
-    metadata.suggestedFilename = response.suggestedFilename;
-    metadata.mimeType = response.mimeType;
-    metadata.textEncodingName = response.textEncodingName;
-    metadata.url = response.url;
-    metadata.urlResponse = response.urlResponse;
-    return metadata;
+    if constexpr (std::derived_from<Response, HTTPResponseMetadata>) {
+      return response;
+    } else {
+      HTTPResponseMetadata metadata;
+      metadata.headers = response.headers;
+      metadata.status = response.status;
+      metadata.expectedContentLength = response.expectedContentLength;
+      metadata.suggestedFilename = response.suggestedFilename;
+      metadata.mimeType = response.mimeType;
+      metadata.textEncodingName = response.textEncodingName;
+      metadata.url = response.url;
+      metadata.urlResponse = response.urlResponse;
+      return metadata;
+    }
   }
 };
 

@@ -54,7 +54,7 @@ void Authenticator::enter(const URL& url, const ProxySettings& proxies) {
   asking_ = nullptr;
   const auto proxy = httpProxy(proxies.proxyFor(server_.space.origin));
   if (!proxy) return;
-  proxy_.emplace();
+  proxy_ = Side();
   proxy_->space.isProxy = true;
   proxy_->space.origin = proxyOrigin(*proxy);
   proxy_->ofAddress = loginOf(*proxy);
