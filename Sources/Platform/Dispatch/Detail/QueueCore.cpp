@@ -90,7 +90,7 @@ void SerialQueueCore::beginTurn() {
     state.entries.push({Work(), &parker});
   }
   if (parker.spin()) return;
-  const BlockingScope blocking;
+  const TurnScope waiting;
   parker.park();
 }
 
