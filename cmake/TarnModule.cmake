@@ -16,15 +16,15 @@ function(tarn_build_flags target)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wnon-virtual-dtor
     -Woverloaded-virtual)
-  if(TARN_WERROR AND NOT TARN_SANITIZE)
-    target_compile_options(${target} PRIVATE -Werror)
-  endif()
   if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-    target_compile_options(${target} PRIVATE -Wshadow -Wthread-safety)
+    target_compile_options(${target} PRIVATE -Wshadow -Wthread-safety $<$<BOOL:${TARN_WERROR}>:-Werror>)
   else()
     # GCC's whole -Wshadow objects to a constructor's parameter that bears the name of a member function or field. At
     # -O3, GCC 12 takes `"a" + string` for a copy of overlapping bytes (GCC bug 105651).
     target_compile_options(${target} PRIVATE -Wshadow=local -Wno-restrict)
+    if(TARN_WERROR AND NOT TARN_SANITIZE)
+      target_compile_options(${target} PRIVATE -Werror)
+    endif()
   endif()
   if(TARN_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${TARN_SANITIZE} -fno-omit-frame-pointer

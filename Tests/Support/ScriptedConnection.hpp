@@ -1,7 +1,7 @@
 #pragma once
 // The thread sanitizer does not understand fences, and GCC warns of each; the queue's mutex orders
 // the same accesses.
-#if defined(__SANITIZE_THREAD__)
+#if defined(TARN_THREAD_SANITIZER)
 #define BOOST_ASIO_DISABLE_FENCED_BLOCK
 #endif
 

@@ -82,8 +82,8 @@ TEST(DispatchSemaphoreTests, NoSignalIsLostBetweenTimeOutsAndSignals) {
   constexpr int signals = 5'000;
   std::atomic<int> passed = 0;
   {
-    std::vector<std::jthread> waiters;
     std::atomic<bool> done = false;
+    std::vector<std::jthread> waiters;
     for (int i = 0; i < 3; ++i) {
       waiters.emplace_back([&] {
         while (!done) passed += semaphore.wait(TimeInterval(0.00001)) ? 1 : 0;

@@ -68,7 +68,7 @@ class MemoryPeak {
   }
   /// What a build may need more than the plain one: sanitizers keep freed memory for a while.
   static constexpr std::size_t factor() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(TARN_ADDRESS_SANITIZER) || defined(TARN_THREAD_SANITIZER)
     return 24;
 #else
     return 1;

@@ -4,6 +4,7 @@
 #include <Platform/URLLoading/LoadingFixture.hpp>
 #include <Support/Eventually.hpp>
 #include <Support/Ports.hpp>
+#include <Support/Rounds.hpp>
 #include <Support/System.hpp>
 
 #include <gtest/gtest.h>
@@ -17,7 +18,7 @@
 namespace tarn::test {
 namespace {
 
-constexpr int runs = 100;
+constexpr int runs = rounds(100);
 
 /// Servers on which a task comes to a stop in a state of one's choice.
 class InvalidationTests : public testing::Test {
