@@ -1,5 +1,6 @@
 """nginx on the loopback, and a listener that shows what a client sends."""
 
+import shutil
 import socket
 import subprocess
 import threading
@@ -8,6 +9,7 @@ from pathlib import Path
 
 SMALL_BODY = "Hello, world!"
 FILE_BYTES = 1 << 30
+NGINX = shutil.which("nginx") or "/usr/sbin/nginx"  # which is in the path of root alone
 
 CONFIGURATION = """
 daemon off;
@@ -87,7 +89,7 @@ class Server:
 
     def __enter__(self) -> "Server":
         self.process = subprocess.Popen(
-            ["taskset", "--cpu-list", str(self.core), "nginx", "-p", self.folder,
+            ["taskset", "--cpu-list", str(self.core), NGINX, "-p", self.folder,
              "-c", self.folder / "nginx.conf", "-e", self.folder / "error.log"])
         try:
             self.wait_until_ready()
