@@ -203,28 +203,26 @@ class CppRESTClient : public bench::Client {
   pplx::task<std::size_t> download(http::http_request request) {
     return streams::fstream::open_ostream(workload_.file)
         .then([=, this](const streams::ostream& file) mutable {
+          download_ = file;
           request.set_response_stream(file);
-          return client_.request(request)
-              .then([](const http::http_response& response) {
-                return check(response).content_ready();
-              })
-              .then([file](const http::http_response& response) {
-                const auto bytes = response.headers().content_length();
-                return file.close().then([bytes] { return std::size_t{bytes}; });
-              });
+          return client_.request(request);
+        })
+        .then([](const http::http_response& response) { return check(response).content_ready(); })
+        .then([this](const http::http_response& response) {
+          const std::size_t bytes = response.headers().content_length();
+          return download_.close().then([bytes] { return bytes; });
         });
   }
 
   pplx::task<std::size_t> upload(http::http_request request) {
     return streams::fstream::open_istream(workload_.file)
         .then([=, this](const streams::istream& file) mutable {
+          upload_ = file;
           request.set_body(file, std::filesystem::file_size(workload_.file));
-          // The stream is held to the end and closed: its last reference would wait for that on the
-          // pool's own thread.
-          return receive(client_.request(request)).then([file](std::size_t bytes) {
-            return file.close().then([bytes] { return bytes; });
-          });
-        });
+          return receive(client_.request(request));
+        })
+        .then(
+            [this](std::size_t bytes) { return upload_.close().then([bytes] { return bytes; }); });
   }
 
   static http::http_response check(const http::http_response& response) {
@@ -237,6 +235,9 @@ class CppRESTClient : public bench::Client {
   const bench::Workload& workload_;
   const bench::Target target_;
   http::client::http_client client_;
+  // Held here, since the last reference waits for the close: never on the pool's one thread.
+  streams::ostream download_;
+  streams::istream upload_;
   std::atomic<std::size_t> left_ = 0;
   std::binary_semaphore done_{0};
 };
