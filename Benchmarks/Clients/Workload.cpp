@@ -91,7 +91,7 @@ void measure(const Workload& workload, Client& client) {
   const double count = double(durations.size());
   const auto percentile = [&](double share) { return durations[std::size_t(share * (count - 1))]; };
   std::printf(
-      "{\"requests\":%zu,\"requestsPerSecond\":%.1f,\"bytes\":%.0f,\"cpuMicroseconds\":%.3f,"
+      "{\"requests\":%zu,\"requestsPerSecond\":%.3f,\"bytes\":%.0f,\"cpuMicroseconds\":%.3f,"
       "\"p50\":%.2f,\"p99\":%.2f,\"peakKiB\":%.0f,\"peakBytesPerRequest\":%.0f,"
       "\"keptBytesPerRequest\":%.0f}\n",
       durations.size(), count / seconds, count * double(workload.bodyBytes), cpu / count,

@@ -24,7 +24,7 @@ ROOT = Path(__file__).resolve().parents[2]
 PACKAGES = {"libcurl": "libcurl4", "OpenSSL": "libssl3", "Boost": "libboost1.81-dev", "POCO": "libpoco-dev",
             "cpp-httplib": "libcpp-httplib-dev", "cpprestsdk": "libcpprest2.10", "nlohmann-json": "nlohmann-json3-dev",
             "nginx": "nginx", "valgrind": "valgrind"}
-FOLDER_BYTES = 3 << 30  # the file that is served, the one downloaded, and room
+FOLDER_BYTES = 3 << 30  # the file that is served, one downloaded or uploaded, and room
 
 
 def parse_options() -> argparse.Namespace:
@@ -132,7 +132,7 @@ def main() -> int:
         result["compileSeconds"] = compile_seconds()
         tables.append(f"A program of one request compiles in {result['compileSeconds']:.2f} s at -O0.")
         print(f"\n{tables[-1]}")
-    result["bounds"] = report.Bounds(result["workloads"]).list
+    result["bounds"] = report.Bounds(result["workloads"]).results
     if result["bounds"]:
         tables.append(report.bounds_table(result["bounds"]))
         print(f"\n{tables[-1]}", flush=True)

@@ -37,7 +37,7 @@ class Bounds:
 
     def __init__(self, workloads: dict) -> None:
         self.workloads = workloads
-        self.list: list[dict] = []
+        self.results: list[dict] = []
         for key in ("concurrent-6", "concurrent-64", "http2"):
             self.add(f"{key}: CPU per request, times libcurl's loop", lambda: self.ratio(key), at_most=1.30)
         self.add("sequential, one core: CPU per request, times libcurl easy",
@@ -63,7 +63,7 @@ class Bounds:
             return
         met = measured <= at_most if at_most is not None else measured >= at_least
         kind = "at most" if at_most is not None else "at least"
-        self.list.append({"name": name, "value": measured, "kind": kind,
+        self.results.append({"name": name, "value": measured, "kind": kind,
                           "limit": at_most if at_most is not None else at_least, "met": met})
 
     def of(self, key: str, field: str, client: str = "TarnService") -> float:

@@ -9,7 +9,7 @@ import statistics
 import subprocess
 import time
 from collections.abc import Iterator
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 
 from server import FILE_BYTES, SMALL_BODY, HeaderListener, Server
@@ -58,7 +58,7 @@ WORKLOADS = (
     Workload("concurrent-64", "64 in flight over 64 connections", "concurrent", "/small", 30000, 1000, 64, 64,
              counted=1000),
     Workload("json", "10 KiB JSON into a struct, 64 in flight over 6 connections", "json", "/orders.json",
-             6000, 300, 64, 6, counted=300),
+             6000, 300, 64, 6, counted=100),
     Workload("http2", "HTTP/2 over TLS, 64 streams on one connection", "http2", "/small", 20000, 1000, 64, 1,
              is_secure=True, counted=1000),
     Workload("download", "1 GiB to a file", "download", "/file", 1, reference="CurlEasy"),
@@ -89,11 +89,6 @@ def children_cpu_seconds() -> float:
     return usage.ru_utime + usage.ru_stime
 
 
-def loopback_bytes() -> int:
-    """Sent over the loopback since the system started."""
-    return int(Path("/sys/class/net/lo/statistics/tx_bytes").read_text())
-
-
 class Runner:
     """Runs client programs against the server."""
 
@@ -118,10 +113,11 @@ class Runner:
 
     def count_instructions(self, client: str, workload: Workload) -> float | None:
         """User-space instructions of one request: what so many more of them add to a run."""
+        warmed_up = replace(workload, warm_up=workload.in_flight)
         totals = []
         for requests in (workload.counted, 2 * workload.counted):
             valgrind = ["valgrind", "--tool=callgrind", "--fair-sched=try", "--callgrind-out-file=/dev/null"]
-            finished = self.start(valgrind + self.arguments(client, workload, requests))
+            finished = self.start(valgrind + self.arguments(client, warmed_up, requests))
             if finished.returncode == CANNOT:
                 return None
             totals.append(int(re.search(r"Collected : (\d+)", finished.stderr)[1]))
@@ -163,17 +159,14 @@ class Runner:
 
     def run(self, arguments: list[str]) -> Figures | None:
         (self.folder / "downloaded").unlink(missing_ok=True)
-        sent_before = loopback_bytes()
         finished = self.start(arguments)
-        if finished.returncode == CANNOT:
-            return None
-        # The server answers a PUT before it has read the body, so only this shows that all was sent.
-        if "--file" in arguments and loopback_bytes() - sent_before < FILE_BYTES:
-            raise ClientFailed(f"less than a file was transferred by {' '.join(arguments)}")
-        return json.loads(finished.stdout)
+        return None if finished.returncode == CANNOT else json.loads(finished.stdout)
 
     def start(self, arguments: list[str]) -> subprocess.CompletedProcess[str]:
-        finished = subprocess.run(arguments, env=self.environment, capture_output=True, text=True, timeout=180)
+        try:
+            finished = subprocess.run(arguments, env=self.environment, capture_output=True, text=True, timeout=180)
+        except subprocess.TimeoutExpired as expired:
+            raise ClientFailed(str(expired)) from None
         if finished.returncode not in (0, CANNOT):
             raise ClientFailed(f"status {finished.returncode} of {' '.join(arguments)}\n{finished.stderr}")
         return finished
