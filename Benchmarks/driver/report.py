@@ -29,7 +29,7 @@ def add_ratios(clients: dict, reference: str) -> None:
         for field, values in figures.items():
             other = clients[reference].get(field, {}).get("median")
             if other:
-                values["ratio"] = values["median"] / other
+                values["ratio"] = round(values["median"] / other, 4)
 
 
 class Bounds:
