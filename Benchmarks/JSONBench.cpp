@@ -11,6 +11,7 @@
 #include <ctime>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Orders.hpp"
@@ -121,9 +122,14 @@ OrderPage makeOrders(std::size_t bytes) {
 
 }  // namespace
 
-int main() {
+// With --document, only prints the small document.
+int main(int argc, char** argv) {
   constexpr std::size_t kibibyte = 1024;
   const auto small = makeOrders(10 * kibibyte);
+  if (argc > 1 && std::string_view(argv[1]) == "--document") {
+    std::fputs(encoded(small).c_str(), stdout);
+    return 0;
+  }
   const auto large = makeOrders(1024 * kibibyte);
   compareDecoding("decode 10 KiB", small, encoded(small));
   compareDecoding("decode 10 KiB, pretty", small, encoded(small, true));

@@ -94,4 +94,10 @@ OrderPage makeOrders(std::size_t count) {
   return page;
 }
 
+bool isServedPage(const OrderPage& page) {
+  static const OrderPage served = makeOrders(page.orders.size());
+  static const bool isEqual = !served.orders.empty() && page == served;
+  return isEqual && page.orders.size() == served.orders.size();
+}
+
 }  // namespace bench

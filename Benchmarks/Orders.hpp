@@ -77,6 +77,8 @@ struct OrderPage {
 
 /// The same orders in each run.
 OrderPage makeOrders(std::size_t count);
+/// Whether a page that was decoded is the one that was served; all but the first are only counted.
+bool isServedPage(const OrderPage& page);
 
 // The other libraries, each with its own way to map a document to the structs.
 OrderPage decodeWithNlohmann(const std::string& json);
