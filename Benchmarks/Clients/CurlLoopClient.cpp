@@ -1,10 +1,11 @@
 // The reference: a tuned libcurl multi loop, socket_action on epoll in one thread, which reuses its
-// handles and the parsed URL.
+// handles and the parsed URL and has a queue of its own.
 
 #include <curl/curl.h>
 
 #include <algorithm>
 #include <chrono>
+#include <deque>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -22,9 +23,7 @@ using Clock = bench::Recorder::Clock;
 class CurlLoopClient : public bench::Client {
  public:
   explicit CurlLoopClient(const bench::Workload& workload)
-      : workload_(workload),
-        decodes_(workload.name == "json"),
-        queuesItself_(workload.name == "burst") {
+      : workload_(workload), decodes_(workload.name == "json") {
     for (const auto& header : workload.headers) {
       headers_ = curl_slist_append(headers_, header.c_str());
     }
@@ -36,9 +35,11 @@ class CurlLoopClient : public bench::Client {
     const auto connections = long(workload.connections);
     curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, connections);
     curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, connections);
-    // A queue of our own costs less than handles that wait in libcurl's.
+    // A queue of our own costs less than handles that wait in libcurl's, which tries them all again
+    // at each answer.
+    const bool shareConnections = workload.name == "http2";
     const auto handles =
-        queuesItself_ ? std::min(workload.inFlight, workload.connections) : workload.inFlight;
+        shareConnections ? workload.inFlight : std::min(workload.inFlight, workload.connections);
     for (std::size_t index = 0; index < handles; ++index) addTransfer();
   }
   ~CurlLoopClient() override {
@@ -51,12 +52,10 @@ class CurlLoopClient : public bench::Client {
 
   void run(std::size_t requests, bench::Recorder& recorder) override {
     recorder_ = &recorder;
-    started_ = 0;
+    handedOver_ = 0;
     requests_ = requests;
-    queued_ = Clock::now();
-    for (const auto& transfer : transfers_) {
-      if (started_ < requests_) start(*transfer);
-    }
+    for (std::size_t index = 0; index < workload_.inFlight; ++index) handOver();
+    for (const auto& transfer : transfers_) startNext(*transfer);
     while (recorder.count() < requests) turn();
   }
 
@@ -85,10 +84,17 @@ class CurlLoopClient : public bench::Client {
     transfers_.push_back(std::move(transfer));
   }
 
-  void start(Transfer& transfer) {
-    ++started_;
+  void handOver() {
+    if (handedOver_ == requests_) return;
+    ++handedOver_;
+    waiting_.push_back(Clock::now());
+  }
+
+  void startNext(Transfer& transfer) {
+    if (waiting_.empty()) return;
     transfer.body.clear();
-    transfer.start = queuesItself_ ? queued_ : Clock::now();
+    transfer.start = waiting_.front();
+    waiting_.pop_front();
     curl_multi_add_handle(multi_, transfer.easy);
   }
 
@@ -126,7 +132,8 @@ class CurlLoopClient : public bench::Client {
         throw std::runtime_error("another page than was served");
       }
       recorder_->record(transfer->start, int(status), transfer->body.size());
-      if (started_ < requests_) start(*transfer);
+      handOver();
+      startNext(*transfer);
     }
   }
 
@@ -165,11 +172,10 @@ class CurlLoopClient : public bench::Client {
 
   const bench::Workload workload_;
   const bool decodes_;
-  const bool queuesItself_;
   bench::Recorder* recorder_ = nullptr;
   std::size_t requests_ = 0;
-  std::size_t started_ = 0;
-  Clock::time_point queued_;
+  std::size_t handedOver_ = 0;
+  std::deque<Clock::time_point> waiting_;  // since when
   CURLM* multi_ = curl_multi_init();
   CURLU* url_ = curl_url();
   curl_slist* headers_ = nullptr;
