@@ -153,8 +153,9 @@ struct SendOperations {
         std::make_shared<std::optional<Pending>>(Pending{request, queue, std::move(completion)});
     return [pending = std::move(pending)](std::optional<Body> body,
                                           std::shared_ptr<const URLResponse> response,
-                                          std::optional<Error> error) {
-      const auto ended = std::exchange(*pending, std::nullopt);
+                                          std::optional<Error> error) mutable {
+      const auto held = std::move(pending);
+      const auto ended = held ? std::exchange(*held, std::nullopt) : std::nullopt;
       if (!ended) return reportSecondCompletion();
       TaskOutcome outcome{{}, {}, std::move(response), std::move(error)};
       if constexpr (std::same_as<Body, URL>) {
