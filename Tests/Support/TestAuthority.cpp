@@ -9,8 +9,10 @@
 #include <openssl/x509v3.h>
 
 #include <array>
+#include <atomic>
 #include <ctime>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace tarn::test {
@@ -153,6 +155,12 @@ std::string keyPem(const Identity& identity) {
   return takeText(bio.get());
 }
 
+// A name that no other authority of the process has: OpenSSL looks for issuers by their names.
+std::string ownName(const std::string& name) {
+  static std::atomic<int> made = 0;
+  return name + " " + std::to_string(++made);
+}
+
 }  // namespace
 
 LeafOptions LeafOptions::expired() {
@@ -232,11 +240,11 @@ class TestAuthority::Impl {
     return nullptr;
   }
 
-  Identity root = makeAuthority("Test Root", nullptr);
+  Identity root = makeAuthority(ownName("Test Root"), nullptr);
   Identity intermediate = makeAuthority("Test Intermediate", &root);
   Identity expiredIntermediate =
       makeAuthority("Expired Intermediate", &root, std::chrono::hours(-1));
-  Identity unknownRoot = makeAuthority("Unknown Root", nullptr);
+  Identity unknownRoot = makeAuthority(ownName("Unknown Root"), nullptr);
   Identity plainLeaf = makeLeaf({.commonName = "plain.example"}, &root);
   int issued = 0;
 };

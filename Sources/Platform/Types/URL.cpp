@@ -164,8 +164,11 @@ std::vector<std::string> URL::pathComponents() const {
 }
 
 std::string URL::lastPathComponent() const {
-  auto components = pathComponents();
-  return components.empty() ? std::string() : std::move(components.back());
+  std::string_view path = representation_->part(representation_->parts.path);
+  const std::size_t lastOfName = path.find_last_not_of('/');
+  if (lastOfName == std::string_view::npos) return std::string(path.substr(0, 1));
+  path = path.substr(0, lastOfName + 1);
+  return percentDecoded(path.substr(path.rfind('/') + 1));
 }
 
 std::string URL::pathExtension() const {

@@ -91,13 +91,16 @@ const char* shortText(std::int32_t code) noexcept {
 }  // namespace
 
 URLError::URLError(std::int32_t code, std::string detail, std::string failingURL)
-    : code_(code), detail_(std::move(detail)), failingURL_(std::move(failingURL)) {}
+    : code_(code),
+      texts_(std::make_shared<const Texts>(Texts{std::move(detail), std::move(failingURL)})) {}
 
-std::string URLError::message() const { return detail_.empty() ? shortText(code_) : detail_; }
+std::string URLError::message() const {
+  return texts_->detail.empty() ? shortText(code_) : texts_->detail;
+}
 
 std::map<std::string, AnyValue> URLError::userInfo() const {
   auto info = CodedError::userInfo();
-  if (!failingURL_.empty()) info.emplace("NSErrorFailingURLStringKey", failingURL_);
+  if (!failingURL().empty()) info.emplace("NSErrorFailingURLStringKey", failingURL());
   return info;
 }
 

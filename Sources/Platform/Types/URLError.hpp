@@ -3,6 +3,7 @@
 #include <Platform/Types/Error.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace tarn {
@@ -53,6 +54,10 @@ class URLError : public CodedError {
   /// `detail` replaces the short text of the code; `failingURL` is kept for `userInfo()` and is to
   /// come without user information.
   explicit URLError(std::int32_t code, std::string detail = {}, std::string failingURL = {});
+  // Only copies: a moved-from error would have no texts.
+  URLError(const URLError&) noexcept = default;
+  URLError& operator=(const URLError&) noexcept = default;
+  ~URLError() override = default;
 
   std::string message() const override;
   std::string domain() const override { return "NSURLErrorDomain"; }
@@ -60,12 +65,16 @@ class URLError : public CodedError {
   /// Adds the failing URL, where there is one, under "NSErrorFailingURLStringKey".
   std::map<std::string, AnyValue> userInfo() const override;
 
-  const std::string& failingURL() const noexcept { return failingURL_; }
+  const std::string& failingURL() const noexcept { return texts_->failingURL; }
 
  private:
+  struct Texts {
+    std::string detail;
+    std::string failingURL;
+  };
+
   std::int32_t code_;
-  std::string detail_;
-  std::string failingURL_;
+  std::shared_ptr<const Texts> texts_;  // shared by copies; never null
 };
 
 }  // namespace tarn

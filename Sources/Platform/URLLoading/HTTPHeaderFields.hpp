@@ -31,6 +31,8 @@ class HTTPHeaderFields {
   void remove(std::string_view name);
   /// Makes room for `count` fields in all.
   void reserve(std::size_t count) { fields_.reserve(count); }
+  /// Gives room that is not used back.
+  void shrinkToFit() { fields_.shrink_to_fit(); }
 
   const_iterator begin() const noexcept { return fields_.begin(); }
   const_iterator end() const noexcept { return fields_.end(); }

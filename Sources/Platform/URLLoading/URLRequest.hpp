@@ -6,6 +6,7 @@
 #include <Platform/Types/URL.hpp>
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,9 +27,9 @@ class InvalidRequestError final : public CodedError {
 
 /// What a session task loads: an address, a method, header fields and a body.
 ///
-/// A value. It can't hold a method or header field that would break out of its line on the wire:
-/// the setters refuse those with InvalidRequestError, which names the field and never repeats its
-/// value.
+/// A value; copies share the header fields and the body. It can't hold a method or header field
+/// that would break out of its line on the wire: the setters refuse those with InvalidRequestError,
+/// which names the field and never repeats its value.
 class URLRequest {
  public:
   /// How the session's cache may take part in an answer to GET and HEAD; URLSessionConfiguration
@@ -61,7 +62,7 @@ class URLRequest {
   void setHTTPMethod(std::string method);
 
   /// Keys are kept exactly, case included.
-  const HeaderFields& allHTTPHeaderFields() const noexcept { return headerFields_; }
+  const HeaderFields& allHTTPHeaderFields() const noexcept;
   /// Throws InvalidRequestError for a name that is no token or a value that holds CR, LF or NUL
   /// (RFC 9110, 5.5).
   void setAllHTTPHeaderFields(HeaderFields fields);
@@ -84,7 +85,7 @@ class URLRequest {
   CachePolicy cachePolicy_;
   TimeInterval timeoutInterval_;
   std::string httpMethod_ = "GET";
-  HeaderFields headerFields_;
+  std::shared_ptr<const HeaderFields> headerFields_;  // null for none
   std::optional<Data> httpBody_;
   bool allowsResend_ = true;
 };

@@ -1,9 +1,11 @@
+#include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Files/Locale.hpp>
 #include <Platform/Types/URLComponents.hpp>
 #include <TarnService/RequestModel/HTTPRequestableDefaultImplementations.hpp>
 #include <TarnService/RequestModel/UserAgent.hpp>
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 namespace tarn::detail {
@@ -21,8 +23,7 @@ std::string joinedPath(const URL& baseURL, std::string_view path) {
   return joined += path;
 }
 
-std::string acceptLanguage() {
-  const auto languages = Locale::preferredLanguages();
+std::string acceptLanguage(const std::vector<std::string>& languages) {
   std::string text;
   for (std::size_t index = 0; index < std::min(languages.size(), maximumLanguages); ++index) {
     if (index > 0) text += ", ";
@@ -30,6 +31,62 @@ std::string acceptLanguage() {
     text += languages[index] + ";q=" + AnyValue(quality).description();
   }
   return text;
+}
+
+URLRequest::HeaderFields makeFields(const HTTPMediaType& acceptType, const HTTPHeaders& headers,
+                                    const std::vector<std::string>& languages) {
+  URLRequest::HeaderFields fields{{"Accept", acceptType.rawValue},
+                                  {"User-Agent", userAgent()},
+                                  {"Accept-Language", acceptLanguage(languages)},
+                                  {"Accept-Encoding", "gzip;q=1.0, compress;q=0.5"}};
+  for (const auto& [name, value] : headers) fields.insert_or_assign(name, value);
+  return fields;
+}
+
+/// The requests of an application mostly have the same few sets of header fields. Those made last
+/// are remembered, so that equal ones share theirs: one set then stands for all the requests that
+/// are kept in the records of their tasks.
+class RecentFields {
+ public:
+  /// A request without a URL that has the fields made of these.
+  URLRequest request(const HTTPMediaType& acceptType, const HTTPHeaders& headers,
+                     std::vector<std::string> languages) TARN_EXCLUDES(mutex_) {
+    {
+      const MutexLock lock(mutex_);
+      for (const auto& entry : entries_) {
+        if (entry && entry->acceptType == acceptType && entry->headers == headers &&
+            entry->languages == languages) {
+          return entry->request;
+        }
+      }
+    }
+    URLRequest request{URL()};
+    request.setAllHTTPHeaderFields(makeFields(acceptType, headers, languages));
+    auto entry =
+        std::make_unique<const Entry>(Entry{acceptType, headers, std::move(languages), request});
+    const MutexLock lock(mutex_);
+    entries_[next_].swap(entry);
+    next_ = (next_ + 1) % entries_.size();
+    return request;
+  }
+
+ private:
+  struct Entry {
+    HTTPMediaType acceptType;
+    HTTPHeaders headers;
+    std::vector<std::string> languages;
+    URLRequest request;
+  };
+
+  Mutex mutex_;
+  std::array<std::unique_ptr<const Entry>, 4> entries_ TARN_GUARDED_BY(mutex_);
+  std::size_t next_ TARN_GUARDED_BY(mutex_) = 0;
+};
+
+RecentFields& recentFields() {
+  const NoForkScope scope;  // not while they are being made
+  static auto& fields = *new RecentFields;
+  return fields;
 }
 
 }  // namespace
@@ -62,13 +119,10 @@ std::string urlString(const URL& baseURL, std::string_view path, const HTTPQuery
 URLRequest makeURLRequest(URL url, URLRequest::CachePolicy cachePolicy,
                           TimeInterval timeoutInterval, const HTTPMediaType& acceptType,
                           const HTTPHeaders& headers, const HTTPMethod& method) {
-  URLRequest request(std::move(url), cachePolicy, timeoutInterval);
-  HTTPHeaders fields{{"Accept", acceptType.rawValue},
-                     {"User-Agent", userAgent()},
-                     {"Accept-Language", acceptLanguage()},
-                     {"Accept-Encoding", "gzip;q=1.0, compress;q=0.5"}};
-  for (const auto& [name, value] : headers) fields.insert_or_assign(name, value);
-  request.setAllHTTPHeaderFields(std::move(fields));
+  URLRequest request = recentFields().request(acceptType, headers, Locale::preferredLanguages());
+  request.setURL(std::move(url));
+  request.setCachePolicy(cachePolicy);
+  request.setTimeoutInterval(timeoutInterval);
   request.setHTTPMethod(method.rawValue);
   return request;
 }

@@ -149,12 +149,12 @@ struct SendOperations {
                             std::optional<Error>)>
   onEnd(const R& request, const Queue& queue, Completion<Response> completion) {
     // What the send holds goes once it is answered; the record of the task stays for long.
-    auto pending =
-        std::make_shared<std::optional<Pending>>(Pending{request, queue, std::move(completion)});
+    auto pending = std::make_shared<std::unique_ptr<const Pending>>(
+        std::make_unique<const Pending>(Pending{request, queue, std::move(completion)}));
     return [pending = std::move(pending)](std::optional<Body> body,
                                           std::shared_ptr<const URLResponse> response,
                                           std::optional<Error> error) {
-      const auto ended = std::exchange(*pending, std::nullopt);
+      const auto ended = std::exchange(*pending, nullptr);
       if (!ended) return reportSecondCompletion();
       TaskOutcome outcome{{}, {}, std::move(response), std::move(error)};
       if constexpr (std::same_as<Body, URL>) {

@@ -8,6 +8,7 @@
 #include <TarnService/Transport/ServerTrust.hpp>
 
 #include <stdexcept>
+#include <utility>
 
 namespace tarn {
 namespace {
@@ -21,13 +22,6 @@ ThreadSafeDictionary<const URLSessionTask*, TaskRef>& displacedTaskRefs() {
   const detail::NoForkScope scope;  // not while they are being made
   static auto& refs = *new ThreadSafeDictionary<const URLSessionTask*, TaskRef>;
   return refs;
-}
-
-// What runs here: a key that changes hands, a record that is marked as reported.
-const DispatchQueue& takingOver() {
-  const detail::NoForkScope scope;  // not while it is being made
-  static const auto& queue = *new DispatchQueue(detail::queueLabel("tarnservice.takingOver"));
-  return queue;
 }
 
 void logMissingForSuccess(std::int64_t taskIdentifier, SourceLocation location) {
@@ -136,10 +130,10 @@ ThreadSafeDictionary<std::string, TaskRef>& taskDictionary() {
 void HTTPTaskProducer::addTaskRefToQueue(TaskRef ref) const {
   const std::string refKey = key(ref->task->taskIdentifier());
   TaskRef previous;  // let go after the queue: what it holds may be the application's
-  takingOver().sync([&] {
-    previous = taskDictionary()[refKey].value_or(nullptr);
+  taskDictionary().update([&](auto& refs) {
+    previous = std::exchange(refs[refKey], std::move(ref));
+    // In the same step, so that events of the older task find their record all the time.
     if (previous && !previous->isReported) displacedTaskRefs().set(previous->task.get(), previous);
-    taskDictionary().set(refKey, std::move(ref));
   });
 }
 
@@ -197,13 +191,15 @@ void HTTPTaskProducer::reportCompletion(const URLSessionTask& task,
 }
 
 TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
+  const std::string taskKey = key(task.taskIdentifier());
   TaskRef ref;
-  takingOver().sync([&] {
-    ref = taskRef(task);
-    if (ref) ref->isReported = true;
-    displacedTaskRefs().removeValue(&task);
+  taskDictionary().update([&](auto& refs) {
+    const auto entry = refs.find(taskKey);
+    if (entry == refs.end() || !entry->second || entry->second->task.get() != &task) return;
+    ref = entry->second;
+    ref->isReported = true;
   });
-  return ref;
+  return ref ? ref : displacedTaskRefs().removeValue(&task).value_or(nullptr);
 }
 
 const std::string& HTTPTaskProducer::description() const {

@@ -85,6 +85,13 @@ class ThreadSafeDictionary {
     return queue_.sync([&] { return dictionary_->size(); });
   }
 
+  /// Runs `body` with the map itself, for what has to be one step. What it takes out is best let go
+  /// afterwards.
+  template <class F>
+  void update(F&& body) {
+    queue_.sync([&] { body(*dictionary_); });
+  }
+
   const DispatchQueue& queue() const noexcept { return queue_; }
 
  private:

@@ -17,6 +17,20 @@ TEST(URLRequest, HasTheUsualDefaults) {
   EXPECT_TRUE(request.allowsResend());
 }
 
+TEST(URLRequest, CopiesShareTheirHeaderFieldsUntilOneChangesThem) {
+  auto request = someRequest();
+  request.setAllHTTPHeaderFields({{"Accept", "*/*"}});
+  auto copy = request;
+  EXPECT_EQ(&copy.allHTTPHeaderFields(), &request.allHTTPHeaderFields());
+  copy.setValue("text/plain", "Accept");
+  copy.setValue("1", "X-Copy");
+  EXPECT_EQ(request.allHTTPHeaderFields(), (URLRequest::HeaderFields{{"Accept", "*/*"}}));
+  EXPECT_EQ(copy.allHTTPHeaderFields(),
+            (URLRequest::HeaderFields{{"Accept", "text/plain"}, {"X-Copy", "1"}}));
+  const auto moved = std::move(copy);
+  EXPECT_EQ(moved.value("x-copy"), "1");
+}
+
 TEST(URLRequest, RefusesMethodsThatAreNoTokens) {
   auto request = someRequest();
   for (const std::string method :

@@ -282,6 +282,34 @@ TEST_F(RequestHeaderTests, RefusesAnAcceptTypeThatWouldBreakOutOfItsLine) {
   EXPECT_THROW(request.urlRequest(), InvalidRequestError);
 }
 
+// The records of finished requests hold them.
+TEST_F(RequestHeaderTests, EqualRequestsShareTheirFields) {
+  Addressed request;
+  request.headers = {{"X-Shop", "tea"}};
+  const auto first = request.urlRequest();
+  request.path = "elsewhere";
+  EXPECT_EQ(&request.urlRequest().allHTTPHeaderFields(), &first.allHTTPHeaderFields());
+}
+
+TEST_F(RequestHeaderTests, EachRequestHasItsOwnFieldsWhateverWasSentBefore) {
+  for (int round = 0; round < 3; ++round) {
+    for (int kind = 0; kind < 7; ++kind) {
+      SCOPED_TRACE("round " + std::to_string(round) + ", kind " + std::to_string(kind));
+      Locale::setPreferredLanguages(std::vector<std::string>{kind % 2 == 0 ? "en" : "de"});
+      Addressed request;
+      request.acceptType = kind < 3 ? HTTPMediaType::json : HTTPMediaType::any;
+      request.headers = {{"X-Kind", std::to_string(kind / 2)}};
+      auto urlRequest = request.urlRequest();
+      const auto& fields = urlRequest.allHTTPHeaderFields();
+      EXPECT_EQ(fields.size(), 5u);
+      EXPECT_EQ(fields.at("Accept"), request.acceptType.rawValue);
+      EXPECT_EQ(fields.at("Accept-Language"), kind % 2 == 0 ? "en;q=1.0" : "de;q=1.0");
+      EXPECT_EQ(fields.at("X-Kind"), std::to_string(kind / 2));
+      urlRequest.setValue("text/html", "Accept");  // of this one alone
+    }
+  }
+}
+
 // MARK: Settings
 
 std::shared_ptr<test::IdleProducer> idleProducer() {

@@ -37,6 +37,18 @@ TEST(ThreadSafeDictionaryTests, AnAbsentValueRemovesTheKey) {
   EXPECT_EQ(dictionary.count(), 0u);
 }
 
+TEST(ThreadSafeDictionaryTests, AnUpdateIsOneStepOnItsQueue) {
+  ThreadSafeDictionary<std::string, int> dictionary;
+  dictionary.set("a", 1);
+  dictionary.update([&](auto& map) {
+    EXPECT_TRUE(dictionary.queue().isCurrent());
+    map["b"] = map.at("a") + 1;
+    map.erase("a");
+  });
+  EXPECT_EQ(dictionary["a"], std::nullopt);
+  EXPECT_EQ(dictionary["b"], 2);
+}
+
 TEST(ThreadSafeDictionaryTests, QueuesAreLabelledByTheirTypes) {
   using Strings = ThreadSafeDictionary<std::string, std::shared_ptr<URLSessionTaskRef>>;
   EXPECT_EQ(Strings().queue().label(),

@@ -26,7 +26,11 @@ class HeadParser {
   int statusCode() const noexcept { return statusCode_; }
   const std::string& httpVersion() const noexcept { return httpVersion_; }
   const HTTPHeaderFields& fields() const noexcept { return fields_; }
-  HTTPHeaderFields takeFields() noexcept { return std::move(fields_); }
+  /// They are kept for as long as the task, so without the room that the parser made for more.
+  HTTPHeaderFields takeFields() {
+    fields_.shrinkToFit();
+    return std::move(fields_);
+  }
   /// What the head says of the length of the body; nothing where it says nothing or the body is
   /// chunked.
   std::optional<std::int64_t> announcedLength() const noexcept;
