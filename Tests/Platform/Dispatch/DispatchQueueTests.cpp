@@ -296,6 +296,36 @@ TEST(DispatchQueueTests, SixtyBlockedWorkersAreMadeUpForAtOnce) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
 }
 
+TEST(DispatchQueueTests, AWorkerThatWaitsBrieflyForItsTurnIsNotMadeUpFor) {
+  const DispatchQueue queue = concurrentQueue("waiting");
+  const DispatchQueue turns("turns");
+  const int normal = std::max(2, static_cast<int>(std::thread::hardware_concurrency()));
+  bool sufficed = false;
+  // In some rounds the system keeps this thread, and with it the turn, from going on for longer.
+  for (int round = 0; round < 30 && !sufficed; ++round) {
+    const DispatchGroup group;
+    std::atomic<int> waiting = 0;
+    turns.sync([&] {
+      for (int i = 0; i < normal + 8; ++i) {
+        queue.async(group, [&] {
+          ++waiting;
+          turns.sync([] {});
+        });
+      }
+      const auto limit = std::chrono::steady_clock::now() + longWait;
+      while (waiting < normal && std::chrono::steady_clock::now() < limit) {
+        std::this_thread::yield();
+      }
+      // Long enough for other threads to take the rest, were they called.
+      const auto end = std::chrono::steady_clock::now() + 500us;
+      while (std::chrono::steady_clock::now() < end) std::this_thread::yield();
+      sufficed = waiting == normal;
+    });
+    ASSERT_TRUE(group.wait(longWait));
+  }
+  EXPECT_TRUE(sufficed);
+}
+
 TEST(DispatchQueueTests, SaysOnceThatAllThreadsAreBlockedWhileWorkWaits) {
   static std::atomic<int> reports = 0;
   static DispatchSemaphore& reported = *new DispatchSemaphore(0);
