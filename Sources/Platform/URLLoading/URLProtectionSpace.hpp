@@ -18,7 +18,7 @@ struct URLProtectionSpace {
     httpDigest,         ///< a name and password, which do not cross the wire (RFC 7616)
   };
 
-  std::string host;
+  std::string host = {};
   int port = 0;
   AuthenticationMethod authenticationMethod = AuthenticationMethod::serverTrust;
   /// Whether the proxy asks, not the server.

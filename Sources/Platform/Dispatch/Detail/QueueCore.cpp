@@ -2,6 +2,7 @@
 #include <Platform/Types/FatalError.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 #include <vector>
 
@@ -10,6 +11,10 @@ namespace {
 
 // How long a queue keeps a worker to itself while others wait.
 constexpr int itemsPerTurn = 8;
+
+// How long a worker waits for its turn before it is made up for. Turns are mostly short: made up
+// for at once, many syncs on one queue would soon have all threads there may be waiting for it.
+constexpr std::chrono::milliseconds briefWait{1};
 
 // In a child of fork(): what the forking thread was inside of. Never destroyed.
 std::vector<const QueueCore*>& forkedInside = *new std::vector<const QueueCore*>;
@@ -90,7 +95,8 @@ void SerialQueueCore::beginTurn() {
     state.entries.push({Work(), &parker});
   }
   if (parker.spin()) return;
-  const TurnScope waiting;
+  if (parker.parkUntil(std::chrono::steady_clock::now() + briefWait)) return;
+  const BlockingScope blocking;
   parker.park();
 }
 

@@ -97,6 +97,14 @@ void Timekeeper::startWatching() {
   wakeBy(tick_);
 }
 
+// Where work comes and goes within one tick again and again, the one that is set stays and finds
+// out by itself that there is nothing to watch: setting the timer costs more than all else that a
+// hop takes.
+void Timekeeper::relaxOrWait() {
+  const RealTime now = steady_clock::now();
+  if (now - relaxed_.exchange(now, std::memory_order_relaxed) >= tickInterval) stopWatching();
+}
+
 void Timekeeper::stopWatching() {
   const MutexLock lock(mutex_);
   // Off first and looked again then: who submits afterwards finds it off and starts it anew.
@@ -130,7 +138,7 @@ void Timekeeper::run() noexcept {
       if (ticks) tick_ = now + tickInterval;
     }
     for (Work& callback : due) callback();
-    if (ticks && !WorkerPool::shared().tick()) relax();
+    if (ticks && !WorkerPool::shared().tick()) stopWatching();
     const MutexLock lock(mutex_);
     wakeBy(nextWakeUp());
   }

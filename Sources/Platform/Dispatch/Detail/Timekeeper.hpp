@@ -51,7 +51,7 @@ class Timekeeper {
 
   /// Calls the tick off, if the pool does not need it. Called by a worker that leaves none active.
   void relax() {
-    if (watching_.load()) stopWatching();
+    if (watching_.load()) relaxOrWait();
   }
 
   /// Stops the clock for the calls below; false when it is stopped already.
@@ -71,6 +71,7 @@ class Timekeeper {
   void start() TARN_EXCLUDES(mutex_);
   void run() noexcept;
   void startWatching() TARN_EXCLUDES(mutex_);
+  void relaxOrWait() TARN_EXCLUDES(mutex_);
   void stopWatching() TARN_EXCLUDES(mutex_);
   std::vector<Work> takeDue() TARN_REQUIRES(mutex_);
   RealTime nextWakeUp() const TARN_REQUIRES(mutex_);
@@ -82,6 +83,7 @@ class Timekeeper {
   std::atomic<bool> manual_ = false;
   std::atomic<std::int64_t> manualNow_ = 0;
   std::atomic<bool> started_ = false;
+  std::atomic<RealTime> relaxed_ = RealTime();
   Mutex mutex_;
   int timerFd_ = -1;  // written once, by start()
   RealTime timerSetTo_ TARN_GUARDED_BY(mutex_) = RealTime::max();

@@ -213,14 +213,12 @@ void WorkerPool::leave(Worker& worker) {
 
 bool WorkerPool::tick() {
   std::vector<Runnable*> waiting;
-  std::vector<Help> helps;
+  Help help;
   bool needed = false;
   bool exhausted = false;
   {
     const MutexLock lock(mutex_);
-    std::size_t madeUpFor = 0;
     for (const auto& worker : workers_) {
-      if (makeUpForTurnWait(*worker)) ++madeUpFor;
       const std::uint64_t turns = worker->turns.load(std::memory_order_relaxed);
       if (worker->next.load() != nullptr) {
         needed = true;
@@ -234,29 +232,13 @@ bool WorkerPool::tick() {
     if (stalled()) {
       exhausted = isExhausted() && !std::exchange(exhaustionReported_, true);
       if (extraActive_ < maximumThreads) ++extraActive_;
-      ++madeUpFor;
+      help = findHelp();
     }
-    madeUpFor = std::min(madeUpFor, readyCount_.load(std::memory_order_relaxed));
-    while (helps.size() < madeUpFor) helps.push_back(findHelp());
   }
   if (exhausted) reportExhaustion();
   for (Runnable* const runnable : waiting) submitShared(*runnable);
-  for (const Help& help : helps) {
-    if (help.worker != nullptr || help.start) call(help);
-  }
+  if (help.worker != nullptr || help.start) call(help);
   return needed;
-}
-
-/// Whether the worker has come to be made up for: it has waited for its turn since the last tick.
-bool WorkerPool::makeUpForTurnWait(Worker& worker) {
-  TurnWait wait = worker.turnWait.load();
-  if (wait == TurnWait::none || wait == TurnWait::madeUpFor) return false;
-  const bool waitedLong = wait == TurnWait::seen;
-  // It may get its turn at this moment.
-  const auto next = waitedLong ? TurnWait::madeUpFor : TurnWait::seen;
-  if (!worker.turnWait.compare_exchange_strong(wait, next) || !waitedLong) return false;
-  ++blocked_;
-  return true;
 }
 
 /// Whether something has been ready for some ticks in which no worker took anything: they may be
@@ -297,24 +279,12 @@ void WorkerPool::endBlocking() {
   --blocked_;
 }
 
-void WorkerPool::endTurnWait(Worker& worker) {
-  if (worker.turnWait.exchange(TurnWait::none) == TurnWait::madeUpFor) endBlocking();
-}
-
 BlockingScope::BlockingScope() : worker_(WorkerPool::current_ != nullptr) {
   if (worker_) WorkerPool::shared().beginBlocking(*WorkerPool::current_);
 }
 
 BlockingScope::~BlockingScope() {
   if (worker_) WorkerPool::shared().endBlocking();
-}
-
-TurnScope::TurnScope() : worker_(WorkerPool::current_ != nullptr) {
-  if (worker_) WorkerPool::current_->turnWait.store(WorkerPool::TurnWait::fresh);
-}
-
-TurnScope::~TurnScope() {
-  if (worker_) WorkerPool::shared().endTurnWait(*WorkerPool::current_);
 }
 
 }  // namespace tarn::detail

@@ -38,9 +38,9 @@ class Runnable {
 /// A worker keeps the first runnable that it submits for itself, as its next one, so that work
 /// which hops from queue to queue wakes nobody. That one moves to the shared list when the worker
 /// submits another or blocks, or when the timekeeper finds it waiting for longer than a tick. As
-/// many workers are active as the machine has hardware threads (at least two). One that blocks in
-/// this library is made up for at once, one that waits for its turn on a serial queue after a tick,
-/// and so is one that blocks elsewhere while nothing moves for some ticks.
+/// many workers are active as the machine has hardware threads (at least two); one that blocks in
+/// this library is made up for, and so is one that blocks elsewhere while nothing moves for some
+/// ticks.
 class WorkerPool {
  public:
   /// Never destroyed: threads may be at work while the process exits. A child of fork() has another
@@ -67,17 +67,12 @@ class WorkerPool {
 
  private:
   friend class BlockingScope;
-  friend class TurnScope;
-
-  /// How a worker waits for its turn on a serial queue.
-  enum class TurnWait : std::uint8_t { none, fresh, seen, madeUpFor };
 
   struct Worker {
     std::atomic<Runnable*> next = nullptr;
     std::atomic<std::uint64_t> turns = 0;  // written by the worker only
     std::uint64_t turnsAtLastTick = 0;     // the timekeeper's
     int turnsOnNext = 0;                   // since the shared list was looked at; the worker's own
-    std::atomic<TurnWait> turnWait = TurnWait::none;
     Parker parker;
   };
 
@@ -109,8 +104,6 @@ class WorkerPool {
 
   void beginBlocking(Worker& worker) TARN_EXCLUDES(mutex_);
   void endBlocking() TARN_EXCLUDES(mutex_);
-  bool makeUpForTurnWait(Worker& worker) TARN_REQUIRES(mutex_);
-  void endTurnWait(Worker& worker) TARN_EXCLUDES(mutex_);
 
   std::size_t active() const TARN_REQUIRES(mutex_) { return threads_ - idle_.size() - blocked_; }
 
@@ -139,20 +132,6 @@ class BlockingScope {
   ~BlockingScope();
   BlockingScope(const BlockingScope&) = delete;
   BlockingScope& operator=(const BlockingScope&) = delete;
-
- private:
-  bool worker_;
-};
-
-/// Tells the pool that the calling thread, if it is a worker, waits for its turn on a serial queue.
-/// Turns are short as a rule: were each wait made up for at once, all threads there may be would
-/// queue up behind one holder that the system has put aside.
-class TurnScope {
- public:
-  TurnScope();
-  ~TurnScope();
-  TurnScope(const TurnScope&) = delete;
-  TurnScope& operator=(const TurnScope&) = delete;
 
  private:
   bool worker_;

@@ -54,7 +54,7 @@ void Authenticator::enter(const URL& url, const ProxySettings& proxies) {
   asking_ = nullptr;
   const auto proxy = httpProxy(proxies.proxyFor(server_.space.origin));
   if (!proxy) return;
-  proxy_ = Side();
+  proxy_ = std::make_unique<Side>();
   proxy_->space.isProxy = true;
   proxy_->space.origin = proxyOrigin(*proxy);
   proxy_->ofAddress = loginOf(*proxy);
@@ -140,7 +140,6 @@ bool Authenticator::take(URLSessionAuthChallengeDisposition disposition,
 
 std::string Authenticator::authorization(const Side& side, const std::string& method,
                                          const std::string& target) {
-  if (!side.shown) return {};
   if (side.space.method == Method::httpBasic) return basicAuthorization(*side.shown);
   return digestAuthorization(*side.challenge, *side.shown, method, target, UUID().uuidString());
 }
@@ -151,6 +150,7 @@ std::optional<std::string> Authenticator::authorizationOfAddress() const {
 }
 
 std::string Authenticator::authorization(const URLRequest& request) const {
+  if (!server_.shown) return {};
   return authorization(server_, request.httpMethod(), requestTarget(request.url()));
 }
 

@@ -43,6 +43,10 @@ class Authenticator {
   /// What the server is shown in that field in answer to its challenge, whatever the request has;
   /// empty before there was one.
   std::string authorization(const URLRequest& request) const;
+  /// Whether names and passwords, or a proxy that might ask for them, have a part in the request.
+  bool isInvolved() const noexcept {
+    return proxy_ != nullptr || server_.ofAddress || server_.shown;
+  }
   /// Sets what the proxy is shown. The lines live as long as this object, until the next call.
   void configure(CURL* easy, const URLRequest& request);
 
@@ -66,7 +70,7 @@ class Authenticator {
 
   CredentialStore& store_;
   Side server_;
-  std::optional<Side> proxy_;
+  std::unique_ptr<Side> proxy_;  // null where there is none
   Side* asking_ = nullptr;
   HeaderLines proxyLines_;
 };

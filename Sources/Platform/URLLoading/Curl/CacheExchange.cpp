@@ -71,16 +71,16 @@ bool CacheExchange::begin(const URLRequest& request, bool sendsFile) {
   return usable;
 }
 
-void CacheExchange::send(HeaderLines& lines) {
+void CacheExchange::send(TransferHandle& handle) {
   if (!active_) return;
   requested_ = wallTime();
   changes_ = cache_.changes();
   if (!kept_) return;
   if (const auto tag = kept_->entityTag()) {
-    append(lines, ("If-None-Match: " + std::string(*tag)).c_str());
+    handle.addField("If-None-Match: " + std::string(*tag));
   }
   if (const auto modified = kept_->lastModified()) {
-    append(lines, ("If-Modified-Since: " + std::string(*modified)).c_str());
+    handle.addField("If-Modified-Since: " + std::string(*modified));
   }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Platform/URLLoading/Curl/RequestOptions.hpp>
+#include <Platform/URLLoading/Curl/HandlePool.hpp>
 #include <Platform/URLLoading/Detail/ResponseCache.hpp>
 
 #include <cstdint>
@@ -23,7 +23,7 @@ class CacheExchange {
   /// URLError::resourceUnavailable where there is none and nothing may be sent.
   bool begin(const URLRequest& request, bool sendsFile);
   /// The request goes out: adds what asks whether the kept answer still holds.
-  void send(HeaderLines& lines);
+  void send(TransferHandle& handle);
   /// The head of the answer has come. True: it says that the kept answer holds, which is to be
   /// taken in its place. `endIsKnown`: a cut body will not be taken for a whole one.
   bool answerArrived(const URLRequest& request, std::shared_ptr<const HTTPURLResponse> head,

@@ -70,7 +70,7 @@ Engine::Engine()
       wakeUp_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
       now_(Clock::now()) {
   epoll_event event{};
-  event.events = EPOLLIN;
+  event.events = EPOLLIN | EPOLLET;  // told of each call once, without having to read it
   event.data.u64 = wakeUpTag;
   checked(epoll_ctl(epoll_, EPOLL_CTL_ADD, wakeUp_, &event), "epoll_ctl");
 }
@@ -138,7 +138,7 @@ void Engine::post(Work work) {
 
 void Engine::wake() noexcept {
   const std::uint64_t one = 1;
-  // Fails only where the counter is full, and then the loop is awake anyway.
+  // Nobody reads the counter: full it is only after more calls than any process makes.
   static_cast<void>(write(wakeUp_, &one, sizeof one) == sizeof one);
 }
 
@@ -148,7 +148,6 @@ void Engine::run() noexcept {
   while (!stopped_) {
     waitForEvents();
     settle();
-    endWatches();
     deliver();
   }
 }
@@ -181,16 +180,12 @@ int Engine::timeout() const noexcept {
 }
 
 void Engine::dispatch(std::uint64_t tag, std::uint32_t events) noexcept {
-  if (tag == wakeUpTag) {
-    std::uint64_t count = 0;
-    static_cast<void>(read(wakeUp_, &count, sizeof count) == sizeof count);
-    return;
-  }
+  if (tag == wakeUpTag) return;
   const auto socket = static_cast<std::uint32_t>(tag);
-  const Watch& watch = watches_[socket];
-  if (watch.owner == nullptr || watch.ended ||
-      watch.generation != static_cast<std::uint32_t>(tag >> 32))
-    return;
+  Watch& watch = watches_[socket];
+  if (watch.owner == nullptr || watch.generation != static_cast<std::uint32_t>(tag >> 32)) return;
+  // Most likely its peer has closed it, which would be told again and again.
+  if (watch.ended) return endWatch(static_cast<int>(socket), watch);
   watch.owner->socketReady(static_cast<int>(socket), events);
 }
 
@@ -255,7 +250,7 @@ void Engine::watch(int socket, std::uint32_t events, SocketOwner& owner) {
   Watch& watch = watchOf(socket);
   if (events == 0) {
     if (!watch.lingers) return endWatch(socket, watch);
-    if (!std::exchange(watch.ended, true)) endedWatches_.push_back(socket);
+    watch.ended = true;
     return;
   }
   watch.ended = false;
@@ -289,14 +284,6 @@ void Engine::unwatch(int socket) noexcept {
 void Engine::endWatch(int socket, Watch& watch) noexcept {
   epoll_ctl(epoll_, EPOLL_CTL_DEL, socket, nullptr);
   watch.clear();
-}
-
-void Engine::endWatches() noexcept {
-  for (const int socket : endedWatches_) {
-    Watch& watch = watches_[static_cast<std::size_t>(socket)];
-    if (watch.ended && watch.owner != nullptr) endWatch(socket, watch);
-  }
-  endedWatches_.clear();
 }
 
 void Engine::socketOpened(int socket) { watchOf(socket).lingers = true; }

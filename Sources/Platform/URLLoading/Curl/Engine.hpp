@@ -44,8 +44,9 @@ class Engine {
   /// Registers interest in a socket for its owner; `events` are epoll's, none of them ends it.
   void watch(int socket, std::uint32_t events, SocketOwner& owner);
   void unwatch(int socket) noexcept;
-  /// Tells of a connection's socket. Its registration then outlives the end of interest until the
-  /// round ends: often the next transfer takes the connection over, and nothing has to be changed.
+  /// Tells of a connection's socket. Its registration then outlives the end of interest until
+  /// something happens on it: mostly the next transfer takes the connection over before, and
+  /// nothing has to be changed.
   void socketOpened(int socket);
   void socketClosed(int socket) noexcept;
   /// Ends every registration of an owner.
@@ -91,7 +92,6 @@ class Engine {
   void settle() noexcept;
   void fireTimers() noexcept;
   void serveSessions() noexcept;
-  void endWatches() noexcept;
   Watch& watchOf(int socket);
   void endWatch(int socket, Watch& watch) noexcept;
   void deliver() noexcept;
@@ -111,7 +111,6 @@ class Engine {
   TimerHeap timers_;
   RouteMonitor routes_{*this};
   std::vector<Watch> watches_;
-  std::vector<int> endedWatches_;
   std::vector<Work> work_;
   std::vector<std::shared_ptr<SessionCore>> sessions_;
   std::vector<std::shared_ptr<CurlTask>> deliveries_;

@@ -115,10 +115,10 @@ void Transfer::handshakeAnswered(URLSessionAuthChallengeDisposition disposition,
   handshake_.answer(disposition, credential);
   core_->setAsking(*this, false);
   lastProgress_ = core_->engine().now();
-  if (!easy_) return guarded(&Transfer::repeatHandshake);
+  if (!handle_) return guarded(&Transfer::repeatHandshake);
   armTimer();
-  Handshake::nudge(easy_.get());
-  if (suspended_) curl_easy_pause(easy_.get(), CURLPAUSE_ALL);
+  Handshake::nudge(handle_->easy());
+  if (suspended_) curl_easy_pause(handle_->easy(), CURLPAUSE_ALL);
 }
 
 // The connection on which the question came up is gone.

@@ -23,14 +23,14 @@ bool expectsBody(const std::string& method) noexcept {
   return method == "POST" || method == "PUT" || method == "PATCH";
 }
 
-void setMethod(CURL* easy, const URLRequest& request, const RequestBody* body) {
-  const std::string& method = request.httpMethod();
+// The size of a body is the transfer's to tell.
+void setMethod(CURL* easy, const std::string& method, bool sendsBody) {
   if (method == "HEAD") {
     setOption(easy, CURLOPT_NOBODY, 1L);
-  } else if (body != nullptr || expectsBody(method)) {
+  } else if (sendsBody || expectsBody(method)) {
     setOption(easy, CURLOPT_POST, 1L);
-    setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{body != nullptr ? body->size() : 0});
-    if (body == nullptr) setOption(easy, CURLOPT_POSTFIELDS, "");
+    setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{0});
+    if (!sendsBody) setOption(easy, CURLOPT_POSTFIELDS, "");
     if (method != "POST") setOption(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
   } else if (method != "GET") {
     setOption(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
@@ -46,7 +46,7 @@ void append(HeaderLines& lines, const char* line) {
   lines.reset(longer);
 }
 
-HeaderLines headerLines(const URLRequest& request, const RequestBody* body,
+HeaderLines headerLines(const URLRequest& request, bool sendsBody,
                         const std::string& authorization) {
   HeaderLines lines;
   std::string line;
@@ -62,19 +62,18 @@ HeaderLines headerLines(const URLRequest& request, const RequestBody* body,
   }
   if (!authorization.empty()) append(lines, ("Authorization: " + authorization).c_str());
   if (!request.value("Accept")) append(lines, "Accept:");
-  if (body != nullptr || expectsBody(request.httpMethod())) {
+  if (sendsBody || expectsBody(request.httpMethod())) {
     append(lines, "Expect:");
     if (!request.value("Content-Type")) append(lines, "Content-Type:");
   }
   return lines;
 }
 
-void setRequestOptions(CURL* easy, const URLRequest& request, const RequestBody* body,
-                       const Origin& origin, const ProxySettings& proxies) {
+void setRequestOptions(CURL* easy, const std::string& method, bool sendsBody, const Origin& origin,
+                       const ProxySettings& proxies) {
   constexpr long readBuffer = 64 * 1024;
   constexpr long uploadBuffer = 512 * 1024;
-  constexpr long never = 2'000'000'000;  // milliseconds: our own timers decide
-  setOption(easy, CURLOPT_URL, request.url().absoluteString().c_str());
+  constexpr long never = 2'000'000'000;     // milliseconds: our own timers decide
   setOption(easy, CURLOPT_PATH_AS_IS, 1L);  // dot segments are the request's to resolve
   setOption(easy, CURLOPT_NOSIGNAL, 1L);
   setOption(easy, CURLOPT_QUICK_EXIT, 1L);
@@ -84,10 +83,6 @@ void setRequestOptions(CURL* easy, const URLRequest& request, const RequestBody*
   // Both are always set, or libcurl would read the environment for each transfer.
   setOption(easy, CURLOPT_PROXY, proxies.proxyFor(origin).c_str());
   setOption(easy, CURLOPT_NOPROXY, "");
-  // Not as a header field: this way it shares one with the session's own cookies.
-  if (const auto cookie = request.value("Cookie")) {
-    setOption(easy, CURLOPT_COOKIE, std::string(*cookie).c_str());
-  }
   if (origin.secure) {
     setOption(easy, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_2TLS});
     setOption(easy, CURLOPT_PIPEWAIT, 1L);
@@ -97,8 +92,8 @@ void setRequestOptions(CURL* easy, const URLRequest& request, const RequestBody*
     // A resumed session would skip the look at the certificate.
     setOption(easy, CURLOPT_SSL_SESSIONID_CACHE, 0L);
   }
-  if (body != nullptr) setOption(easy, CURLOPT_UPLOAD_BUFFERSIZE, uploadBuffer);
-  setMethod(easy, request, body);
+  if (sendsBody) setOption(easy, CURLOPT_UPLOAD_BUFFERSIZE, uploadBuffer);
+  setMethod(easy, method, sendsBody);
 }
 
 }  // namespace tarn::detail

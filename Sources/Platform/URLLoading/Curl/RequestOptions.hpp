@@ -2,7 +2,6 @@
 
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
 #include <Platform/URLLoading/Detail/Origin.hpp>
-#include <Platform/URLLoading/Detail/RequestBody.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
 #include <curl/curl.h>
@@ -14,6 +13,7 @@ namespace tarn::detail {
 
 struct CurlDeleter {
   void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
+  void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
   void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
 };
 using EasyHandle = std::unique_ptr<CURL, CurlDeleter>;
@@ -29,14 +29,12 @@ void setOption(CURL* easy, CURLoption option, T value) {
 void append(HeaderLines& lines, const char* line);
 
 /// The header fields as libcurl wants them. Left out are those by which the engine itself frames
-/// the message. `body` is null where none goes out. `authorization`, if any, takes the place of the
-/// request's own.
-HeaderLines headerLines(const URLRequest& request, const RequestBody* body,
+/// the message. `authorization`, if any, takes the place of the request's own.
+HeaderLines headerLines(const URLRequest& request, bool sendsBody,
                         const std::string& authorization);
 
-/// What does not depend on the transfer: the address, the method, limits, proxies, protocol
-/// versions.
-void setRequestOptions(CURL* easy, const URLRequest& request, const RequestBody* body,
-                       const Origin& origin, const ProxySettings& proxies);
+/// What does not depend on the transfer: the method, limits, proxies, protocol versions.
+void setRequestOptions(CURL* easy, const std::string& method, bool sendsBody, const Origin& origin,
+                       const ProxySettings& proxies);
 
 }  // namespace tarn::detail

@@ -63,6 +63,7 @@ void SessionCore::open() {
 
 void SessionCore::close() noexcept {
   engine_.timers().remove(*this);
+  handles_.clear();
   if (multi_ != nullptr) curl_multi_cleanup(multi_);
   multi_ = nullptr;
   if (cookies_ != nullptr) curl_share_cleanup(cookies_);

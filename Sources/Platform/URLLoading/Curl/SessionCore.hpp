@@ -2,6 +2,7 @@
 
 #include <Platform/URLLoading/Curl/CredentialStore.hpp>
 #include <Platform/URLLoading/Curl/Engine.hpp>
+#include <Platform/URLLoading/Curl/HandlePool.hpp>
 #include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/ProxySettings.hpp>
 #include <Platform/URLLoading/Curl/SessionOptions.hpp>
@@ -67,6 +68,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   void socketOpened(int socket, const Transfer& transfer);
   static int socketClosed(void* self, curl_socket_t socket) noexcept;
 
+  HandlePool& handles() noexcept { return handles_; }
   CredentialStore& credentials() noexcept { return credentials_; }
   ResponseCache& cache() noexcept { return cache_; }
   /// What the session's configuration asks of every transfer. Throws std::bad_alloc.
@@ -98,6 +100,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   const HeaderLines resolverLines_;
   CURLM* multi_ = nullptr;
   CURLSH* cookies_ = nullptr;
+  HandlePool handles_;  // they hold the cookies
   CredentialStore credentials_;
   ResponseCache cache_;
   HostQueues queues_;

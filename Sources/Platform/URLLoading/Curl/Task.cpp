@@ -162,8 +162,9 @@ void CurlTask::challengeAnswered(URLSessionAuthChallengeDisposition disposition,
 std::optional<URLRequest> CurlTask::requestInstead(const HTTPURLResponse&) { return std::nullopt; }
 
 void CurlTask::setCurrentRequest(URLRequest request) {
+  auto present = std::make_unique<const URLRequest>(std::move(request));
   const MutexLock lock(mutex_);
-  redirectedRequest_ = std::move(request);
+  redirectedRequest_.swap(present);
 }
 
 void CurlTask::setResponse(std::shared_ptr<const HTTPURLResponse> response) {

@@ -145,7 +145,7 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   Mailbox mailbox_;
 
   mutable Mutex mutex_;
-  std::optional<URLRequest> redirectedRequest_ TARN_GUARDED_BY(mutex_);
+  std::unique_ptr<const URLRequest> redirectedRequest_ TARN_GUARDED_BY(mutex_);
   std::shared_ptr<const HTTPURLResponse> response_ TARN_GUARDED_BY(mutex_);
   std::optional<Error> error_ TARN_GUARDED_BY(mutex_);
 

@@ -107,31 +107,39 @@ void Transfer::start() noexcept {
 
 void Transfer::attach() {
   stage_ = Stage::running;
-  EasyHandle easy(curl_easy_init());
-  if (!easy) throw std::bad_alloc();
   body_ = RequestBody::of(*request_, bodyFile_);
+  auto handle = core_->handles().take({origin_, request_->httpMethod(), body_ != nullptr});
   bodyOffset_ = 0;
   routesTried_ = core_->engine().routes().changes();
   triedAddresses_.clear();
   withoutRoute_ = false;
-  configure(easy.get());
-  core_->attach(*this, easy.get());
-  easy_ = std::move(easy);
+  configure(*handle);
+  core_->attach(*this, handle->easy());
+  handle_ = std::move(handle);
   lastProgress_ = core_->engine().now();
   armTimer();
 }
 
-void Transfer::leaveConnection() noexcept {
-  if (easy_) {
-    handshake_.abandon(easy_.get(), *core_);
+// What libcurl keeps in a handle beyond its options, as the host of a Host field, for the session's
+// cookies, or the number of attempts and the last error of the system: the next transfer with the
+// handle must not meet it.
+bool Transfer::leavesNoTrace(CURLcode result) const noexcept {
+  const auto& request = sentRequest();
+  return result == CURLE_OK && !outcome_ && requestCount_ == 1 && triedAddresses_.empty() &&
+         !authenticator_.isInvolved() && !request.value("Host") && !request.value("Cookie");
+}
+
+void Transfer::leaveConnection(bool keepsHandle) noexcept {
+  if (handle_) {
+    handshake_.abandon(handle_->easy(), *core_);
     // libcurl forgets to free what it holds back for a paused transfer: here it gets rid of it.
     discarding_ = true;
-    curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
+    curl_easy_pause(handle_->easy(), CURLPAUSE_CONT);
     discarding_ = false;
-    core_->detach(*this, easy_.get());
+    core_->detach(*this, handle_->easy());
   }
-  easy_.reset();
-  headerLines_.reset();
+  if (keepsHandle) core_->handles().give(std::move(handle_));
+  handle_.reset();
   body_.reset();
   try {
     if (std::exchange(hasSlot_, false)) core_->release(origin_);
@@ -163,7 +171,7 @@ void Transfer::transferEnded(CURLcode result) noexcept {
   } catch (const std::exception& failure) {
     outcome_.emplace(URLError::unknown, failure.what());
   }
-  leaveConnection();
+  leaveConnection(leavesNoTrace(result));
   if (stage_ == Stage::asking) return;
   if (handshake_.isToBeRepeated()) {
     if (!handshake_.isAsking()) guarded(&Transfer::repeatHandshake);
@@ -209,16 +217,16 @@ std::optional<URLError> Transfer::failureOf(CURLcode result) {
   long systemError = 0;
   long requestSize = 0;
   Failure failure;
-  curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &systemError);
-  curl_easy_getinfo(easy_.get(), CURLINFO_REQUEST_SIZE, &requestSize);
-  curl_easy_getinfo(easy_.get(), CURLINFO_HTTP_CONNECTCODE, &failure.proxyAnswer);
+  curl_easy_getinfo(handle_->easy(), CURLINFO_OS_ERRNO, &systemError);
+  curl_easy_getinfo(handle_->easy(), CURLINFO_REQUEST_SIZE, &requestSize);
+  curl_easy_getinfo(handle_->easy(), CURLINFO_HTTP_CONNECTCODE, &failure.proxyAnswer);
   failure.curlCode = result;
   failure.systemError = static_cast<int>(systemError);
   failure.requestSent = requestSize > 0;
   failure.answerStarted = head_.started();
   failure.lengthAnnounced = head_.complete() && head_.announcedLength().has_value();
   failure.bodyStarted = bodyStarted_;
-  failure.curlText = curlText_.data();
+  failure.curlText = handle_->errorText();
   failure.tls = handshake_.record();
   failure.withoutRoute = withoutRoute_ = lacksRoute(failure);
   return makeError(failure, request_->url().redacted());
@@ -234,7 +242,7 @@ void Transfer::setSuspended(bool suspended) {
   if (std::exchange(suspended_, suspended) == suspended) return;
   if (suspended) {
     // Before there is a connection this has no effect; the callbacks then hold the transfer up.
-    if (easy_) curl_easy_pause(easy_.get(), CURLPAUSE_ALL);
+    if (handle_) curl_easy_pause(handle_->easy(), CURLPAUSE_ALL);
     return;
   }
   lastProgress_ = core_->engine().now();
@@ -242,7 +250,7 @@ void Transfer::setSuspended(bool suspended) {
   // What had been found may be out of date by now.
   if (stage_ == Stage::kept) return guarded(&Transfer::enterQueue);
   if (stage_ == Stage::queued) core_->admitNext(origin_);
-  if (easy_) guarded(&Transfer::unpause);
+  if (handle_) guarded(&Transfer::unpause);
 }
 
 void Transfer::roomMade() {
@@ -256,12 +264,12 @@ void Transfer::readOn() {
   if (decoder_ && !decoderDry_ && !drainDecoder()) return finish(std::move(refusal_));
   if (!decoderDry_ || stage_ == Stage::asking) return;
   if (stage_ == Stage::draining) return conclude();
-  if (easy_ && !suspended_) unpause();
+  if (handle_ && !suspended_) unpause();
 }
 
 // libcurl hands over at once what it held back, so this calls bodyPart() again.
 void Transfer::unpause() {
-  const auto result = curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
+  const auto result = curl_easy_pause(handle_->easy(), CURLPAUSE_CONT);
   if (refusal_) transferEnded(result);
 }
 
@@ -321,11 +329,11 @@ void Transfer::loginAnswered(URLSessionAuthChallengeDisposition disposition,
 // answer.
 void Transfer::holdRefusedTunnel() {
   long status = 0;
-  curl_easy_getinfo(easy_.get(), CURLINFO_HTTP_CONNECTCODE, &status);
+  curl_easy_getinfo(handle_->easy(), CURLINFO_HTTP_CONNECTCODE, &status);
   if (status != 407) return;
   HTTPHeaderFields fields;
   curl_header* field = nullptr;
-  while ((field = curl_easy_nextheader(easy_.get(), CURLH_CONNECT, -1, field)) != nullptr) {
+  while ((field = curl_easy_nextheader(handle_->easy(), CURLH_CONNECT, -1, field)) != nullptr) {
     fields.add(field->name, field->value);
   }
   auto response =
@@ -352,7 +360,7 @@ void Transfer::askAboutHeld() {
 
 void Transfer::askRedirect() {
   // Its body is held as it came, encoded perhaps.
-  const bool whole = !easy_ && !outcome_ && !decoder_;
+  const bool whole = !handle_ && !outcome_ && !decoder_;
   if (whole) cache_.complete(sentRequest(), Data(heldBody_));
   if (++redirectCount_ > mostRedirects) {
     return finish(error(URLError::httpTooManyRedirects, "Too many redirects."));
@@ -418,7 +426,7 @@ void Transfer::takeHeld() {
     return finish(std::move(refusal_));
   }
   armTimer();
-  if (!easy_) return conclude();
+  if (!handle_) return conclude();
   if (!suspended_) unpause();
 }
 

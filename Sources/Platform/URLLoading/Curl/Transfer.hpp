@@ -4,9 +4,9 @@
 #include <Platform/URLLoading/Curl/Authenticator.hpp>
 #include <Platform/URLLoading/Curl/CacheExchange.hpp>
 #include <Platform/URLLoading/Curl/ContentDecoder.hpp>
+#include <Platform/URLLoading/Curl/HandlePool.hpp>
 #include <Platform/URLLoading/Curl/Handshake.hpp>
 #include <Platform/URLLoading/Curl/HeadParser.hpp>
-#include <Platform/URLLoading/Curl/RequestOptions.hpp>
 #include <Platform/URLLoading/Curl/RouteMonitor.hpp>
 #include <Platform/URLLoading/Curl/TimerHeap.hpp>
 #include <Platform/URLLoading/Detail/Origin.hpp>
@@ -17,7 +17,6 @@
 
 #include <curl/curl.h>
 
-#include <array>
 #include <memory>
 #include <optional>
 #include <string>
@@ -75,8 +74,10 @@ class Transfer final : private Timer, private RouteWaiter {
   void completeRequest();
   const URLRequest& sentRequest() const noexcept { return completed_ ? *completed_ : *request_; }
   void attach();
-  void configure(CURL* easy);
-  void leaveConnection() noexcept;
+  void configure(TransferHandle& handle);
+  void setCallbacks(CURL* easy);
+  bool leavesNoTrace(CURLcode result) const noexcept;
+  void leaveConnection(bool keepsHandle = false) noexcept;
   void finish(std::optional<URLError> error) noexcept;
   void conclude();
   void guarded(void (Transfer::*action)()) noexcept;
@@ -160,11 +161,10 @@ class Transfer final : private Timer, private RouteWaiter {
   Clock::time_point lastProgress_;
 
   // Of the present attempt.
-  EasyHandle easy_;
+  std::unique_ptr<TransferHandle> handle_;
   std::uint64_t routesTried_ = 0;  // RouteMonitor::changes() when it began
   std::vector<sockaddr_storage> triedAddresses_;
   bool withoutRoute_ = false;
-  HeaderLines headerLines_;
   std::unique_ptr<RequestBody> body_;  // null where none goes out
   std::int64_t bodyOffset_ = 0;
   curl_off_t bytesSent_ = 0;
@@ -185,7 +185,6 @@ class Transfer final : private Timer, private RouteWaiter {
   std::shared_ptr<const TLSRecord> endOfBody_;  // of the connection whose end is that of the body
   std::optional<URLError> refusal_;             // why a callback of ours made libcurl stop
   std::optional<URLError> outcome_;             // of libcurl's part
-  std::array<char, CURL_ERROR_SIZE> curlText_{};
 };
 
 }  // namespace tarn::detail

@@ -84,49 +84,58 @@ struct TransferCallbacks {
   }
 };
 
-void Transfer::configure(CURL* easy) {
+void Transfer::configure(TransferHandle& handle) {
   const URLRequest& request = sentRequest();
-  setRequestOptions(easy, request, body_.get(), origin_, core_->proxies());
-  core_->setOptions(easy, origin_);
-  headerLines_ = detail::headerLines(request, body_.get(), authenticator_.authorization(request));
-  cache_.send(headerLines_);
-  setOption(easy, CURLOPT_HTTPHEADER, headerLines_.get());
+  CURL* const easy = handle.easy();
+  if (handle.isFresh()) {
+    setRequestOptions(easy, request.httpMethod(), body_ != nullptr, origin_, core_->proxies());
+    core_->setOptions(easy, origin_);
+    setCallbacks(easy);
+  }
+  handle.setAddress(request.url().absoluteString());
+  handle.setFields(request, authenticator_.authorization(request));
+  cache_.send(handle);
   authenticator_.configure(easy, request);
-  curlText_[0] = '\0';
-  setOption(easy, CURLOPT_ERRORBUFFER, curlText_.data());
-  setOption(easy, CURLOPT_PRIVATE, static_cast<void*>(this));
+  // Not as a header field: this way it shares one with the session's own cookies.
+  if (const auto cookie = request.value("Cookie")) {
+    setOption(easy, CURLOPT_COOKIE, std::string(*cookie).c_str());
+  }
+  for (const auto option : {CURLOPT_PRIVATE, CURLOPT_HEADERDATA, CURLOPT_WRITEDATA,
+                            CURLOPT_OPENSOCKETDATA, CURLOPT_PREREQDATA, CURLOPT_SSL_CTX_DATA}) {
+    setOption(easy, option, static_cast<void*>(this));
+  }
+  if (!body_) return;
+  setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{body_->size()});
+  for (const auto option : {CURLOPT_READDATA, CURLOPT_SEEKDATA, CURLOPT_XFERINFODATA}) {
+    setOption(easy, option, static_cast<void*>(this));
+  }
+}
+
+// Which functions of ours libcurl calls; with what, it is told for each transfer.
+void Transfer::setCallbacks(CURL* easy) {
   setOption(easy, CURLOPT_HEADERFUNCTION, &TransferCallbacks::header);
-  setOption(easy, CURLOPT_HEADERDATA, static_cast<void*>(this));
   setOption(easy, CURLOPT_WRITEFUNCTION, &TransferCallbacks::write);
-  setOption(easy, CURLOPT_WRITEDATA, static_cast<void*>(this));
   setOption(easy, CURLOPT_OPENSOCKETFUNCTION, &TransferCallbacks::open);
-  setOption(easy, CURLOPT_OPENSOCKETDATA, static_cast<void*>(this));
+  setOption(easy, CURLOPT_PREREQFUNCTION, &TransferCallbacks::beforeRequest);
   // A connection outlives the transfer that opened it.
   setOption(easy, CURLOPT_CLOSESOCKETFUNCTION, &SessionCore::socketClosed);
   setOption(easy, CURLOPT_CLOSESOCKETDATA, static_cast<void*>(core_.get()));
   if (body_) {
     setOption(easy, CURLOPT_READFUNCTION, &TransferCallbacks::read);
-    setOption(easy, CURLOPT_READDATA, static_cast<void*>(this));
     setOption(easy, CURLOPT_SEEKFUNCTION, &TransferCallbacks::seek);
-    setOption(easy, CURLOPT_SEEKDATA, static_cast<void*>(this));
     setOption(easy, CURLOPT_XFERINFOFUNCTION, &TransferCallbacks::progress);
-    setOption(easy, CURLOPT_XFERINFODATA, static_cast<void*>(this));
     setOption(easy, CURLOPT_NOPROGRESS, 0L);
   }
-  setOption(easy, CURLOPT_PREREQFUNCTION, &TransferCallbacks::beforeRequest);
-  setOption(easy, CURLOPT_PREREQDATA, static_cast<void*>(this));
   const bool proxyIsSecure = secureProxy().has_value();
-  if (origin_.secure || proxyIsSecure) {
-    const long oldest = oldestVersion(core_->configuration().tlsMinimumSupportedProtocolVersion);
-    setOption(easy, CURLOPT_SSLVERSION, oldest);
-    if (proxyIsSecure) {
-      setOption(easy, CURLOPT_PROXY_SSLVERSION, oldest);
-      setOption(easy, CURLOPT_PROXY_CAINFO, static_cast<const char*>(nullptr));
-      setOption(easy, CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
-    }
-    setOption(easy, CURLOPT_SSL_CTX_FUNCTION, &TransferCallbacks::sslContext);
-    setOption(easy, CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
+  if (!origin_.secure && !proxyIsSecure) return;
+  const long oldest = oldestVersion(core_->configuration().tlsMinimumSupportedProtocolVersion);
+  setOption(easy, CURLOPT_SSLVERSION, oldest);
+  if (proxyIsSecure) {
+    setOption(easy, CURLOPT_PROXY_SSLVERSION, oldest);
+    setOption(easy, CURLOPT_PROXY_CAINFO, static_cast<const char*>(nullptr));
+    setOption(easy, CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
   }
+  setOption(easy, CURLOPT_SSL_CTX_FUNCTION, &TransferCallbacks::sslContext);
 }
 
 void Transfer::progressed() noexcept { lastProgress_ = core_->engine().now(); }
@@ -155,7 +164,7 @@ void Transfer::answerArrived() {
   const auto length = head_.announcedLength().value_or(-1);
   if (origin_.secure && head_.bodyEndsWithConnection()) {
     curl_tlssessioninfo* tls = nullptr;
-    curl_easy_getinfo(easy_.get(), CURLINFO_TLS_SSL_PTR, &tls);
+    curl_easy_getinfo(handle_->easy(), CURLINFO_TLS_SSL_PTR, &tls);
     if (tls != nullptr && tls->internals != nullptr)
       endOfBody_ = recordOfConnection(tls->internals);
   }

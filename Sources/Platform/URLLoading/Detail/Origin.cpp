@@ -15,11 +15,13 @@ std::optional<Origin> Origin::of(const URL& url) {
 }
 
 std::string requestTarget(const URL& url) {
-  const auto text = url.redacted();
-  const auto authority = text.find("://") + 3;
-  const auto begin = std::min(text.find_first_of("/?#", authority), text.size());
-  const auto target = text.substr(begin, std::min(text.find('#'), text.size()) - begin);
-  return target.starts_with('/') ? target : "/" + target;
+  // Behind the authority there is no user information.
+  std::string_view text = url.absoluteString();
+  text.remove_prefix(std::min(text.find("://") + 3, text.size()));
+  const auto begin = std::find_if(text.begin(), text.end(),
+                                  [](char c) { return c == '/' || c == '?' || c == '#'; });
+  const std::string_view target(begin, std::find(begin, text.end(), '#'));
+  return target.starts_with('/') ? std::string(target) : "/" + std::string(target);
 }
 
 }  // namespace tarn::detail

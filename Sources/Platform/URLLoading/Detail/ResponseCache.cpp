@@ -27,7 +27,7 @@ ResponseCache::Entry ResponseCache::find(const URLRequest& request) {
 }
 
 void ResponseCache::store(const URLRequest& request, Entry entry) {
-  forget(request);
+  forget(request, entry->key());
   if (entry->cost() > mostCost()) return;
   limitVariants(entry->key());
   insert(std::move(entry));
@@ -41,7 +41,10 @@ void ResponseCache::renew(const Entry& entry, Entry renewed) {
 }
 
 void ResponseCache::forget(const URLRequest& request) {
-  const auto key = StoredAnswer::keyOf(request.url());
+  forget(request, StoredAnswer::keyOf(request.url()));
+}
+
+void ResponseCache::forget(const URLRequest& request, std::string_view key) {
   auto [place, end] = places_.equal_range(key);
   while (place != end) {
     place = (*place->second)->answers(request) ? remove(place) : std::next(place);

@@ -49,6 +49,7 @@ class ResponseCache {
   using Entries = std::list<Entry>;  // the one used last comes first
   using Places = std::unordered_multimap<std::string_view, Entries::iterator>;
 
+  void forget(const URLRequest& request, std::string_view key);
   void insert(Entry entry);
   Places::iterator remove(Places::iterator place) noexcept;
   Places::iterator placeOf(const Entry& entry) noexcept;

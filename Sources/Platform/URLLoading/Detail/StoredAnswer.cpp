@@ -78,12 +78,16 @@ StoredAnswer::Head withFields(const HTTPURLResponse& head, const URL& url,
 }
 
 StoredAnswer::Head withoutConnectionFields(StoredAnswer::Head head) {
-  const ConnectionFields ofConnection(head->allHeaderFields());
+  const auto& all = head->allHeaderFields();
+  const ConnectionFields ofConnection(all);
+  if (std::none_of(all.begin(), all.end(),
+                   [&](const auto& field) { return ofConnection.contains(field.first); })) {
+    return head;
+  }
   HTTPHeaderFields fields;
-  for (const auto& [name, value] : head->allHeaderFields()) {
+  for (const auto& [name, value] : all) {
     if (!ofConnection.contains(name)) fields.add(name, value);
   }
-  if (fields.size() == head->allHeaderFields().size()) return head;
   return withFields(*head, head->url(), std::move(fields));
 }
 
@@ -122,7 +126,6 @@ StoredAnswer::StoredAnswer(const URLRequest& request, Head head, Data body, Exch
       times_(times),
       control_(cacheControlOf(head_->allHeaderFields())),
       selectors_(selectorsIn(request)),
-      initialAge_(initialAge()),
       lifetime_(lifetime()),
       cost_(countCost()) {}
 
@@ -151,6 +154,7 @@ bool StoredAnswer::answers(const URLRequest& request) const {
 
 bool StoredAnswer::isUsable(const CacheControl& request, WallTime now) const noexcept {
   if (request.noCache || control_.noCache) return false;
+  if (lifetime_ <= seconds(0) && !request.maxStale) return false;  // as most are
   const auto present = age(now);
   if (request.maxAge && present >= *request.maxAge) return false;
   const auto left = lifetime_ - present;
@@ -161,7 +165,7 @@ bool StoredAnswer::isUsable(const CacheControl& request, WallTime now) const noe
 
 seconds StoredAnswer::age(WallTime now) const noexcept {
   const auto resident = std::max(now - times_.answered, WallTime::duration(0));
-  return std::chrono::floor<seconds>(initialAge_ + resident);
+  return std::chrono::floor<seconds>(initialAge() + resident);
 }
 
 StoredAnswer::Head StoredAnswer::headFor(const URL& url, std::optional<seconds> age) const {
@@ -188,6 +192,7 @@ WallTime::duration StoredAnswer::initialAge() const noexcept {
 // RFC 9111, 4.2.1 and 4.2.2.
 seconds StoredAnswer::lifetime() const noexcept {
   if (control_.maxAge) return *control_.maxAge;
+  if (!field("Expires") && !field("Last-Modified")) return seconds(0);
   const auto date = dateField("Date").value_or(times_.answered);
   const auto between = [](WallTime first, WallTime last) {
     return std::max(std::chrono::floor<seconds>(last - first), seconds(0));

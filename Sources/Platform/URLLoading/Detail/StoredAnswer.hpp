@@ -85,7 +85,6 @@ class StoredAnswer {
   ExchangeTimes times_;
   CacheControl control_;
   std::vector<Selector> selectors_;  // what it varies by, as the request had them
-  WallTime::duration initialAge_;
   std::chrono::seconds lifetime_;
   std::size_t cost_;
 };
