@@ -15,6 +15,7 @@ namespace {
 constexpr int turnsOnNextLimit = 32;
 constexpr std::size_t turnsPerLevelRound = 16;
 constexpr int ticksUntilStalled = 10;
+constexpr int ticksUntilExhausted = 1000;
 constexpr std::chrono::seconds idleTime{3};
 
 /// On a thread of its own: the log is the application's code, and all others are at work or have to
@@ -248,12 +249,14 @@ bool WorkerPool::stalled() {
       readyCount_.load(std::memory_order_relaxed) == 0 || taken_ != takenAtLastTick_;
   takenAtLastTick_ = taken_;
   ticksWithoutProgress_ = progress ? 0 : ticksWithoutProgress_ + 1;
-  if (ticksWithoutProgress_ < ticksUntilStalled) return false;
-  ticksWithoutProgress_ = 0;
-  return true;
+  return !progress && ticksWithoutProgress_ % ticksUntilStalled == 0;
 }
 
-bool WorkerPool::isExhausted() const { return threads_ == maximumThreads && idle_.empty(); }
+/// Not just for a moment, as the threads of a busy machine may be.
+bool WorkerPool::isExhausted() const {
+  return threads_ == maximumThreads && idle_.empty() &&
+         ticksWithoutProgress_ >= ticksUntilExhausted;
+}
 
 bool WorkerPool::needsTick() {
   const MutexLock lock(mutex_);
