@@ -118,9 +118,9 @@ void Engine::abandon() noexcept {
   }
   close(epoll_);
   close(wakeUp_);
-  routes_.abandon();
   for (std::size_t socket = 0; socket < watches_.size(); ++socket) {
-    if (watches_[socket].lingers) close(static_cast<int>(socket));
+    const Watch& watch = watches_[socket];
+    if (watch.lingers || watch.owner != nullptr) close(static_cast<int>(socket));
   }
 }
 
@@ -286,7 +286,7 @@ void Engine::endWatch(int socket, Watch& watch) noexcept {
   watch.clear();
 }
 
-void Engine::socketOpened(int socket) { watchOf(socket).lingers = true; }
+void Engine::connectionKept(int socket) { watchOf(socket).lingers = true; }
 
 void Engine::socketClosed(int socket) noexcept {
   // Closing took it out of the kernel's set.

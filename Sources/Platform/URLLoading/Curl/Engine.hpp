@@ -44,10 +44,10 @@ class Engine {
   /// Registers interest in a socket for its owner; `events` are epoll's, none of them ends it.
   void watch(int socket, std::uint32_t events, SocketOwner& owner);
   void unwatch(int socket) noexcept;
-  /// Tells of a connection's socket. Its registration then outlives the end of interest until
-  /// something happens on it: mostly the next transfer takes the connection over before, and
-  /// nothing has to be changed.
-  void socketOpened(int socket);
+  /// Tells of the socket of a connection that is kept. Its registration then outlives the end of
+  /// interest until something happens on it: mostly the next transfer takes the connection over
+  /// before, and nothing has to be changed. Ends with socketClosed().
+  void connectionKept(int socket);
   void socketClosed(int socket) noexcept;
   /// Ends every registration of an owner.
   void forget(const SocketOwner& owner) noexcept;

@@ -35,10 +35,6 @@ void RouteMonitor::remove(RouteWaiter& waiter) noexcept {
   close(std::exchange(socket_, -1));
 }
 
-void RouteMonitor::abandon() noexcept {
-  if (socket_ >= 0) close(std::exchange(socket_, -1));
-}
-
 bool RouteMonitor::listen() {
   const int socket = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
   if (socket < 0) return false;

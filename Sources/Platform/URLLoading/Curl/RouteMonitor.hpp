@@ -35,9 +35,6 @@ class RouteMonitor final : private SocketOwner, private Timer {
   bool add(RouteWaiter& waiter);
   void remove(RouteWaiter& waiter) noexcept;
 
-  /// In a child of fork(): lets go of what leads to the parent.
-  void abandon() noexcept;
-
  private:
   bool listen();
   void socketReady(int socket, std::uint32_t events) noexcept override;

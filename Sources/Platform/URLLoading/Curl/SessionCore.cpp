@@ -100,6 +100,9 @@ void SessionCore::attach(const Transfer& transfer, CURL* easy) {
 
 void SessionCore::detach(const Transfer& transfer, CURL* easy) noexcept {
   curl_multi_remove_handle(multi_, easy);
+  // libcurl closes a socket that did not become a connection without a word, and the number may be
+  // somebody else's by now.
+  std::erase_if(plainSockets_, [&](const auto& p) { return p.user == &transfer && !p.kept; });
   for (auto& plain : plainSockets_) {
     if (plain.user == &transfer) plain.user = nullptr;
   }
@@ -174,6 +177,7 @@ void SessionCore::serve() noexcept {
     if (message == nullptr) break;
     Transfer* transfer = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
+    noteKeptConnection(message->easy_handle);
     transfer->transferEnded(message->data.result);
   }
   startWaiting();
@@ -187,20 +191,35 @@ void SessionCore::startWaiting() noexcept {
   movedOn_.clear();
 }
 
+// Of a transfer that has just ended by itself.
+void SessionCore::noteKeptConnection(CURL* easy) {
+  long connections = 0;
+  curl_easy_getinfo(easy, CURLINFO_NUM_CONNECTS, &connections);
+  if (connections == 0) return;  // it went over one that is known
+  curl_socket_t socket = CURL_SOCKET_BAD;
+  curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &socket);
+  if (socket == CURL_SOCKET_BAD) return;
+  engine_.connectionKept(socket);
+  for (auto& plain : plainSockets_) {
+    if (plain.socket == socket) plain.kept = true;
+  }
+}
+
 // Bytes that arrive on a connection while it is idle belong to no request; libcurl would take them
 // for the answer to the next one. With the bytes gone and its end in sight, the connection looks to
 // libcurl like one that the server closed.
 void SessionCore::dropSurprisedSockets() noexcept {
   for (auto& plain : plainSockets_) {
-    if (plain.user != nullptr || plain.checked == engine_.now()) continue;
+    if (!plain.kept || plain.user != nullptr || plain.checked == engine_.now()) continue;
     plain.checked = engine_.now();
     if (dropBytes(plain.socket)) shutdown(plain.socket, SHUT_RDWR);
   }
 }
 
 void SessionCore::socketOpened(int socket, const Transfer& transfer) {
-  engine_.socketOpened(socket);
-  if (!transfer.origin().secure) plainSockets_.push_back({socket, &transfer, {}});
+  if (transfer.origin().secure) return;
+  std::erase_if(plainSockets_, [socket](const auto& plain) { return plain.socket == socket; });
+  plainSockets_.push_back({socket, &transfer});
 }
 
 int SessionCore::socketClosed(void* self, curl_socket_t socket) noexcept {

@@ -81,13 +81,15 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   struct PlainSocket {
     int socket;
     const Transfer* user;
-    Clock::time_point checked;  // the round in which it was last found to be quiet
+    bool kept = false;            // has been left by a transfer, in order to be used again
+    Clock::time_point checked{};  // the round in which it was last found to be quiet
   };
 
   void open();
   void touch();
   void timerFired() noexcept override;
   void startWaiting() noexcept;
+  void noteKeptConnection(CURL* easy);
   void dropSurprisedSockets() noexcept;
   void socketChanged(CURL* easy, curl_socket_t socket, int what);
   static int onSocket(CURL* easy, curl_socket_t socket, int what, void* self, void*) noexcept;

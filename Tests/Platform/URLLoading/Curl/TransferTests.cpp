@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <sys/socket.h>
+#include <unistd.h>
+
 namespace tarn::test {
 namespace {
 
@@ -473,6 +477,34 @@ TEST(Connections, ARequestThatForbidsItIsSentOnce) {
     EXPECT_EQ(session.load(request).code(), URLError::networkConnectionLost);
     EXPECT_EQ(server.requestCount(), 2u);
     EXPECT_EQ(server.connectionCount() <= 2, true);
+  }
+}
+
+// libcurl closes such a socket unannounced, so that its number is soon another's.
+TEST(Connections, TheNumberOfASocketThatBecameNoneIsAnothers) {
+  const UnansweredPort unanswered;
+  ScriptedServer server;
+  server.route("/", Script().respond(200, {}, "ok").close());
+  RecordedSession session;
+  for (int round = 0; round < 3; ++round) {
+    SCOPED_TRACE(round);
+    EXPECT_EQ(session.load(impatient(unanswered.url(), 0.05)).code(), URLError::timedOut);
+    EXPECT_EQ(session.load(server.url("/")).text(), "ok");
+  }
+
+  EXPECT_EQ(session.load(impatient(unanswered.url(), 0.05)).code(), URLError::timedOut);
+  std::array<std::array<int, 2>, 8> pairs{};
+  for (auto& pair : pairs) {
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()), 0);
+    for (const int end : pair) ASSERT_EQ(::send(end, "mine", 4, 0), 4);
+  }
+  EXPECT_EQ(session.load(server.url("/")).text(), "ok");
+  for (const auto& pair : pairs) {
+    for (const int end : pair) {
+      std::array<char, 8> bytes{};
+      EXPECT_EQ(::recv(end, bytes.data(), bytes.size(), MSG_DONTWAIT), 4);
+      ::close(end);
+    }
   }
 }
 
