@@ -289,10 +289,11 @@ void Engine::endWatch(int socket, Watch& watch) noexcept {
 void Engine::connectionKept(int socket) { watchOf(socket).lingers = true; }
 
 void Engine::socketClosed(int socket) noexcept {
+  const auto index = static_cast<std::size_t>(socket);
+  if (index >= watches_.size()) return;  // it failed before anyone was interested
   // Closing took it out of the kernel's set.
-  Watch& watch = watches_[static_cast<std::size_t>(socket)];
-  watch.clear();
-  watch.lingers = false;
+  watches_[index].clear();
+  watches_[index].lingers = false;
 }
 
 void Engine::forget(const SocketOwner& owner) noexcept {
