@@ -73,7 +73,7 @@ constexpr const char* addressesVariable = "TARN_TEST_EXIT_ADDRESSES";
     for (int i = 0; i < 4; ++i) session->start(secure + path);
     for (int i = 0; i < 4; ++i) session->start(plain + path);
     makeSession()->start(secure + path);  // a handshake each
-#if !defined(TARN_THREAD_SANITIZER)         // it would call libcurl's own resolver thread a leak
+#if !defined(TARN_THREAD_SANITIZER)       // it would call libcurl's own resolver thread a leak
     session->start("http://nonexistent.invalid/");
 #endif
   }
