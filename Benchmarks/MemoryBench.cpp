@@ -22,8 +22,11 @@ namespace {
 constexpr std::size_t inFlight = 64;
 constexpr std::size_t batch = 10000;
 
-// Bytes that malloc has handed out, in all of its arenas.
-std::size_t bytesInUse() { return ::mallinfo2().uordblks; }
+// Bytes that malloc has handed out, in all of its arenas and in mappings of their own.
+std::size_t bytesInUse() {
+  const auto info = ::mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
 
 double bytesEach(std::size_t before, std::size_t after) {
   return (static_cast<double>(after) - static_cast<double>(before)) / batch;

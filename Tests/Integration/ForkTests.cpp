@@ -4,6 +4,7 @@
 #include <Platform/Trust/Certificates.hpp>
 #include <Platform/Trust/SecTrust.hpp>
 #include <Platform/Types/URLError.hpp>
+#include <Support/NginxServer.hpp>
 #include <Support/ScriptedServer.hpp>
 #include <Support/System.hpp>
 #include <Support/TestAuthority.hpp>
@@ -15,13 +16,17 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <cstring>
 #include <functional>
 #include <memory>
+#include <netinet/in.h>
 #include <optional>
 #include <poll.h>
 #include <random>
 #include <spawn.h>
 #include <string>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -484,6 +489,44 @@ TEST_F(ForkTests, TheParentsConnectionsStayItsOwn) {
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
+}
+
+/// How many descriptors of this process are connected to the port.
+int connectionsTo(std::uint16_t port) {
+  int count = 0;
+  for (int descriptor = 3; descriptor < 1024; ++descriptor) {
+    sockaddr_storage peer{};
+    socklen_t size = sizeof peer;
+    if (::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0) continue;
+    sockaddr_in address{};
+    std::memcpy(&address, &peer, sizeof address);  // the port is where IPv6 has it too
+    const bool isInternet = peer.ss_family == AF_INET || peer.ss_family == AF_INET6;
+    if (isInternet && ntohs(address.sin_port) == port) ++count;
+  }
+  return count;
+}
+
+TEST_F(ForkTests, TheParentsSharedConnectionsAreNotTheChildsEither) {
+  TARN_SKIP_FORK();
+  TestAuthority authority;
+  const NginxServer nginx(authority, 8 << 20);
+  const TemporaryDirectory directory;
+  const std::string anchorFile = directory.file("anchor.der");
+  writeFile(anchorFile, TestAuthority::der(authority.caFile()));
+  TarnService::debugCertificateURLs = {URL::fileURL(anchorFile)};
+  // The one that opens the connection is through with it before the other.
+  const DispatchSemaphore done(0);
+  for (const char* path : {"/hello", "/big"}) {
+    const DataGetRequest request{URL(nginx.secureUrl(path))};
+    request.send(std::nullopt, [done](const DataResponse& response) {
+      EXPECT_FALSE(response.result.error());
+      done.signal();
+    });
+  }
+  for (int i = 0; i < 2; ++i) ASSERT_TRUE(done.wait(limit));
+  EXPECT_EQ(connectionsTo(nginx.httpsPort()), 1);
+  EXPECT_EQ(inChild([&] { return connectionsTo(nginx.httpsPort()) == 0 ? "" : "still open"; }), "");
+  EXPECT_EQ(connectionsTo(nginx.httpsPort()), 1);
 }
 
 TEST_F(ForkTests, ASessionOfTheParentIsDeadInTheChild) {

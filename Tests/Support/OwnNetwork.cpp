@@ -91,9 +91,11 @@ void inOwnNetwork(const std::function<void(OwnNetwork&)>& body) {
   if (start.status != 0) GTEST_SKIP() << "no network namespace can be made: " << start.output;
   const auto& test = *testing::UnitTest::GetInstance()->current_test_info();
   const auto name = std::string(test.test_suite_name()) + "." + test.name();
+  // As one whole, although this process may run only its share of the tests.
   const auto ended =
-      run(std::string(ownNetworkVariable) + "=1 " + start.output + " " +
-          std::filesystem::read_symlink("/proc/self/exe").string() + " --gtest_filter=" + name);
+      run("env -u GTEST_TOTAL_SHARDS -u GTEST_SHARD_INDEX " + std::string(ownNetworkVariable) +
+          "=1 " + start.output + " " + std::filesystem::read_symlink("/proc/self/exe").string() +
+          " --gtest_filter=" + name);
   EXPECT_EQ(ended.status, 0) << ended.output;
   EXPECT_NE(ended.output.find("[  PASSED  ] 1 test."), std::string::npos) << ended.output;
 }

@@ -128,12 +128,14 @@ ThreadSafeDictionary<std::string, TaskRef>& taskDictionary() {
 }
 
 void HTTPTaskProducer::addTaskRefToQueue(TaskRef ref) const {
-  const std::string refKey = key(ref->task->taskIdentifier());
+  const URLSessionTask* const task = ref->task.get();
+  const std::string refKey = key(task->taskIdentifier());
   TaskRef previous;  // let go after the queue: what it holds may be the application's
   taskDictionary().update([&](auto& refs) {
     previous = std::exchange(refs[refKey], std::move(ref));
+    if (!previous || previous->isReported || previous->task.get() == task) return;
     // In the same step, so that events of the older task find their record all the time.
-    if (previous && !previous->isReported) displacedTaskRefs().set(previous->task.get(), previous);
+    displacedTaskRefs().set(previous->task.get(), previous);
   });
 }
 

@@ -146,6 +146,19 @@ TEST_F(HTTPTaskProducerTests, FailureReachesAFileCompletionToo) {
   EXPECT_FALSE(files.value(0));
 }
 
+TEST_F(HTTPTaskProducerTests, AnotherRecordOfTheSameTaskTakesThePlaceOfTheFirst) {
+  const auto task = producer->session()->dataTask(URLRequest(URL("http://127.0.0.1:1/")));
+  const auto makeRecord = [&] {
+    return std::make_shared<URLSessionTaskRef>(
+        task, false, nullptr, URLSessionTaskRef::DataCompletion([](auto, auto, auto) {}));
+  };
+  auto first = makeRecord();
+  const std::weak_ptr<URLSessionTaskRef> watched = first;
+  producer->addTaskRefToQueue(std::move(first));
+  producer->addTaskRefToQueue(makeRecord());
+  EXPECT_TRUE(watched.expired());
+}
+
 TEST_F(HTTPTaskProducerTests, SuccessWithACompletionOfTheWrongKindEndsTheProcess) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
   EXPECT_DEATH(

@@ -14,6 +14,7 @@ constexpr int itemsPerTurn = 8;
 
 // How long a worker waits for its turn before it is made up for. Turns are mostly short: made up
 // for at once, many syncs on one queue would soon have all threads there may be waiting for it.
+// What the worker was to run next waits as long.
 constexpr std::chrono::milliseconds briefWait{1};
 
 // In a child of fork(): what the forking thread was inside of. Never destroyed.

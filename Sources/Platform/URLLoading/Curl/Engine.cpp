@@ -286,7 +286,10 @@ void Engine::endWatch(int socket, Watch& watch) noexcept {
   watch.clear();
 }
 
-void Engine::connectionKept(int socket) { watchOf(socket).lingers = true; }
+void Engine::connectionKept(int socket) noexcept {
+  const auto index = static_cast<std::size_t>(socket);
+  if (index < watches_.size()) watches_[index].lingers = true;
+}
 
 void Engine::socketClosed(int socket) noexcept {
   const auto index = static_cast<std::size_t>(socket);

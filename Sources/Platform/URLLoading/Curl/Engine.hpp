@@ -47,7 +47,7 @@ class Engine {
   /// Tells of the socket of a connection that is kept. Its registration then outlives the end of
   /// interest until something happens on it: mostly the next transfer takes the connection over
   /// before, and nothing has to be changed. Ends with socketClosed().
-  void connectionKept(int socket);
+  void connectionKept(int socket) noexcept;
   void socketClosed(int socket) noexcept;
   /// Ends every registration of an owner.
   void forget(const SocketOwner& owner) noexcept;

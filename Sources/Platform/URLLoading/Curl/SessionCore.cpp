@@ -99,6 +99,7 @@ void SessionCore::attach(const Transfer& transfer, CURL* easy) {
 }
 
 void SessionCore::detach(const Transfer& transfer, CURL* easy) noexcept {
+  noteKeptConnection(transfer, easy);
   curl_multi_remove_handle(multi_, easy);
   // libcurl closes a socket that did not become a connection without a word, and the number may be
   // somebody else's by now.
@@ -177,7 +178,6 @@ void SessionCore::serve() noexcept {
     if (message == nullptr) break;
     Transfer* transfer = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
-    noteKeptConnection(message->easy_handle);
     transfer->transferEnded(message->data.result);
   }
   startWaiting();
@@ -191,11 +191,12 @@ void SessionCore::startWaiting() noexcept {
   movedOn_.clear();
 }
 
-// Of a transfer that has just ended by itself.
-void SessionCore::noteKeptConnection(CURL* easy) {
+// libcurl names the connection to the last of the transfers that share it, if all of them ended by
+// themselves. Without TLS none is shared, and only one that the transfer opened is new to us.
+void SessionCore::noteKeptConnection(const Transfer& transfer, CURL* easy) noexcept {
   long connections = 0;
   curl_easy_getinfo(easy, CURLINFO_NUM_CONNECTS, &connections);
-  if (connections == 0) return;  // it went over one that is known
+  if (connections == 0 && !transfer.origin().secure) return;
   curl_socket_t socket = CURL_SOCKET_BAD;
   curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &socket);
   if (socket == CURL_SOCKET_BAD) return;

@@ -89,7 +89,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   void touch();
   void timerFired() noexcept override;
   void startWaiting() noexcept;
-  void noteKeptConnection(CURL* easy);
+  void noteKeptConnection(const Transfer& transfer, CURL* easy) noexcept;
   void dropSurprisedSockets() noexcept;
   void socketChanged(CURL* easy, curl_socket_t socket, int what);
   static int onSocket(CURL* easy, curl_socket_t socket, int what, void* self, void*) noexcept;

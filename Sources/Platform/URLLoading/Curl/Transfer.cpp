@@ -122,11 +122,13 @@ void Transfer::attach() {
 
 // What libcurl keeps in a handle beyond its options, as the host of a Host field, for the session's
 // cookies, or the number of attempts and the last error of the system: the next transfer with the
-// handle must not meet it.
+// handle must not meet it. Nor is a buffer of half a megabyte to wait with it: where a connection
+// is shared, libcurl does not free that of an upload.
 bool Transfer::leavesNoTrace(CURLcode result) const noexcept {
   const auto& request = sentRequest();
   return result == CURLE_OK && !outcome_ && requestCount_ == 1 && triedAddresses_.empty() &&
-         !authenticator_.isInvolved() && !request.value("Host") && !request.value("Cookie");
+         !(body_ && origin_.secure) && !authenticator_.isInvolved() && !request.value("Host") &&
+         !request.value("Cookie");
 }
 
 void Transfer::leaveConnection(bool keepsHandle) noexcept {
