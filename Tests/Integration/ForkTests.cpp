@@ -167,6 +167,7 @@ std::string download(const std::string& url) {
   if (!done.wait(limit)) return "a download is not answered";
   if (path->empty() || readFile(*path) != "ok") return "a download fails";
   ::unlink(path->c_str());
+  ::rmdir(path->substr(0, path->rfind('/')).c_str());  // the download's own
   return "";
 }
 
