@@ -39,7 +39,7 @@ bool describesSame(const StoredAnswer& kept, const HTTPURLResponse& head) noexce
 
 }  // namespace
 
-bool CacheExchange::begin(const URLRequest& request, bool sendsFile) {
+bool CacheExchange::begin(const URLRequest& request, const Origin& origin, bool sendsFile) {
   active_ = mayStore_ = confirmed_ = false;
   kept_.reset();
   gathering_.reset();
@@ -52,9 +52,10 @@ bool CacheExchange::begin(const URLRequest& request, bool sendsFile) {
   bool usable = false;
   bool mustNotSend = policy == Policy::returnCacheDataDontLoad;
   if (active_) {
+    key_ = ResponseCache::keyOf(origin, request.url());
     const auto control = cacheControlOf(request);
     mayStore_ = method == "GET" && !control.noStore;
-    if (policy != Policy::reloadIgnoringLocalCacheData) kept_ = cache_.find(request);
+    if (policy != Policy::reloadIgnoringLocalCacheData) kept_ = cache_.find(key_, request);
     if (policy == Policy::useProtocolCachePolicy) {
       usable = kept_ && kept_->isUsable(control, wallTime());
     } else {
@@ -104,7 +105,7 @@ bool CacheExchange::answerArrived(const URLRequest& request,
   if (keep) {
     gathering_ = std::move(head);
   } else if (head->statusCode() < 300) {
-    cache_.forget(request);  // it is out of date
+    cache_.forget(key_, request);  // it is out of date
   }
   return false;
 }
@@ -112,23 +113,24 @@ bool CacheExchange::answerArrived(const URLRequest& request,
 // RFC 9111, 4.4.
 void CacheExchange::answerToChange(const URLRequest& request, const HTTPURLResponse& head) {
   if (head.statusCode() < 200 || head.statusCode() >= 400) return;
-  cache_.invalidate(request.url());
+  const auto origin = Origin::of(request.url()).value_or(Origin());
+  cache_.invalidate(ResponseCache::keyOf(origin, request.url()));
   for (const auto name : {"Location", "Content-Location"}) {
     const auto address = head.allHeaderFields().value(name);
     const auto url = address ? URL::parse(*address, request.url()) : std::nullopt;
-    if (url && Origin::of(*url) == Origin::of(request.url())) cache_.invalidate(*url);
+    if (url && Origin::of(*url) == origin) cache_.invalidate(ResponseCache::keyOf(origin, *url));
   }
 }
 
 void CacheExchange::answerToHead(const URLRequest& request, const HTTPURLResponse& head) {
   if (request.httpMethod() != "HEAD" || head.statusCode() != 200) return;
   if (cacheControlOf(request).noStore) return;
-  kept_ = cache_.find(request);
+  kept_ = cache_.find(key_, request);
   if (!kept_) return;
   if (describesSame(*kept_, head) && StoredAnswer::mayBeKept(request, head)) {
     renew(request, head);
   } else {
-    cache_.forget(request);
+    cache_.forget(key_, request);
   }
   kept_.reset();
 }
@@ -137,9 +139,9 @@ void CacheExchange::renew(const URLRequest& request, const HTTPURLResponse& head
   auto renewed = std::make_shared<const StoredAnswer>(
       kept_->renewed(request, head.allHeaderFields(), times()));
   if (StoredAnswer::mayBeKept(request, renewed->head())) {
-    cache_.renew(kept_, renewed);
+    cache_.renew(key_, kept_, renewed);
   } else {
-    cache_.forget(request);
+    cache_.forget(key_, request);
   }
   kept_ = std::move(renewed);
 }
@@ -149,7 +151,7 @@ void CacheExchange::bodyPart(const URLRequest& request, const Data& bytes) {
   if (gathered_.size() + bytes.size() > cache_.mostCost()) {
     gathering_.reset();
     gathered_ = Data();
-    return cache_.forget(request);
+    return cache_.forget(key_, request);
   }
   // Copied, not shared: who gets the bytes would then have to copy them all to add what comes next.
   const auto length = gathering_->expectedContentLength();
@@ -162,8 +164,9 @@ void CacheExchange::complete(const URLRequest& request, const Data& rest) noexce
   if (!head || changes_ != cache_.changes()) return;
   try {
     gathered_.append(rest);  // a body that came in one piece is shared
-    cache_.store(request, std::make_shared<const StoredAnswer>(
-                              request, head, std::exchange(gathered_, Data()), times()));
+    cache_.store(key_, request,
+                 std::make_shared<const StoredAnswer>(request, head,
+                                                      std::exchange(gathered_, Data()), times()));
   } catch (...) {
     // The load has its answer all the same.
     reportUncaughtError(Error::current(), "URL loading");

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace tarn::detail {
 
@@ -21,7 +22,7 @@ class CacheExchange {
 
   /// Looks the request up. True: the kept answer is to be taken, and nothing sent. Throws
   /// URLError::resourceUnavailable where there is none and nothing may be sent.
-  bool begin(const URLRequest& request, bool sendsFile);
+  bool begin(const URLRequest& request, const Origin& origin, bool sendsFile);
   /// The request goes out: adds what asks whether the kept answer still holds.
   void send(TransferHandle& handle);
   /// The head of the answer has come. True: it says that the kept answer holds, which is to be
@@ -51,6 +52,7 @@ class CacheExchange {
   bool active_ = false;    // the cache has a part in it
   bool mayStore_ = false;  // as far as the request goes
   bool confirmed_ = false;
+  std::string key_;            // of what the cache has a part in
   ResponseCache::Entry kept_;  // to be taken, at once or when the server has confirmed it
   WallTime requested_;
   WallTime answered_;

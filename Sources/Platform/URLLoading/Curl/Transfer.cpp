@@ -81,7 +81,7 @@ void Transfer::enterQueue() {
   }
   origin_ = std::move(*origin);
   completeRequest();
-  if (cache_.begin(sentRequest(), bodyFile_ != nullptr)) return endWithKeptAnswer();
+  if (cache_.begin(sentRequest(), origin_, bodyFile_ != nullptr)) return endWithKeptAnswer();
   stage_ = Stage::queued;
   core_->admit(*this);
   armTimer();

@@ -20,8 +20,9 @@ std::string requestTarget(const URL& url) {
   text.remove_prefix(std::min(text.find("://") + 3, text.size()));
   const auto begin = std::find_if(text.begin(), text.end(),
                                   [](char c) { return c == '/' || c == '?' || c == '#'; });
-  const std::string_view target(begin, std::find(begin, text.end(), '#'));
-  return target.starts_with('/') ? std::string(target) : "/" + std::string(target);
+  std::string target(begin, std::find(begin, text.end(), '#'));
+  if (!target.starts_with('/')) target.insert(0, 1, '/');
+  return target;
 }
 
 }  // namespace tarn::detail

@@ -12,91 +12,122 @@ constexpr std::ptrdiff_t mostVariants = 16;
 
 }  // namespace
 
-ResponseCache::Entry ResponseCache::find(const URLRequest& request) {
-  const auto key = StoredAnswer::keyOf(request.url());
+std::string ResponseCache::keyOf(const Origin& origin, const URL& url) {
+  const std::string port = std::to_string(origin.port);
+  const std::string target = requestTarget(url);
+  std::string key = origin.secure ? "https://" : "http://";
+  key.reserve(key.size() + origin.host.size() + 1 + port.size() + target.size());
+  return key.append(origin.host).append(":").append(port).append(target);
+}
+
+ResponseCache::Entry ResponseCache::find(std::string_view key, const URLRequest& request) {
   const auto [begin, end] = places_.equal_range(key);
-  auto latest = end;
+  auto latest = kept_.end();
   for (auto place = begin; place != end; ++place) {
-    const StoredAnswer& answer = **place->second;
+    const auto& answer = *place->second->answer;
     if (!answer.answers(request)) continue;
-    if (latest == end || (*latest->second)->receivedAt() < answer.receivedAt()) latest = place;
+    if (latest == kept_.end() || latest->answer->receivedAt() < answer.receivedAt()) {
+      latest = place->second;
+    }
   }
-  if (latest == end) return nullptr;
-  entries_.splice(entries_.begin(), entries_, latest->second);
-  return *latest->second;
+  if (latest == kept_.end()) return nullptr;
+  kept_.splice(kept_.begin(), kept_, latest);
+  return latest->answer;
 }
 
-void ResponseCache::store(const URLRequest& request, Entry entry) {
-  forget(request, entry->key());
-  if (entry->cost() > mostCost()) return;
-  limitVariants(entry->key());
-  insert(std::move(entry));
-}
-
-void ResponseCache::renew(const Entry& entry, Entry renewed) {
-  const auto place = placeOf(entry);
-  if (place == places_.end()) return;
-  remove(place);
-  if (renewed->cost() <= mostCost()) insert(std::move(renewed));
-}
-
-void ResponseCache::forget(const URLRequest& request) {
-  forget(request, StoredAnswer::keyOf(request.url()));
-}
-
-void ResponseCache::forget(const URLRequest& request, std::string_view key) {
+void ResponseCache::store(std::string_view key, const URLRequest& request, Entry entry) {
+  bool wanted = key.size() + entry->cost() <= mostCost();
   auto [place, end] = places_.equal_range(key);
   while (place != end) {
-    place = (*place->second)->answers(request) ? remove(place) : std::next(place);
+    if (!place->second->answer->answers(request)) {
+      ++place;
+    } else if (wanted) {
+      replace(place->second, std::move(entry));
+      wanted = false;
+      ++place;
+    } else {
+      place = remove(place);
+    }
+  }
+  if (wanted) {
+    limitVariants(key);
+    insert(key, std::move(entry));
+  }
+  makeRoom();
+}
+
+void ResponseCache::renew(std::string_view key, const Entry& entry, Entry renewed) {
+  const auto [begin, end] = places_.equal_range(key);
+  const auto place =
+      std::find_if(begin, end, [&](const auto& each) { return each.second->answer == entry; });
+  if (place == end) return;
+  if (key.size() + renewed->cost() > mostCost()) {
+    remove(place);
+  } else {
+    replace(place->second, std::move(renewed));
+    makeRoom();
   }
 }
 
-void ResponseCache::invalidate(const URL& url) {
+void ResponseCache::forget(std::string_view key, const URLRequest& request) {
+  auto [place, end] = places_.equal_range(key);
+  while (place != end) {
+    place = place->second->answer->answers(request) ? remove(place) : std::next(place);
+  }
+}
+
+void ResponseCache::invalidate(std::string_view key) {
   ++changes_;
-  const auto key = StoredAnswer::keyOf(url);
   auto [place, end] = places_.equal_range(key);
   while (place != end) place = remove(place);
 }
 
 void ResponseCache::clear() noexcept {
   places_.clear();
-  entries_.clear();
+  kept_.clear();
   cost_ = 0;
 }
 
-void ResponseCache::insert(Entry entry) {
-  while (cost_ + entry->cost() > capacity_) remove(placeOf(entries_.back()));
-  entries_.push_front(std::move(entry));
+void ResponseCache::insert(std::string_view key, Entry entry) {
+  kept_.push_front({std::string(key), std::move(entry)});
   try {
-    places_.emplace(entries_.front()->key(), entries_.begin());
+    places_.emplace(kept_.front().key, kept_.begin());
   } catch (...) {
-    entries_.pop_front();
+    kept_.pop_front();
     throw;
   }
-  cost_ += entries_.front()->cost();
+  cost_ += kept_.front().cost();
 }
 
-// The key goes with the entry, so the place that refers to it goes first.
+void ResponseCache::replace(KeptList::iterator kept, Entry entry) noexcept {
+  cost_ -= kept->cost();
+  kept->answer = std::move(entry);
+  cost_ += kept->cost();
+  kept_.splice(kept_.begin(), kept_, kept);
+}
+
+// The key goes with the answer, so the place that refers to it goes first.
 ResponseCache::Places::iterator ResponseCache::remove(Places::iterator place) noexcept {
-  const auto entry = place->second;
+  const auto kept = place->second;
   const auto next = places_.erase(place);
-  cost_ -= (*entry)->cost();
-  entries_.erase(entry);
+  cost_ -= kept->cost();
+  kept_.erase(kept);
   return next;
 }
 
-ResponseCache::Places::iterator ResponseCache::placeOf(const Entry& entry) noexcept {
-  const auto [begin, end] = places_.equal_range(entry->key());
-  const auto place =
-      std::find_if(begin, end, [&](const auto& each) { return *each.second == entry; });
-  return place == end ? places_.end() : place;
+void ResponseCache::makeRoom() noexcept {
+  while (cost_ > capacity_) {
+    const auto last = std::prev(kept_.end());
+    const auto [begin, end] = places_.equal_range(last->key);
+    remove(std::find_if(begin, end, [last](const auto& each) { return each.second == last; }));
+  }
 }
 
 void ResponseCache::limitVariants(std::string_view key) noexcept {
   const auto [begin, end] = places_.equal_range(key);
   if (std::distance(begin, end) < mostVariants) return;
   remove(std::min_element(begin, end, [](const auto& left, const auto& right) {
-    return (*left.second)->receivedAt() < (*right.second)->receivedAt();
+    return left.second->answer->receivedAt() < right.second->answer->receivedAt();
   }));
 }
 

@@ -1,6 +1,5 @@
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
 #include <Platform/URLLoading/Detail/HTTPDate.hpp>
-#include <Platform/URLLoading/Detail/Origin.hpp>
 #include <Platform/URLLoading/Detail/StoredAnswer.hpp>
 
 #include <algorithm>
@@ -77,18 +76,13 @@ StoredAnswer::Head withFields(const HTTPURLResponse& head, const URL& url,
                                                  std::move(fields), head.expectedContentLength());
 }
 
-StoredAnswer::Head withoutConnectionFields(StoredAnswer::Head head) {
-  const auto& all = head->allHeaderFields();
-  const ConnectionFields ofConnection(all);
-  if (std::none_of(all.begin(), all.end(),
-                   [&](const auto& field) { return ofConnection.contains(field.first); })) {
-    return head;
+HTTPHeaderFields withoutConnectionFields(const HTTPHeaderFields& fields) {
+  const ConnectionFields ofConnection(fields);
+  HTTPHeaderFields result;
+  for (const auto& [name, value] : fields) {
+    if (!ofConnection.contains(name)) result.add(name, value);
   }
-  HTTPHeaderFields fields;
-  for (const auto& [name, value] : all) {
-    if (!ofConnection.contains(name)) fields.add(name, value);
-  }
-  return withFields(*head, head->url(), std::move(fields));
+  return result;
 }
 
 CacheControl cacheControlOf(const HTTPHeaderFields& fields) {
@@ -120,8 +114,7 @@ bool StoredAnswer::mayBeKept(const URLRequest& request, const HTTPURLResponse& h
 }
 
 StoredAnswer::StoredAnswer(const URLRequest& request, Head head, Data body, ExchangeTimes times)
-    : key_(keyOf(request.url())),
-      head_(withoutConnectionFields(std::move(head))),
+    : head_(std::move(head)),
       body_(std::move(body)),
       times_(times),
       control_(cacheControlOf(head_->allHeaderFields())),
@@ -132,18 +125,12 @@ StoredAnswer::StoredAnswer(const URLRequest& request, Head head, Data body, Exch
 StoredAnswer StoredAnswer::renewed(const URLRequest& request, const HTTPHeaderFields& fields,
                                    ExchangeTimes times) const {
   const ConnectionFields ofConnection(fields);
-  HTTPHeaderFields merged = head_->allHeaderFields();
+  HTTPHeaderFields merged = withoutConnectionFields(head_->allHeaderFields());
   merged.remove("Age");  // of the former answer
   for (const auto& [name, value] : fields) {
     if (!ofConnection.contains(name) && !describesBody(name)) merged.set(name, value);
   }
   return {request, withFields(*head_, head_->url(), std::move(merged)), body_, times};
-}
-
-std::string StoredAnswer::keyOf(const URL& url) {
-  const auto origin = Origin::of(url).value_or(Origin());
-  return (origin.secure ? "https://" : "http://") + origin.host + ":" +
-         std::to_string(origin.port) + requestTarget(url);
 }
 
 bool StoredAnswer::answers(const URLRequest& request) const {
@@ -169,7 +156,7 @@ seconds StoredAnswer::age(WallTime now) const noexcept {
 }
 
 StoredAnswer::Head StoredAnswer::headFor(const URL& url, std::optional<seconds> age) const {
-  HTTPHeaderFields fields = head_->allHeaderFields();
+  HTTPHeaderFields fields = withoutConnectionFields(head_->allHeaderFields());
   if (age) fields.set("Age", std::to_string(age->count()));
   return withFields(*head_, url, std::move(fields));
 }
@@ -206,7 +193,8 @@ seconds StoredAnswer::lifetime() const noexcept {
 
 // Servers seldom say that what they show depends on who asks.
 std::vector<StoredAnswer::Selector> StoredAnswer::selectorsIn(const URLRequest& request) const {
-  std::vector<Selector> selectors{{"Authorization", selectingValue(request, "Authorization")}};
+  std::vector<Selector> selectors;
+  selectors.emplace_back("Authorization", selectingValue(request, "Authorization"));
   for (const auto name : listItems(field("Vary").value_or(""))) {
     selectors.emplace_back(name, selectingValue(request, name));
   }
@@ -215,7 +203,7 @@ std::vector<StoredAnswer::Selector> StoredAnswer::selectorsIn(const URLRequest& 
 
 std::size_t StoredAnswer::countCost() const noexcept {
   constexpr std::size_t ownShare = 1024;  // the objects themselves and their places in the cache
-  std::size_t cost = ownShare + key_.size() + body_.size();
+  std::size_t cost = ownShare + body_.size();
   for (const auto& [name, value] : selectors_) cost += name.size() + value.value_or("").size();
   for (const auto& [name, value] : head_->allHeaderFields()) cost += name.size() + value.size();
   return cost;

@@ -27,8 +27,7 @@ struct ExchangeTimes {
 };
 
 /// One answer to a GET as a cache keeps it: its head and its whole body, both as they were
-/// delivered but for what the head said of the connection, and what the body goes with (RFC 9111,
-/// 3 and 4). Immutable.
+/// delivered, and what the body goes with (RFC 9111, 3 and 4). Immutable.
 class StoredAnswer {
  public:
   using Head = std::shared_ptr<const HTTPURLResponse>;
@@ -43,14 +42,11 @@ class StoredAnswer {
   StoredAnswer renewed(const URLRequest& request, const HTTPHeaderFields& fields,
                        ExchangeTimes times) const;
 
-  /// What it is found by: the origin and the request's target, so nothing of a login.
-  static std::string keyOf(const URL& url);
-  const std::string& key() const noexcept { return key_; }
   /// Whether it was selected by the same values of the fields that it varies by: those that it
   /// names, and Authorization always.
   bool answers(const URLRequest& request) const;
   WallTime receivedAt() const noexcept { return times_.answered; }
-  /// Bytes of body, header fields, key and what selects it, and a share for what else it takes.
+  /// Bytes of body, header fields and what selects it, and a share for what else it takes.
   std::size_t cost() const noexcept { return cost_; }
 
   /// Whether it may be used without asking the server.
@@ -59,7 +55,7 @@ class StoredAnswer {
 
   const HTTPURLResponse& head() const noexcept { return *head_; }
   /// The head for another request, with that one's address and, where it is given, the age of the
-  /// answer.
+  /// answer, without what it said of its connection.
   Head headFor(const URL& url, std::optional<std::chrono::seconds> age) const;
   const Data& body() const noexcept { return body_; }
 
@@ -79,7 +75,6 @@ class StoredAnswer {
   std::vector<Selector> selectorsIn(const URLRequest& request) const;
   std::size_t countCost() const noexcept;
 
-  std::string key_;
   Head head_;
   Data body_;
   ExchangeTimes times_;
