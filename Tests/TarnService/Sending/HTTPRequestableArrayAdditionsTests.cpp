@@ -207,9 +207,17 @@ TEST_P(EitherBatchTests, TheRequestsAreCopied) {
 
 TEST_P(EitherBatchTests, IsCancelledAsAWhole) {
   const std::list<Get> all{get("stall"), get("stall")};
-  send(all, queue, GetParam(), update(), lists.callback());
+  // In a serial batch the second is sent when the first one's update has returned.
+  const DispatchSemaphore allCancelled(0);
+  const auto hold = [tell = update(), allCancelled](const Get& request, const auto& response) {
+    tell(request, response);
+    allCancelled.wait();
+    allCancelled.signal();
+  };
+  send(all, queue, GetParam(), hold, lists.callback());
   ASSERT_TRUE(server.waitForStalls(GetParam() ? 2 : 1));
   cancel(all);
+  allCancelled.signal();
   if (!GetParam()) {
     // The second was not sent yet, and so is not cancelled.
     ASSERT_TRUE(server.waitForRequests(2));
