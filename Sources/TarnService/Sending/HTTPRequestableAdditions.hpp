@@ -7,6 +7,7 @@
 #include <TarnService/RequestModel/HTTPRequestableDefaultImplementations.hpp>
 #include <TarnService/Sending/ProgressRelay.hpp>
 
+#include <atomic>
 #include <concepts>
 #include <cstdint>
 #include <functional>
@@ -138,9 +139,13 @@ struct SendOperations {
 
  private:
   struct Pending {
-    R request;
-    Queue queue;
-    Completion<Response> completion;
+    Pending(const R& request, const Queue& queue, Completion<Response> completion)
+        : request(request), queue(queue), completion(std::move(completion)) {}
+
+    const R request;
+    const Queue queue;
+    const Completion<Response> completion;
+    std::atomic<bool> isEnded = false;
   };
 
   /// The response, made where it stays until the completion has it, and the completion.
@@ -157,14 +162,13 @@ struct SendOperations {
   static std::function<void(std::optional<Body>, std::shared_ptr<const URLResponse>,
                             std::optional<Error>)>
   onEnd(const R& request, const Queue& queue, Completion<Response> completion) {
-    // What the send holds goes once it is answered; the record of the task stays for long.
-    auto pending = std::make_shared<std::unique_ptr<const Pending>>(
-        std::make_unique<const Pending>(Pending{request, queue, std::move(completion)}));
+    auto pending = std::make_shared<Pending>(request, queue, std::move(completion));
     return [pending = std::move(pending)](std::optional<Body> body,
                                           std::shared_ptr<const URLResponse> response,
-                                          std::optional<Error> error) {
-      const auto ended = std::exchange(*pending, nullptr);
-      if (!ended) return reportSecondCompletion();
+                                          std::optional<Error> error) mutable {
+      // What the send holds goes once it is answered; the record of the task stays for long.
+      const auto ended = std::exchange(pending, nullptr);
+      if (!ended || ended->isEnded.exchange(true)) return reportSecondCompletion();
       TaskOutcome outcome{{}, {}, std::move(response), std::move(error)};
       if constexpr (std::same_as<Body, URL>) {
         outcome.url = std::move(body);
