@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <unistd.h>
 #include <utility>
 
 namespace tarn {
@@ -93,42 +93,81 @@ bool isLanguageTag(std::string_view tag) {
   return !isFirst;
 }
 
-Mutex chosenMutex;
-std::optional<std::vector<std::string>>& chosenLanguages() {
-  const detail::NoForkScope scope;  // not while it is being made
-  static auto& languages = *new std::optional<std::vector<std::string>>;
-  return languages;
+// One walk over the environment: requests ask for each of their headers.
+detail::LanguageEnvironment readEnvironment() {
+  detail::LanguageEnvironment found;
+  const std::pair<std::string_view, std::string_view*> variables[] = {
+      {"LANGUAGE=", &found.language},
+      {"LC_ALL=", &found.lcAll},
+      {"LC_MESSAGES=", &found.lcMessages},
+      {"LANG=", &found.lang},
+  };
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    if (**entry != 'L') continue;
+    const std::string_view text(*entry);
+    for (const auto& [start, value] : variables) {
+      // The first of several counts, as with getenv.
+      if (text.starts_with(start) && value->data() == nullptr) *value = text.substr(start.size());
+    }
+  }
+  return found;
 }
 
-std::string_view environmentValue(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
+/// The application's list, or that of the environment, which is made again where that has changed.
+class CurrentLanguages {
+ public:
+  static CurrentLanguages& shared() {
+    const detail::NoForkScope scope;  // not while they are being made
+    static auto& languages = *new CurrentLanguages;
+    return languages;
+  }
+
+  detail::LanguageList list() TARN_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    if (areChosen_) return list_;
+    const auto environment = readEnvironment();
+    if (!list_ ||
+        !(environment == detail::LanguageEnvironment{language_, lcAll_, lcMessages_, lang_})) {
+      list_ =
+          std::make_shared<const std::vector<std::string>>(detail::preferredLanguages(environment));
+      language_ = environment.language;
+      lcAll_ = environment.lcAll;
+      lcMessages_ = environment.lcMessages;
+      lang_ = environment.lang;
+    }
+    return list_;
+  }
+
+  void choose(detail::LanguageList list) TARN_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    areChosen_ = list != nullptr;
+    list_ = std::move(list);
+  }
+
+ private:
+  Mutex mutex_;
+  bool areChosen_ TARN_GUARDED_BY(mutex_) = false;
+  detail::LanguageList list_ TARN_GUARDED_BY(mutex_);
+  // Of the environment as the list was made.
+  std::string language_ TARN_GUARDED_BY(mutex_);
+  std::string lcAll_ TARN_GUARDED_BY(mutex_);
+  std::string lcMessages_ TARN_GUARDED_BY(mutex_);
+  std::string lang_ TARN_GUARDED_BY(mutex_);
+};
 
 }  // namespace
 
-std::vector<std::string> Locale::preferredLanguages() {
-  {
-    const MutexLock lock(chosenMutex);
-    if (chosenLanguages()) return *chosenLanguages();
-  }
-  return detail::preferredLanguages({.language = environmentValue("LANGUAGE"),
-                                     .lcAll = environmentValue("LC_ALL"),
-                                     .lcMessages = environmentValue("LC_MESSAGES"),
-                                     .lang = environmentValue("LANG")});
-}
+std::vector<std::string> Locale::preferredLanguages() { return *detail::preferredLanguages(); }
 
 void Locale::setPreferredLanguages(const std::optional<std::vector<std::string>>& languages) {
-  std::optional<std::vector<std::string>> chosen;
-  if (languages) {
-    chosen.emplace();
-    for (const auto& tag : *languages) {
-      if (isLanguageTag(tag)) addUnlessPresent(*chosen, tag);
-    }
-    if (chosen->empty()) chosen->emplace_back("en");
+  if (!languages) return CurrentLanguages::shared().choose(nullptr);
+  std::vector<std::string> chosen;
+  for (const auto& tag : *languages) {
+    if (isLanguageTag(tag)) addUnlessPresent(chosen, tag);
   }
-  const MutexLock lock(chosenMutex);
-  std::swap(chosenLanguages(), chosen);
+  if (chosen.empty()) chosen.emplace_back("en");
+  CurrentLanguages::shared().choose(
+      std::make_shared<const std::vector<std::string>>(std::move(chosen)));
 }
 
 namespace detail {
@@ -161,6 +200,8 @@ std::optional<std::string> languageTag(std::string_view locale) {
   }
   return tag;
 }
+
+LanguageList preferredLanguages() { return CurrentLanguages::shared().list(); }
 
 std::vector<std::string> preferredLanguages(const LanguageEnvironment& environment) {
   std::string_view locale = environment.lang;

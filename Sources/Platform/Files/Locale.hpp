@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,8 +31,14 @@ struct LanguageEnvironment {
   std::string_view lcAll;
   std::string_view lcMessages;
   std::string_view lang;
+
+  friend bool operator==(const LanguageEnvironment&, const LanguageEnvironment&) = default;
 };
 
+using LanguageList = std::shared_ptr<const std::vector<std::string>>;
+
+/// The list of Locale::preferredLanguages(); the same one until it changes.
+LanguageList preferredLanguages();
 std::vector<std::string> preferredLanguages(const LanguageEnvironment& environment);
 
 /// "de_CH.UTF-8" gives "de-CH", "sr_RS@latin" gives "sr-Latn-RS"; nothing for what names no

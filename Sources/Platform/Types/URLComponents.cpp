@@ -41,6 +41,7 @@ std::optional<URLComponents> URLComponents::from(const URL& url, bool resolvingA
   result->path_ = representation.part(representation.parts.path);
   result->query_ = text(representation.parts.query);
   result->fragment_ = text(representation.parts.fragment);
+  if (representation.parts.authority.exists) result->origin_ = url.representation_;
   return result;
 }
 
@@ -75,13 +76,16 @@ std::optional<std::vector<URLQueryItem>> URLComponents::queryItems() const {
 
 void URLComponents::setUser(const std::optional<std::string>& user) {
   user_ = encoded(user, URLPart::user);
+  origin_.reset();
 }
 
 void URLComponents::setPassword(const std::optional<std::string>& password) {
   password_ = encoded(password, URLPart::user);
+  origin_.reset();
 }
 
 void URLComponents::setHost(const std::optional<std::string>& host) {
+  origin_.reset();
   if (!host || host->find(':') == std::string::npos) {
     host_ = encoded(host, URLPart::host);
   } else {
@@ -132,7 +136,38 @@ std::string URLComponents::text() const {
   return text;
 }
 
+// What was a URL before and has an encoded path behind its authority is one again, and need not be
+// parsed.
+std::optional<URL> URLComponents::urlLikeOrigin() const {
+  if (!origin_ || (!path_.empty() && path_.front() != '/')) return std::nullopt;
+  const auto& former = origin_->parts;
+  const std::string_view start =
+      std::string_view(origin_->absolute).substr(0, former.authority.end());
+  // A port may have been written otherwise than text() does.
+  if (start.substr(former.host.end()) != (port_ ? ':' + std::to_string(*port_) : "")) {
+    return std::nullopt;
+  }
+  auto made = std::make_shared<URL::Representation>();
+  made->absolute.reserve(start.size() + path_.size() + (query_ ? query_->size() + 1 : 0) +
+                         (fragment_ ? fragment_->size() + 1 : 0));
+  made->absolute = start;
+  made->parts = former;
+  made->parts.path = {start.size(), path_.size(), true};
+  made->absolute += path_;
+  const auto append = [&made](char mark, const std::optional<std::string>& part) -> URLRange {
+    if (!part) return {};
+    made->absolute += mark;
+    const std::size_t begin = made->absolute.size();
+    made->absolute += *part;
+    return {begin, part->size(), true};
+  };
+  made->parts.query = append('?', query_);
+  made->parts.fragment = append('#', fragment_);
+  return URL(std::move(made));
+}
+
 std::optional<URL> URLComponents::url() const {
+  if (auto url = urlLikeOrigin()) return url;
   auto url = URL::parse(text());
   if (!url) return std::nullopt;
   // Each part has to come out as it went in: one with a delimiter in it would have moved the

@@ -2,6 +2,7 @@
 
 #include <Platform/Types/URL.hpp>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -45,17 +46,29 @@ class URLComponents {
   /// Decoded names and values; "+" stays "+". Nothing where the URL has no "?".
   std::optional<std::vector<URLQueryItem>> queryItems() const;
 
-  void setScheme(std::optional<std::string> scheme) { scheme_ = std::move(scheme); }
+  void setScheme(std::optional<std::string> scheme) {
+    scheme_ = std::move(scheme);
+    origin_.reset();
+  }
   void setUser(const std::optional<std::string>& user);
   void setPassword(const std::optional<std::string>& password);
   /// An IPv6 address may come with or without brackets.
   void setHost(const std::optional<std::string>& host);
-  void setPort(std::optional<int> port) noexcept { port_ = port; }
+  void setPort(std::optional<int> port) noexcept {
+    port_ = port;
+    origin_.reset();
+  }
   /// Slashes separate; "%" stands for itself.
   void setPath(std::string_view path);
-  void setPercentEncodedPath(std::string path) { path_ = std::move(path); }
+  void setPercentEncodedPath(std::string path) {
+    path_ = std::move(path);
+    origin_.reset();
+  }
   void setQuery(const std::optional<std::string>& query);
-  void setPercentEncodedQuery(std::optional<std::string> query) { query_ = std::move(query); }
+  void setPercentEncodedQuery(std::optional<std::string> query) {
+    query_ = std::move(query);
+    origin_.reset();
+  }
   void setFragment(const std::optional<std::string>& fragment);
   /// Replaces the query: nothing removes it, an empty list leaves "?" alone. "&", "=", "+", ";" and
   /// spaces are encoded too, so that RFC 3986 and form decoders read the same.
@@ -69,6 +82,7 @@ class URLComponents {
 
  private:
   std::string text() const;
+  std::optional<URL> urlLikeOrigin() const;
 
   // As they stand in the URL, all but the port encoded.
   std::optional<std::string> scheme_;
@@ -79,6 +93,9 @@ class URLComponents {
   std::string path_;
   std::optional<std::string> query_;
   std::optional<std::string> fragment_;
+  // Where the parts come from, as long as they make a URL with its scheme and authority whatever
+  // path, query and fragment, encoded here, they have.
+  std::shared_ptr<const URL::Representation> origin_;
 };
 
 }  // namespace tarn

@@ -45,13 +45,13 @@ class Completion {
     explicit State(F&& callable) : function(std::forward<F>(callable)) {}
 
     std::atomic<bool> claimed = false;
-    UniqueFunction<void(Response)> function;
+    UniqueFunction<void(Response&&)> function;
   };
 
   // The pipeline takes the one call when it begins to answer, and makes it later on the caller's
   // queue.
   bool claim() const { return !state_->claimed.exchange(true); }
-  void run(Response response) const {
+  void run(Response&& response) const {
     auto function = std::move(state_->function);
     function(std::move(response));
   }

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
+#include <utility>
 #include <vector>
 
 namespace tarn::detail {
@@ -33,54 +35,73 @@ std::string acceptLanguage(const std::vector<std::string>& languages) {
   return text;
 }
 
-URLRequest::HeaderFields makeFields(const HTTPMediaType& acceptType, const HTTPHeaders& headers,
-                                    const std::vector<std::string>& languages) {
-  URLRequest::HeaderFields fields{{"Accept", acceptType.rawValue},
-                                  {"User-Agent", userAgent()},
-                                  {"Accept-Language", acceptLanguage(languages)},
-                                  {"Accept-Encoding", "gzip;q=1.0, compress;q=0.5"}};
-  for (const auto& [name, value] : headers) fields.insert_or_assign(name, value);
+/// The fields that every request has, in the order of a map.
+using LibraryFields = std::array<std::pair<std::string_view, std::string_view>, 4>;
+
+LibraryFields libraryFields(const HTTPMediaType& acceptType, std::string_view acceptLanguage) {
+  return {{{"Accept", acceptType.rawValue},
+           {"Accept-Encoding", "gzip;q=1.0, compress;q=0.5"},
+           {"Accept-Language", acceptLanguage},
+           {"User-Agent", userAgent()}}};
+}
+
+URLRequest::HeaderFields makeFields(const LibraryFields& library, const HTTPHeaders& headers) {
+  URLRequest::HeaderFields fields = headers;
+  for (const auto& [name, value] : library) fields.emplace(name, value);
   return fields;
 }
 
+/// Whether makeFields() would answer these fields.
+bool areMadeOf(const URLRequest::HeaderFields& fields, const LibraryFields& library,
+               const HTTPHeaders& headers) {
+  auto ours = library.begin();
+  auto own = headers.begin();
+  for (const auto& [name, value] : fields) {
+    const bool isOurs = ours != library.end() && ours->first == name;
+    const bool isOwn = own != headers.end() && own->first == name;
+    if (isOwn ? value != own->second : !isOurs || value != ours->second) return false;
+    if (isOurs) ++ours;
+    if (isOwn) ++own;
+  }
+  return ours == library.end() && own == headers.end();
+}
+
 /// The requests of an application mostly have the same few sets of header fields. Those made last
-/// are remembered, so that equal ones share theirs: one set then stands for all the requests that
-/// are kept in the records of their tasks.
+/// are remembered for as long as a request has them, so that equal ones share theirs: one set then
+/// stands for all the requests that are kept in the records of their tasks.
 class RecentFields {
  public:
-  /// A request without a URL that has the fields made of these.
-  URLRequest request(const HTTPMediaType& acceptType, const HTTPHeaders& headers,
-                     std::vector<std::string> languages) TARN_EXCLUDES(mutex_) {
-    {
-      const MutexLock lock(mutex_);
-      for (const auto& entry : entries_) {
-        if (entry && entry->acceptType == acceptType && entry->headers == headers &&
-            entry->languages == languages) {
-          return entry->request;
-        }
-      }
+  void setFields(URLRequest& request, const HTTPMediaType& acceptType, const HTTPHeaders& headers)
+      TARN_EXCLUDES(mutex_) {
+    auto languages = preferredLanguages();
+    MutexLock lock(mutex_);
+    if (languages != languages_) {
+      acceptLanguage_ = std::make_shared<const std::string>(acceptLanguage(*languages));
+      languages_ = std::move(languages);
     }
-    URLRequest request{URL()};
-    request.setAllHTTPHeaderFields(makeFields(acceptType, headers, languages));
-    auto entry =
-        std::make_unique<const Entry>(Entry{acceptType, headers, std::move(languages), request});
-    const MutexLock lock(mutex_);
-    entries_[next_].swap(entry);
-    next_ = (next_ + 1) % entries_.size();
-    return request;
+    const auto languageText = acceptLanguage_;
+    const auto library = libraryFields(acceptType, *languageText);
+    for (auto set = sets_.begin(); set != sets_.end(); ++set) {
+      if (!request.shareHeaderFields(*set)) continue;
+      if (!areMadeOf(request.allHTTPHeaderFields(), library, headers)) continue;
+      std::rotate(sets_.begin(), set, set + 1);
+      return;
+    }
+    lock.unlock();
+    request.setAllHTTPHeaderFields(makeFields(library, headers));
+    lock.lock();
+    // Behind those that have been used again, so that sets with a value of their own each time do
+    // not drive those out.
+    const auto place = sets_.begin() + sets_.size() / 2;
+    std::move_backward(place, sets_.end() - 1, sets_.end());
+    *place = request.headerFieldsReference();
   }
 
  private:
-  struct Entry {
-    HTTPMediaType acceptType;
-    HTTPHeaders headers;
-    std::vector<std::string> languages;
-    URLRequest request;
-  };
-
   Mutex mutex_;
-  std::array<std::unique_ptr<const Entry>, 4> entries_ TARN_GUARDED_BY(mutex_);
-  std::size_t next_ TARN_GUARDED_BY(mutex_) = 0;
+  LanguageList languages_ TARN_GUARDED_BY(mutex_);
+  std::shared_ptr<const std::string> acceptLanguage_ TARN_GUARDED_BY(mutex_);  // of the languages
+  std::array<URLRequest::HeaderFieldsReference, 8> sets_ TARN_GUARDED_BY(mutex_);
 };
 
 RecentFields& recentFields() {
@@ -119,10 +140,8 @@ std::string urlString(const URL& baseURL, std::string_view path, const HTTPQuery
 URLRequest makeURLRequest(URL url, URLRequest::CachePolicy cachePolicy,
                           TimeInterval timeoutInterval, const HTTPMediaType& acceptType,
                           const HTTPHeaders& headers, const HTTPMethod& method) {
-  URLRequest request = recentFields().request(acceptType, headers, Locale::preferredLanguages());
-  request.setURL(std::move(url));
-  request.setCachePolicy(cachePolicy);
-  request.setTimeoutInterval(timeoutInterval);
+  URLRequest request(std::move(url), cachePolicy, timeoutInterval);
+  recentFields().setFields(request, acceptType, headers);
   request.setHTTPMethod(method.rawValue);
   return request;
 }

@@ -20,8 +20,7 @@ DataResult judge(const std::optional<Data>& data, const URLResponse* response,
 
 DataResponse::DataResponse(std::optional<Data> body, std::optional<URL> /*url*/,
                            std::shared_ptr<const URLResponse> response, std::optional<Error> error)
-    : HTTPResponseRecord(judge(body, response.get(), error), body, HTTPResponseMetadata(response)) {
-}
+    : HTTPResponseRecord(response, judge(body, response.get(), error), body) {}
 
 static_assert(HTTPResponsable<DataResponse>);
 

@@ -49,8 +49,7 @@ struct DownloadResponse : HTTPResponseRecord<DownloadResponse<Body>, HTTPResult<
   /// `url`.
   DownloadResponse(std::optional<Data> data, std::optional<URL> url,
                    std::shared_ptr<const URLResponse> response, std::optional<Error> error)
-      : Record(makeResult(url, response.get(), error), std::move(data),
-               HTTPResponseMetadata(response)) {}
+      : Record(response, makeResult(url, response.get(), error), std::move(data)) {}
 
  private:
   static HTTPResult<Body> makeResult(const std::optional<URL>& url, const URLResponse* response,

@@ -68,6 +68,14 @@ struct HTTPResponseRecord : HTTPResponseMetadata {
     return detail::debugStatusAndHeaders(TypeReference::of<Self>(), *this);
   }
   std::string debugDescription() const { return debugStatusAndHeaders(); }
+
+ protected:
+  /// With the metadata of an answer, made in its place.
+  HTTPResponseRecord(std::shared_ptr<const URLResponse> response, Result result,
+                     std::optional<Data> data)
+      : HTTPResponseMetadata(std::move(response)),
+        result(std::move(result)),
+        data(std::move(data)) {}
 };
 
 /// What the send pipeline asks of a response record: the fields, a result, and that it can be made

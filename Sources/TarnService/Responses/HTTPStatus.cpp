@@ -1,7 +1,7 @@
 #include <TarnService/Responses/HTTPStatus.hpp>
 
-#include <algorithm>
 #include <array>
+#include <cstddef>
 
 namespace tarn {
 namespace {
@@ -11,7 +11,7 @@ struct Row {
   std::string_view name;
 };
 
-// In the order of the codes; fromRawValue searches by it.
+// `unknown` last.
 constexpr std::array<Row, 42> rows{{
     {HTTPStatus::continue_, "continue"},
     {HTTPStatus::switchingProtocols, "switchingProtocols"},
@@ -57,11 +57,20 @@ constexpr std::array<Row, 42> rows{{
     {HTTPStatus::unknown, "unknown"},
 }};
 
+// For each code of HTTP, the number of its row counted from 1, or 0.
+constexpr auto rowNumbers = [] {
+  std::array<std::uint8_t, 600> numbers{};
+  for (std::size_t row = 0; rows[row].status != HTTPStatus::unknown; ++row) {
+    numbers[rows[row].status] = static_cast<std::uint8_t>(row + 1);
+  }
+  return numbers;
+}();
+
 const Row* find(std::int64_t code) noexcept {
-  const auto* row =
-      std::lower_bound(rows.begin(), rows.end(), code,
-                       [](const Row& left, std::int64_t right) { return left.status < right; });
-  return row != rows.end() && row->status == code ? row : nullptr;
+  if (code == HTTPStatus::unknown) return &rows.back();
+  if (code < 0 || code >= static_cast<std::int64_t>(rowNumbers.size())) return nullptr;
+  const auto number = rowNumbers[static_cast<std::size_t>(code)];
+  return number == 0 ? nullptr : &rows[number - 1u];
 }
 
 }  // namespace

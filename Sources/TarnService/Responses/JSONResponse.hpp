@@ -41,7 +41,7 @@ struct JSONResponse : HTTPResponseRecord<JSONResponse<Body>, HTTPResult<Body>> {
   /// From what a finished task leaves; never throws but for want of memory. `url` is not used.
   JSONResponse(std::optional<Data> data, std::optional<URL> /*url*/,
                std::shared_ptr<const URLResponse> response, std::optional<Error> error)
-      : Record(makeResult(data, response.get(), error), data, HTTPResponseMetadata(response)) {}
+      : Record(response, makeResult(data, response.get(), error), data) {}
 
   /// The record's type, its status, one line for each header field and, where the body is a JSON
   /// object, the object.

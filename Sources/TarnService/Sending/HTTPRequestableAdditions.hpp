@@ -7,6 +7,7 @@
 #include <TarnService/RequestModel/HTTPRequestableDefaultImplementations.hpp>
 #include <TarnService/Sending/ProgressRelay.hpp>
 
+#include <atomic>
 #include <concepts>
 #include <cstdint>
 #include <functional>
@@ -112,9 +113,9 @@ struct SendOperations {
   static void report(const R& request, Error error, const Queue& queue,
                      const Completion<Response>& completion) {
     if (!completion.claim()) return reportSecondCompletion();
-    Response response(std::nullopt, std::nullopt, nullptr, std::move(error));
+    auto answer = std::make_unique<Answer>(completion, TaskOutcome(), std::move(error));
     request.removeFromTaskManager();
-    deliver(queue, completion, std::move(response));
+    deliver(queue, std::move(answer));
   }
 
   /// Turns a finished task into the response and delivers it.
@@ -123,24 +124,37 @@ struct SendOperations {
     // A request that was cancelled just before its task was to start has its answer; the task, let
     // go unstarted, ends with its session.
     if (!completion.claim()) return;
-    Response response = makeResponse(outcome, check(request, outcome));
+    auto answer = std::make_unique<Answer>(completion, outcome, check(request, outcome));
     try {
-      request.process(std::as_const(response));
+      request.process(std::as_const(answer->response));
     } catch (...) {
-      response = makeResponse(outcome, Error::current());
+      answer->response = makeResponse(outcome, Error::current());
     }
     callLogged("A request's printDebugOutput", [&] {
-      request.printDebugOutput(outcome.error, std::as_const(response), outcome.data);
+      request.printDebugOutput(outcome.error, std::as_const(answer->response), outcome.data);
     });
     request.removeFromTaskManager();
-    deliver(queue, completion, std::move(response));
+    deliver(queue, std::move(answer));
   }
 
  private:
   struct Pending {
-    R request;
-    Queue queue;
+    Pending(const R& request, const Queue& queue, Completion<Response> completion)
+        : request(request), queue(queue), completion(std::move(completion)) {}
+
+    const R request;
+    const Queue queue;
+    const Completion<Response> completion;
+    std::atomic<bool> isEnded = false;
+  };
+
+  /// The response, made where it stays until the completion has it, and the completion.
+  struct Answer {
+    Answer(Completion<Response> completion, const TaskOutcome& outcome, std::optional<Error> error)
+        : completion(std::move(completion)), response(makeResponse(outcome, std::move(error))) {}
+
     Completion<Response> completion;
+    Response response;
   };
 
   /// What a task's record calls at its end, with the bytes or the file.
@@ -148,14 +162,13 @@ struct SendOperations {
   static std::function<void(std::optional<Body>, std::shared_ptr<const URLResponse>,
                             std::optional<Error>)>
   onEnd(const R& request, const Queue& queue, Completion<Response> completion) {
-    // What the send holds goes once it is answered; the record of the task stays for long.
-    auto pending = std::make_shared<std::unique_ptr<const Pending>>(
-        std::make_unique<const Pending>(Pending{request, queue, std::move(completion)}));
+    auto pending = std::make_shared<Pending>(request, queue, std::move(completion));
     return [pending = std::move(pending)](std::optional<Body> body,
                                           std::shared_ptr<const URLResponse> response,
-                                          std::optional<Error> error) {
-      const auto ended = std::exchange(*pending, nullptr);
-      if (!ended) return reportSecondCompletion();
+                                          std::optional<Error> error) mutable {
+      // What the send holds goes once it is answered; the record of the task stays for long.
+      const auto ended = std::exchange(pending, nullptr);
+      if (!ended || ended->isEnded.exchange(true)) return reportSecondCompletion();
       TaskOutcome outcome{{}, {}, std::move(response), std::move(error)};
       if constexpr (std::same_as<Body, URL>) {
         outcome.url = std::move(body);
@@ -180,14 +193,13 @@ struct SendOperations {
 
   /// Runs the claimed completion asynchronously on the queue. What it throws is logged; it does not
   /// get past the queue.
-  static void deliver(const Queue& queue, const Completion<Response>& completion,
-                      Response response) {
-    async(queue, [completion, response = std::move(response)]() mutable {
-      runLogged(completion, std::move(response));
+  static void deliver(const Queue& queue, std::unique_ptr<Answer> answer) {
+    async(queue, [answer = std::move(answer)] {
+      runLogged(answer->completion, std::move(answer->response));
     });
   }
 
-  static void runLogged(const Completion<Response>& completion, Response response) noexcept {
+  static void runLogged(const Completion<Response>& completion, Response&& response) noexcept {
     callLogged("A completion", [&] { completion.run(std::move(response)); });
   }
 

@@ -125,6 +125,23 @@ TEST(LocaleTests, TakesTheVariablesOfTheProcess) {
   for (const char* name : {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
 }
 
+TEST(LocaleTests, TheListIsMadeAgainWhereTheEnvironmentHasChangedOnly) {
+  for (const char* name : {"LANGUAGE", "LC_ALL", "LC_MESSAGES"}) unsetenv(name);
+  setenv("LANG", "de_DE.UTF-8", 1);
+  const auto list = detail::preferredLanguages();
+  setenv("LANGUAGE_OF_ANOTHER_PROGRAM", "fr", 1);
+  EXPECT_EQ(detail::preferredLanguages(), list);
+  Locale::setPreferredLanguages(Tags{"pt"});
+  EXPECT_EQ(*detail::preferredLanguages(), (Tags{"pt"}));
+  Locale::setPreferredLanguages(std::nullopt);
+  EXPECT_EQ(*detail::preferredLanguages(), (Tags{"de-DE"}));
+  setenv("LANG", "de_AT.UTF-8", 1);
+  EXPECT_EQ(*detail::preferredLanguages(), (Tags{"de-AT"}));
+  unsetenv("LANG");
+  EXPECT_EQ(*detail::preferredLanguages(), (Tags{"en"}));
+  unsetenv("LANGUAGE_OF_ANOTHER_PROGRAM");
+}
+
 TEST(LocaleTests, ApplicationSetsItsOwnList) {
   const Tags before = Locale::preferredLanguages();
   struct Row {

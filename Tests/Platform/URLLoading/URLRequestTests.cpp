@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 namespace tarn {
 namespace {
 
@@ -29,6 +31,21 @@ TEST(URLRequest, CopiesShareTheirHeaderFieldsUntilOneChangesThem) {
             (URLRequest::HeaderFields{{"Accept", "text/plain"}, {"X-Copy", "1"}}));
   const auto moved = std::move(copy);
   EXPECT_EQ(moved.value("x-copy"), "1");
+}
+
+TEST(URLRequest, SharesTheHeaderFieldsOfOthersAsLongAsOneHasThem) {
+  std::optional<URLRequest> first = someRequest();
+  EXPECT_FALSE(first->shareHeaderFields(first->headerFieldsReference()));  // there are none
+  first->setValue("tea", "X-Shop");
+  const auto fields = first->headerFieldsReference();
+  URLRequest second = someRequest();
+  EXPECT_TRUE(second.shareHeaderFields(fields));
+  EXPECT_EQ(&second.allHTTPHeaderFields(), &first->allHTTPHeaderFields());
+  first.reset();
+  EXPECT_EQ(second.value("X-Shop"), "tea");
+  second.setValue("coffee", "X-Shop");
+  EXPECT_FALSE(second.shareHeaderFields(fields));
+  EXPECT_EQ(second.value("X-Shop"), "coffee");
 }
 
 TEST(URLRequest, RefusesMethodsThatAreNoTokens) {

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <stdexcept>
 
 namespace tarn {
@@ -289,6 +290,71 @@ TEST_F(RequestHeaderTests, EqualRequestsShareTheirFields) {
   const auto first = request.urlRequest();
   request.path = "elsewhere";
   EXPECT_EQ(&request.urlRequest().allHTTPHeaderFields(), &first.allHTTPHeaderFields());
+}
+
+TEST_F(RequestHeaderTests, EqualRequestsShareTheirFieldsWhateverIsSentBetweenThem) {
+  Addressed tea;
+  tea.headers = {{"X-Shop", "tea"}};
+  Addressed coffee;
+  coffee.headers = {{"X-Shop", "coffee"}};
+  const auto firstTea = tea.urlRequest();
+  const auto firstCoffee = coffee.urlRequest();
+  std::vector<URLRequest> others;
+  for (int number = 0; number < 100; ++number) {
+    SCOPED_TRACE(number);
+    EXPECT_EQ(&tea.urlRequest().allHTTPHeaderFields(), &firstTea.allHTTPHeaderFields());
+    EXPECT_EQ(&coffee.urlRequest().allHTTPHeaderFields(), &firstCoffee.allHTTPHeaderFields());
+    Addressed other;
+    other.headers = {{"X-Trace", std::to_string(number)}};
+    others.push_back(other.urlRequest());
+    EXPECT_EQ(others.back().allHTTPHeaderFields().at("X-Trace"), std::to_string(number));
+  }
+}
+
+TEST_F(RequestHeaderTests, FieldsGoWithTheLastRequestThatHasThem) {
+  Addressed request;
+  request.headers = {{"Authorization", "Bearer abc"}};
+  std::optional<URLRequest> first = request.urlRequest();
+  const auto fields = first->headerFieldsReference();
+  std::optional<URLRequest> second = request.urlRequest();
+  first.reset();
+  EXPECT_TRUE(URLRequest(URL()).shareHeaderFields(fields));
+  second.reset();
+  EXPECT_FALSE(URLRequest(URL()).shareHeaderFields(fields));
+}
+
+TEST_F(RequestHeaderTests, FieldsAreSharedOnlyWhereAllOfThemAreEqual) {
+  struct Row {
+    const char* name;
+    HTTPHeaders first;
+    HTTPHeaders second;
+  };
+  const Row rows[] = {
+      {"one more", {}, {{"X-Shop", "tea"}}},
+      {"one less", {{"X-Shop", "tea"}}, {}},
+      {"another value", {{"X-Shop", "tea"}}, {{"X-Shop", "coffee"}}},
+      {"another name", {{"X-Shop", "tea"}}, {{"X-Till", "tea"}}},
+      {"the default back", {{"Accept", "mine"}}, {}},
+      {"the default replaced", {}, {{"Accept", "mine"}}},
+      {"the default named", {{"Accept", "mine"}}, {{"Accept-Language", "en;q=1.0"}}},
+      {"the last left out", {{"A", "1"}, {"Z", "2"}}, {{"A", "1"}}},
+      {"one more at the end", {{"A", "1"}}, {{"A", "1"}, {"Z", "2"}}},
+      {"one more beside a replaced one", {{"Accept", "a"}}, {{"Accept", "a"}, {"X", "1"}}},
+  };
+  for (const auto& [name, firstHeaders, secondHeaders] : rows) {
+    SCOPED_TRACE(name);
+    Addressed first;
+    first.headers = firstHeaders;
+    Addressed second;
+    second.headers = secondHeaders;
+    const auto firstRequest = first.urlRequest();
+    const auto secondRequest = second.urlRequest();
+    EXPECT_NE(secondRequest.allHTTPHeaderFields(), firstRequest.allHTTPHeaderFields());
+    for (const auto& [field, value] : secondHeaders) {
+      EXPECT_EQ(secondRequest.allHTTPHeaderFields().at(field), value);
+    }
+    EXPECT_EQ(&first.urlRequest().allHTTPHeaderFields(), &firstRequest.allHTTPHeaderFields());
+  }
 }
 
 TEST_F(RequestHeaderTests, EachRequestHasItsOwnFieldsWhateverWasSentBefore) {
