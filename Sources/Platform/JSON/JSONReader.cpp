@@ -74,6 +74,13 @@ inline bool JSONReader::takeWord(std::string_view word) noexcept {
   return true;
 }
 
+inline bool JSONReader::takeKey(std::string_view text) noexcept {
+  const std::string_view rest(text_.data() + *token_, text_.size() - *token_);
+  if (text.empty() || !rest.starts_with(text)) return false;
+  token_ += 2;
+  return true;
+}
+
 bool JSONReader::null() {
   if (current() != 'n') return false;
   if (!takeWord("null")) failSyntax("a value");
@@ -245,8 +252,8 @@ JSONReader::Nesting::~Nesting() {
   --reader_.depth_;
 }
 
-bool JSONReader::Nesting::next() {
-  const bool isArray = frame_.isIndex;
+/// Past the comma, or past the closing bracket: false then.
+inline bool JSONReader::Nesting::goOn(bool isArray) {
   if (reader_.current() == (isArray ? ']' : '}')) {
     ++reader_.token_;
     reader_.frame_ = frame_.outer;
@@ -260,13 +267,33 @@ bool JSONReader::Nesting::next() {
     ++frame_.index;
   }
   isStarted_ = true;
-  if (!isArray) readKey();
-  reader_.frame_ = &frame_;
-  reader_.value_ = reader_.token_;
   return true;
 }
 
-inline void JSONReader::Nesting::readKey() {
+inline void JSONReader::Nesting::faceValue() noexcept {
+  reader_.frame_ = &frame_;
+  reader_.value_ = reader_.token_;
+}
+
+bool JSONReader::Nesting::next() {
+  if (!goOn(frame_.isIndex)) return false;
+  if (!frame_.isIndex) readKey();
+  faceValue();
+  return true;
+}
+
+inline bool JSONReader::Nesting::next(std::string_view expected) {
+  if (!goOn(false)) return false;
+  isExpected_ = reader_.takeKey(expected);
+  if (isExpected_)
+    frame_.key = expected.substr(1, expected.size() - 3);
+  else
+    readKey();
+  faceValue();
+  return true;
+}
+
+void JSONReader::Nesting::readKey() {
   if (reader_.current() != '"') reader_.failSyntax("a key");
   frame_.key = reader_.takeString();
   if (detail::isEscaped(frame_.key)) {
@@ -353,11 +380,17 @@ void decodeMembers(JSONReader& reader, void* object, std::span<const DecodedMemb
   std::array<bool, mostMembers> seen{};
   std::string converted;
   std::size_t next = 0;  // members mostly come as they are declared
+  const auto expected = [&] {
+    return !strategy && next < members.size() ? members[next].text : std::string_view();
+  };
   JSONReader::Nesting nesting(reader, JSONReader::Kind::object);
-  while (nesting.next()) {
-    const auto key = nesting.key();
-    if (strategy) converted = strategy(key);
-    const auto index = find(key, strategy ? std::string_view(converted) : key, members, next);
+  while (nesting.next(expected())) {
+    auto index = next;
+    if (!nesting.isExpected()) {
+      const auto key = nesting.key();
+      if (strategy) converted = strategy(key);
+      index = find(key, strategy ? std::string_view(converted) : key, members, next);
+    }
     if (index == members.size()) {
       reader.skip();
       continue;

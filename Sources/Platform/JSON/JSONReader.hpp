@@ -140,16 +140,24 @@ class JSONReader {
 
     /// Goes to the next value, past its key; false once the closing bracket is taken.
     bool next();
+    /// The same in an object, where the next entry is likely to start with `expected`: a key
+    /// between quotes and its colon.
+    bool next(std::string_view expected);
     std::string_view key() const noexcept { return frame_.key; }
+    /// Whether the entry started as expected.
+    bool isExpected() const noexcept { return isExpected_; }
 
    private:
+    bool goOn(bool isArray);
     void readKey();
+    void faceValue() noexcept;
 
     JSONReader& reader_;
     Position start_;
     detail::CodingFrame frame_;
     std::string unescapedKey_;
     bool isStarted_ = false;
+    bool isExpected_ = false;
     bool isOpen_ = true;
   };
 
@@ -186,6 +194,8 @@ class JSONReader {
   /// Whether the next token, without its first characters, goes on.
   bool goesOn(std::size_t size) const noexcept;
   bool takeWord(std::string_view word) noexcept;
+  /// Takes a key and its colon if they stand in the document like this.
+  bool takeKey(std::string_view text) noexcept;
   /// Takes a string and answers what stands between the quotes, which may have to be unescaped.
   std::string_view takeString();
   detail::Number takeNumber();

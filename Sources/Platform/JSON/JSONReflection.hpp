@@ -140,9 +140,36 @@ consteval bool isSound() {
   return false;
 }
 
+// Filled up with zeros, so that whole blocks can be copied.
+constexpr std::size_t keyTextBlock = 16;
+
+template <class T, std::size_t I>
+inline constexpr auto keyText = [] {
+  constexpr std::string_view key = keyOf<T, I>();
+  std::array<char, (key.size() + 3 + keyTextBlock - 1) / keyTextBlock * keyTextBlock> text{'"'};
+  std::ranges::copy(key, text.begin() + 1);
+  text[key.size() + 1] = '"';
+  text[key.size() + 2] = ':';
+  return text;
+}();
+
+constexpr bool isPlainKey(std::string_view key) {
+  return std::ranges::all_of(key,
+                             [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+}
+
+/// The key between quotes, and the colon; empty where the key has to be escaped.
+template <class T, std::size_t I>
+constexpr std::string_view textOfKey() {
+  constexpr std::string_view key = keyOf<T, I>();
+  return {keyText<T, I>.data(), isPlainKey(key) ? key.size() + 3 : 0};
+}
+
 // What the code that is no template needs to know of a member.
 struct DecodedMember {
   std::string_view key;
+  /// As textOfKey() says.
+  std::string_view text;
   /// `again`: the value is not new, an earlier one has to go.
   void (*decode)(JSONReader& reader, void* object, bool again);
   /// For an optional member the document lacks; null where it keeps its initial value.
@@ -154,7 +181,7 @@ struct DecodedMember {
 struct EncodedMember {
   std::string_view key;
   bool isKeyGiven;
-  /// The key between quotes, and the colon; empty where the key has to be escaped.
+  /// As textOfKey() says.
   std::string_view text;
   void (*encode)(JSONWriter& writer, const void* object);
   /// Whether there is nothing to be written; null where there always is.
@@ -186,7 +213,8 @@ constexpr DecodedMember decodedMember() {
   void (*clear)(void*) = nullptr;
   if constexpr (isCleared && !std::is_const_v<DeclaredMember<T, I>>)
     clear = [](void* object) { memberOf<I>(*static_cast<T*>(object)).reset(); };
-  return {keyOf<T, I>(), decodeMember<T, I>, clear, !isCleared && !isDefault, isKeyGiven<T, I>()};
+  return {keyOf<T, I>(), textOfKey<T, I>(),        decodeMember<T, I>,
+          clear,         !isCleared && !isDefault, isKeyGiven<T, I>()};
 }
 
 template <class T, std::size_t I>
@@ -196,24 +224,6 @@ void encodeMember(JSONWriter& writer, const void* object) {
   if constexpr (isWritable) writer.encode(memberOf<I>(*static_cast<const T*>(object)));
 }
 
-// Filled up with zeros, so that whole blocks can be copied.
-constexpr std::size_t keyTextBlock = 16;
-
-template <class T, std::size_t I>
-inline constexpr auto keyText = [] {
-  constexpr std::string_view key = keyOf<T, I>();
-  std::array<char, (key.size() + 3 + keyTextBlock - 1) / keyTextBlock * keyTextBlock> text{'"'};
-  std::ranges::copy(key, text.begin() + 1);
-  text[key.size() + 1] = '"';
-  text[key.size() + 2] = ':';
-  return text;
-}();
-
-constexpr bool isPlainKey(std::string_view key) {
-  return std::ranges::all_of(key,
-                             [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
-}
-
 template <class T, std::size_t I>
 constexpr EncodedMember encodedMember() {
   bool (*isAbsent)(const void*) = nullptr;
@@ -221,9 +231,7 @@ constexpr EncodedMember encodedMember() {
     isAbsent = [](const void* object) {
       return !memberOf<I>(*static_cast<const T*>(object)).has_value();
     };
-  constexpr std::string_view key = keyOf<T, I>();
-  const std::size_t textSize = isPlainKey(key) ? key.size() + 3 : 0;
-  return {key, isKeyGiven<T, I>(), {keyText<T, I>.data(), textSize}, encodeMember<T, I>, isAbsent};
+  return {keyOf<T, I>(), isKeyGiven<T, I>(), textOfKey<T, I>(), encodeMember<T, I>, isAbsent};
 }
 
 template <ReflectedStruct T>

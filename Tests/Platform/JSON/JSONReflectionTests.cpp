@@ -410,6 +410,63 @@ TEST(JSONReflectionTests, KeysAreComparedWithoutTheirEscapes) {
   EXPECT_EQ(decoded<Holder<int>>(R"({"v\u0061lue": 4})").value, 4);
 }
 
+struct SimilarKeys {
+  std::optional<int> a;
+  std::optional<int> ab;
+  std::optional<int> quoted;
+  static constexpr JSONKeys codingKeys = {{"quoted", "a\"b"}};
+  friend bool operator==(const SimilarKeys&, const SimilarKeys&) = default;
+};
+
+TEST(JSONReflectionTests, KeysAreWholeHoweverTheyAreSetAndWhereverTheyCome) {
+  const struct {
+    std::string_view json;
+    SimilarKeys value;
+  } rows[] = {
+      {R"({"a":1,"ab":2,"a\"b":3})", {1, 2, 3}},
+      {"{ \"a\" :\n1 , \"ab\"\t: 2,\r\n\"a\\\"b\" : 3 }", {1, 2, 3}},
+      {R"({"ab":2})", {{}, 2, {}}},
+      {R"({"ab":2,"a":1})", {1, 2, {}}},
+      {R"({"a":1,"a":2,"ab":3,"ab":4})", {2, 4, {}}},
+      {R"({"a\\":1,"":2,"abc":3,"A":4})", {}},
+  };
+  for (const auto& [json, value] : rows) {
+    SCOPED_TRACE(json);
+    EXPECT_EQ(decoded<SimilarKeys>(json), value);
+  }
+}
+
+TEST(JSONReflectionTests, ExpectedKeysAreNoLessChecked) {
+  const struct {
+    std::string_view json;
+    std::string_view expected;
+  } rows[] = {
+      {R"({"a":1,"ab":2,"a"b":"})",
+       R"(dataCorrupted: a: expected ":", found "b\":\"" (line 1, column 18))"},
+      {R"({"a")", R"(dataCorrupted: expected ":", found the end of the text (line 1, column 5))"},
+      {R"({"a":)",
+       R"(dataCorrupted: a: expected a value, found the end of the text (line 1, column 6))"},
+      {R"({"a":1 "ab":2})",
+       R"(dataCorrupted: a: expected "," or "}", found the string "ab" (line 1, column 8))"},
+      {R"({"a":1,"ab":true})", "typeMismatch: ab: expected a number, found true"},
+  };
+  for (const auto& [json, expected] : rows) {
+    SCOPED_TRACE(json);
+    EXPECT_EQ(decodingFailure<SimilarKeys>(json), expected);
+  }
+}
+
+struct SnakeMember {
+  std::optional<int> first_name;
+};
+
+TEST(JSONReflectionTests, KeyStrategiesHideMembersOfAnotherStyle) {
+  JSONDecoder decoder;
+  EXPECT_EQ(decoder.decode<SnakeMember>(R"({"first_name":1})").first_name, 1);
+  decoder.keyDecodingStrategy = JSONDecoder::convertFromSnakeCase;
+  EXPECT_EQ(decoder.decode<SnakeMember>(R"({"first_name":1})").first_name, std::nullopt);
+}
+
 struct Initialised {
   std::vector<std::string> list = {"a", "b"};
   std::map<std::string, int> map = {{"a", 1}};
