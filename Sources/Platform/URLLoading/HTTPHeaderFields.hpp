@@ -1,25 +1,32 @@
 #pragma once
 
+#include <cstddef>
+#include <cstring>
 #include <initializer_list>
+#include <iterator>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace tarn {
 
 /// Header fields of one HTTP message in the order they were first seen; names compare without
-/// regard to ASCII case (RFC 9110, 5.1).
+/// regard to ASCII case (RFC 9110, 5.1). The views that it hands out live as long as this object is
+/// neither changed nor moved from; they may be arguments of its own functions.
 class HTTPHeaderFields {
  public:
-  using value_type = std::pair<std::string, std::string>;
-  using const_iterator = std::vector<value_type>::const_iterator;
+  /// A name and its value.
+  using value_type = std::pair<std::string_view, std::string_view>;
+  class const_iterator;
 
   HTTPHeaderFields() = default;
+  /// As by add(), one after another.
   HTTPHeaderFields(std::initializer_list<value_type> fields);
+  explicit HTTPHeaderFields(std::span<const value_type> fields);
 
-  /// The value of a field, or nothing. The text lives as long as this object is not changed.
+  /// The value of a field, or nothing.
   std::optional<std::string_view> value(std::string_view name) const noexcept;
   bool contains(std::string_view name) const noexcept { return value(name).has_value(); }
 
@@ -29,26 +36,88 @@ class HTTPHeaderFields {
   /// Replaces the field or adds it.
   void set(std::string_view name, std::string_view value);
   void remove(std::string_view name);
-  /// Makes room for `count` fields in all.
-  void reserve(std::size_t count) { fields_.reserve(count); }
-  /// Gives room that is not used back.
-  void shrinkToFit() { fields_.shrink_to_fit(); }
 
-  const_iterator begin() const noexcept { return fields_.begin(); }
-  const_iterator end() const noexcept { return fields_.end(); }
-  std::size_t size() const noexcept { return fields_.size(); }
-  bool empty() const noexcept { return fields_.empty(); }
+  const_iterator begin() const noexcept;
+  const_iterator end() const noexcept;
+  /// Counts the fields.
+  std::size_t size() const noexcept;
+  bool empty() const noexcept { return text_.empty(); }
 
   /// Same names (case aside) with the same values, in any order.
   friend bool operator==(const HTTPHeaderFields& left, const HTTPHeaderFields& right) noexcept;
 
  private:
-  std::vector<value_type>::iterator find(std::string_view name) noexcept;
+  struct Sizes {
+    std::size_t name;
+    std::size_t value;
+  };
 
-  std::vector<value_type> fields_;
+  const_iterator find(std::string_view name) const noexcept;
+  void replace(const_iterator field, const HTTPHeaderFields& replacement);
+
+  // Each field in turn: its sizes, its name, its value.
+  std::string text_;
 };
 
+/// A forward iterator whose elements are made as they are read.
+class HTTPHeaderFields::const_iterator {
+  struct Arrow {
+    value_type field;
+    const value_type* operator->() const noexcept { return &field; }
+  };
+
+ public:
+  using iterator_concept = std::forward_iterator_tag;
+  using iterator_category = std::input_iterator_tag;  // which may have no references either
+  using value_type = HTTPHeaderFields::value_type;
+  using difference_type = std::ptrdiff_t;
+  using pointer = Arrow;
+  using reference = value_type;
+
+  const_iterator() = default;
+
+  reference operator*() const noexcept {
+    Sizes sizes;
+    std::memcpy(&sizes, place_, sizeof sizes);
+    const char* const name = place_ + sizeof sizes;
+    return {{name, sizes.name}, {name + sizes.name, sizes.value}};
+  }
+  pointer operator->() const noexcept { return {**this}; }
+  const_iterator& operator++() noexcept {
+    const auto value = (**this).second;
+    place_ = value.data() + value.size();
+    return *this;
+  }
+  const_iterator operator++(int) noexcept {
+    const auto former = *this;
+    ++*this;
+    return former;
+  }
+  friend bool operator==(const_iterator left, const_iterator right) noexcept = default;
+
+ private:
+  friend class HTTPHeaderFields;
+  explicit const_iterator(const char* place) noexcept : place_(place) {}
+
+  const char* place_ = nullptr;
+};
+
+inline HTTPHeaderFields::const_iterator HTTPHeaderFields::begin() const noexcept {
+  return const_iterator(text_.data());
+}
+
+inline HTTPHeaderFields::const_iterator HTTPHeaderFields::end() const noexcept {
+  return const_iterator(text_.data() + text_.size());
+}
+
+namespace detail {
+bool sameButForCase(const char* left, const char* right, std::size_t size) noexcept;
+}
+
 /// Whether two texts are the same but for the case of ASCII letters.
-bool equalsIgnoringCase(std::string_view left, std::string_view right) noexcept;
+inline bool equalsIgnoringCase(std::string_view left, std::string_view right) noexcept {
+  return left.size() == right.size() &&
+         detail::sameButForCase(left.data(), right.data(), left.size());
+}
 
 }  // namespace tarn

@@ -23,7 +23,9 @@ std::string detail::debugStatusAndHeaders(TypeReference type,
                      "\n\nHTTP Status: " + std::string(metadata.status.description()) +
                      "\n\nHeaders: \n";
   if (metadata.headers) {
-    for (const auto& [name, value] : *metadata.headers) text += name + ": " + value + "\n";
+    for (const auto& [name, value] : *metadata.headers) {
+      text.append(name).append(": ").append(value).append("\n");
+    }
   }
   return text;
 }

@@ -1,9 +1,28 @@
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+#include <ranges>
+#include <vector>
 
 namespace tarn {
 namespace {
+
+using testing::ElementsAre;
+using testing::Pair;
+using Field = HTTPHeaderFields::value_type;
+
+static_assert(std::ranges::forward_range<HTTPHeaderFields>);
+static_assert(std::input_iterator<HTTPHeaderFields::const_iterator>);
+static_assert(std::is_same_v<std::iter_value_t<HTTPHeaderFields::const_iterator>, Field>);
+static_assert(std::is_same_v<std::iter_reference_t<HTTPHeaderFields::const_iterator>, Field>);
+static_assert(std::is_nothrow_move_constructible_v<HTTPHeaderFields>);
+static_assert(std::is_nothrow_move_assignable_v<HTTPHeaderFields>);
+
+std::vector<Field> listed(const HTTPHeaderFields& fields) { return {fields.begin(), fields.end()}; }
 
 TEST(HTTPHeaderFields, LooksUpWithoutRegardToCase) {
   const HTTPHeaderFields fields{{"Content-Type", "text/plain"}};
@@ -37,12 +56,121 @@ TEST(HTTPHeaderFields, SetsAndRemovesWhateverTheCase) {
   EXPECT_EQ(fields.size(), 2u);
 }
 
+TEST(HTTPHeaderFields, KeepsTheOrderWhateverBecomesLongerShorterOrIsRemoved) {
+  HTTPHeaderFields fields{{"A", "1"}, {"B", ""}, {"C", "3"}, {"", "nameless"}, {"D", "4"}};
+  EXPECT_THAT(listed(fields), ElementsAre(Pair("A", "1"), Pair("B", ""), Pair("C", "3"),
+                                          Pair("", "nameless"), Pair("D", "4")));
+  fields.set("b", "longer than it was");
+  fields.add("a", "x");
+  fields.set("D", "");
+  EXPECT_THAT(listed(fields), ElementsAre(Pair("A", "1, x"), Pair("B", "longer than it was"),
+                                          Pair("C", "3"), Pair("", "nameless"), Pair("D", "")));
+  fields.remove("C");
+  fields.remove("");
+  EXPECT_THAT(listed(fields),
+              ElementsAre(Pair("A", "1, x"), Pair("B", "longer than it was"), Pair("D", "")));
+  fields.remove("A");
+  fields.remove("D");
+  fields.remove("B");
+  EXPECT_TRUE(fields.empty());
+  EXPECT_EQ(fields.size(), 0u);
+  EXPECT_EQ(fields.begin(), fields.end());
+  EXPECT_EQ(fields, HTTPHeaderFields());
+  fields.add("E", "5");
+  EXPECT_THAT(listed(fields), ElementsAre(Pair("E", "5")));
+}
+
+TEST(HTTPHeaderFields, ArePutTogetherFromAListAsByAddingEach) {
+  const std::vector<std::vector<Field>> lists{
+      {},
+      {{"A", "1"}},
+      {{"A", "1"}, {"a", "2"}, {"A", ""}},
+      {{"A", ""}, {"B", "2"}, {"a", "3"}, {"C", "4"}, {"b", "5"}, {"A", "6"}},
+      {{"", "1"}, {"A", "2"}, {"", "3"}},
+      {{"A", std::string_view("\0\xFF", 2)}, {"A", "2"}},
+  };
+  for (const auto& list : lists) {
+    SCOPED_TRACE(testing::PrintToString(list));
+    HTTPHeaderFields added;
+    for (const auto& [name, value] : list) added.add(name, value);
+    EXPECT_EQ(listed(HTTPHeaderFields(list)), listed(added));
+  }
+}
+
+TEST(HTTPHeaderFields, TakesItsOwnTexts) {
+  const std::string text(40, 't');
+  // With room to spare and without: what is added moves the texts, or does not.
+  for (const std::size_t others : {0u, 1u, 5u, 20u}) {
+    SCOPED_TRACE(others);
+    HTTPHeaderFields fields{{"First", text}, {"Second", "2"}};
+    const auto value = [&](std::string_view name) { return fields.value(name).value(); };
+    for (std::size_t i = 0; i < others; ++i) fields.add("Other-" + std::to_string(i), "o");
+    fields.add(value("First"), value("Second"));
+    EXPECT_EQ(value(text), "2");
+    fields.add(fields.begin()->first, value("First"));
+    EXPECT_EQ(value("First"), text + ", " + text);
+    fields.set("First", value("Second"));
+    EXPECT_EQ(value("First"), "2");
+    fields.set("Second", value("Second"));
+    EXPECT_EQ(value("Second"), "2");
+    fields.set(value("Second"), value(text));  // under the name "2"
+    EXPECT_EQ(value("2"), "2");
+    EXPECT_EQ(fields.size(), others + 4);
+    fields.remove(fields.begin()->first);
+    EXPECT_EQ(fields.begin()->first, "Second");
+  }
+}
+
+TEST(HTTPHeaderFields, JoinsManyInTimeThatGrowsWithWhatTheyHold) {
+  // Were all that follows moved at each of them, it would be twenty thousand million bytes.
+  const std::string large(1'000'000, 'x');
+  std::vector<Field> list{{"A", ""}, {"B", large}};
+  list.resize(20'000, {"a", "y"});
+  const HTTPHeaderFields fields(list);
+  EXPECT_EQ(fields.size(), 2u);
+  EXPECT_EQ(fields.value("A")->size(), 19'998u * 3);
+  EXPECT_TRUE(fields.value("A")->starts_with(", y, y, "));
+  EXPECT_EQ(fields.value("B"), large);
+}
+
+TEST(HTTPHeaderFields, AreCopiedAndMovedWhole) {
+  for (const std::size_t length : {0u, 1u, 100u}) {
+    SCOPED_TRACE(length);
+    const std::string text(length, 't');
+    HTTPHeaderFields fields{{"A", text}};
+    HTTPHeaderFields copy = fields;
+    copy.set("A", "other");
+    EXPECT_EQ(fields.value("A"), text);
+    const HTTPHeaderFields moved = std::move(fields);
+    EXPECT_EQ(moved.value("A"), text);
+    fields = copy;
+    EXPECT_EQ(fields.value("A"), "other");
+  }
+}
+
+TEST(HTTPHeaderFields, AreIteratedMoreThanOnce) {
+  const HTTPHeaderFields fields{{"A", "1"}, {"B", "2"}, {"C", "3"}};
+  auto place = fields.begin();
+  EXPECT_EQ((*place++).first, "A");
+  const auto second = place;
+  EXPECT_EQ(place->first, "B");
+  EXPECT_EQ((++place)->second, "3");
+  EXPECT_EQ(second->second, "2");
+  EXPECT_EQ(std::next(second), place);
+  EXPECT_EQ(++place, fields.end());
+  EXPECT_EQ(std::ranges::max_element(fields)->first, "C");
+}
+
 TEST(HTTPHeaderFields, ComparesWithoutOrderAndCaseOfNames) {
   const HTTPHeaderFields fields{{"A", "1"}, {"B", "2"}};
   EXPECT_EQ(fields, (HTTPHeaderFields{{"b", "2"}, {"a", "1"}}));
   EXPECT_NE(fields, (HTTPHeaderFields{{"a", "1"}}));
   EXPECT_NE(fields, (HTTPHeaderFields{{"a", "1"}, {"b", "3"}}));
   EXPECT_NE(fields, (HTTPHeaderFields{{"a", "1"}, {"c", "2"}}));
+  EXPECT_NE(fields, (HTTPHeaderFields{{"a", "1"}, {"b", "2"}, {"c", ""}}));
+  // The same bytes one after another, divided otherwise.
+  EXPECT_NE((HTTPHeaderFields{{"a", "bc"}}), (HTTPHeaderFields{{"ab", "c"}}));
+  EXPECT_NE((HTTPHeaderFields{{"a", ""}}), HTTPHeaderFields());
 }
 
 TEST(HTTPHeaderFields, OnlyAsciiLettersHaveCase) {

@@ -14,6 +14,7 @@ constexpr std::size_t mostLines = 5000;
 constexpr std::size_t mostBytes = 1024 * 1024;
 
 constexpr std::size_t usualFields = 16;
+constexpr std::size_t usualText = 512;
 
 // libcurl takes "5abc", "+5" and numbers that overflow; two readers of one message must not differ
 // on its length.
@@ -51,8 +52,11 @@ bool HeadParser::bodyEndsWithConnection() const noexcept {
 HeadParser::Event HeadParser::startBlock(std::string_view line) {
   if (!line.starts_with("HTTP/")) return refuse("the answer does not begin with a status line");
   started_ = inBlock_ = true;
-  fields_ = HTTPHeaderFields();
-  fields_.reserve(usualFields);
+  text_.clear();
+  text_.reserve(usualText);
+  ends_.clear();
+  ends_.reserve(usualFields);
+  mayFold_ = false;
   contentLength_.reset();
   const auto versionEnd = std::min(line.find(' '), line.size());
   httpVersion_ = line.substr(0, versionEnd);
@@ -64,42 +68,56 @@ HeadParser::Event HeadParser::startBlock(std::string_view line) {
 
 HeadParser::Event HeadParser::endBlock() {
   inBlock_ = false;
-  flushField();
-  transferCoded_ = fields_.contains("Transfer-Encoding");
   // Nobody asked to switch protocols, and what would follow is not HTTP.
   if (statusCode_ == 101) return refuse("the server switched protocols unasked");
   if (statusCode_ < 200) return Event::none;
+  fields_ = joinedFields();
+  transferCoded_ = fields_.contains("Transfer-Encoding");
   complete_ = true;
   return Event::headComplete;
 }
 
 HeadParser::Event HeadParser::addField(std::string_view line) {
-  if (line.front() == ' ' || line.front() == '\t') {
-    value_.append(" ").append(trimmed(line));
+  if (isBlank(line.front())) {
+    if (mayFold_) {
+      text_.append(" ").append(trimmed(line));
+      ends_.back().second = text_.size();
+    }
     return Event::none;
   }
-  flushField();
   const auto colon = line.find(':');
   if (colon == std::string_view::npos) return refuse("a header line has no colon");
   const auto name = trimmed(line.substr(0, colon));
   const auto value = trimmed(line.substr(colon + 1));
-  if (equalsIgnoringCase(name, "Content-Length")) {
+  const bool isLength = equalsIgnoringCase(name, "Content-Length");
+  mayFold_ = !name.empty() && !isLength;
+  if (isLength) {
     const auto length = strictLength(value);
     if (!length) return refuse("Content-Length is not a number");
     if (contentLength_ && contentLength_ != length) return refuse("two Content-Lengths differ");
-    if (!contentLength_) fields_.add(name, value);
+    if (!contentLength_) keep(name, value);
     contentLength_ = length;
-    return Event::none;
+  } else if (!name.empty()) {
+    keep(name, value);
   }
-  name_ = name;
-  value_ = value;
   return Event::none;
 }
 
-// A field is only whole when the next line shows that it is not continued.
-void HeadParser::flushField() {
-  if (!name_.empty()) fields_.add(name_, value_);
-  name_.clear();
+void HeadParser::keep(std::string_view name, std::string_view value) {
+  const auto nameEnd = text_.append(name).size();
+  ends_.emplace_back(nameEnd, text_.append(value).size());
+}
+
+HTTPHeaderFields HeadParser::joinedFields() const {
+  std::vector<HTTPHeaderFields::value_type> fields;
+  fields.reserve(ends_.size());
+  const std::string_view text = text_;
+  std::size_t start = 0;
+  for (const auto& [nameEnd, end] : ends_) {
+    fields.emplace_back(text.substr(start, nameEnd - start), text.substr(nameEnd, end - nameEnd));
+    start = end;
+  }
+  return HTTPHeaderFields(fields);
 }
 
 HeadParser::Event HeadParser::refuse(const char* reason) noexcept {

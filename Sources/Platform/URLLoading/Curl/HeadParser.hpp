@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace tarn::detail {
 
@@ -25,12 +27,9 @@ class HeadParser {
 
   int statusCode() const noexcept { return statusCode_; }
   const std::string& httpVersion() const noexcept { return httpVersion_; }
+  /// None before the head is complete.
   const HTTPHeaderFields& fields() const noexcept { return fields_; }
-  /// They are kept for as long as the task, so without the room that the parser made for more.
-  HTTPHeaderFields takeFields() {
-    fields_.shrinkToFit();
-    return std::move(fields_);
-  }
+  HTTPHeaderFields takeFields() noexcept { return std::move(fields_); }
   /// What the head says of the length of the body; nothing where it says nothing or the body is
   /// chunked.
   std::optional<std::int64_t> announcedLength() const noexcept;
@@ -42,7 +41,8 @@ class HeadParser {
   Event startBlock(std::string_view line);
   Event endBlock();
   Event addField(std::string_view line);
-  void flushField();
+  void keep(std::string_view name, std::string_view value);
+  HTTPHeaderFields joinedFields() const;
   Event refuse(const char* reason) noexcept;
 
   bool started_ = false;
@@ -51,8 +51,10 @@ class HeadParser {
   int statusCode_ = 0;
   std::string httpVersion_;
   HTTPHeaderFields fields_;
-  std::string name_;  // the field being read, until the next line
-  std::string value_;
+  // Of the block being read: names and values one after another, and where they end.
+  std::string text_;
+  std::vector<std::pair<std::size_t, std::size_t>> ends_;
+  bool mayFold_ = false;  // whether the last field may go on in the next line
   std::optional<std::int64_t> contentLength_;
   bool transferCoded_ = false;
   std::size_t lines_ = 0;

@@ -16,14 +16,14 @@ class Scanner {
   bool atEnd() const noexcept { return rest_.empty(); }
 
   std::string_view until(std::string_view stops) {
-    const auto end = std::min(rest_.find_first_of(stops), rest_.size());
-    const auto part = rest_.substr(0, end);
-    rest_.remove_prefix(end);
+    const auto end = std::find_first_of(rest_.begin(), rest_.end(), stops.begin(), stops.end());
+    const std::string_view part(rest_.begin(), end);
+    rest_.remove_prefix(part.size());
     return trimmed(part);
   }
 
   bool take(char c) {
-    rest_ = rest_.substr(std::min(rest_.find_first_not_of(" \t"), rest_.size()));
+    while (!rest_.empty() && isBlank(rest_.front())) rest_.remove_prefix(1);
     if (rest_.empty() || rest_.front() != c) return false;
     rest_.remove_prefix(1);
     return true;

@@ -64,12 +64,6 @@ std::optional<std::string> extendedValue(std::string_view text) {
 
 }  // namespace
 
-std::string_view trimmed(std::string_view text) noexcept {
-  const auto first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 std::string lowercased(std::string_view text) {
   std::string result(text);
   for (char& c : result) {
@@ -82,7 +76,7 @@ bool isToken(std::string_view text) noexcept {
   constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
   return !text.empty() && std::all_of(text.begin(), text.end(), [marks](char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           marks.find(c) != std::string_view::npos;
+           std::find(marks.begin(), marks.end(), c) != marks.end();
   });
 }
 

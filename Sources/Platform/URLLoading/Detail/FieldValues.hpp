@@ -8,8 +8,13 @@
 
 namespace tarn::detail {
 
+constexpr bool isBlank(char c) noexcept { return c == ' ' || c == '\t'; }
 /// Without spaces and tabs at either end.
-std::string_view trimmed(std::string_view text) noexcept;
+constexpr std::string_view trimmed(std::string_view text) noexcept {
+  while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
 std::string lowercased(std::string_view text);
 /// Letters, digits and the few marks that a method or field name may hold (RFC 9110, 5.6.2).
 bool isToken(std::string_view text) noexcept;

@@ -60,8 +60,8 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 44> extensio
 }};
 
 // Bytes C2 80 to C2 9F are the second set of control characters.
-std::string withoutSeparatorsAndControls(std::string_view text) {
-  std::string name;
+void removeSeparatorsAndControls(std::string& text) {
+  std::size_t kept = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const auto byte = static_cast<unsigned char>(text[i]);
     if (byte < 0x20 || byte == 0x7F) continue;
@@ -69,18 +69,17 @@ std::string withoutSeparatorsAndControls(std::string_view text) {
       ++i;
       continue;
     }
-    name.push_back(text[i] == '/' || text[i] == '\\' ? '_' : text[i]);
+    text[kept++] = text[i] == '/' || text[i] == '\\' ? '_' : text[i];
   }
-  return name;
+  text.resize(kept);
 }
 
-std::optional<std::string> usableName(std::string_view text) {
-  if (!isValidUTF8(text)) return std::nullopt;
-  std::string name = withoutSeparatorsAndControls(text);
-  const auto first = name.find_first_not_of(' ');
-  if (first == std::string::npos) return std::nullopt;
-  name = name.substr(first, name.find_last_not_of(' ') - first + 1);
-  if (name == "." || name == "..") return std::nullopt;
+std::optional<std::string> usableName(std::string name) {
+  if (!isValidUTF8(name)) return std::nullopt;
+  removeSeparatorsAndControls(name);
+  while (name.ends_with(' ')) name.pop_back();
+  name.erase(0, name.find_first_not_of(' '));
+  if (name.empty() || name == "." || name == "..") return std::nullopt;
   return name;
 }
 
@@ -115,24 +114,26 @@ std::string_view usualExtension(std::string_view mimeType) noexcept {
   return entry != extensions.end() && entry->first == mimeType ? entry->second : std::string_view();
 }
 
-std::string suggestedFilename(const std::optional<std::string>& declared, const URL& url,
+std::string suggestedFilename(std::optional<std::string> declared, const URL& url,
                               const std::optional<std::string>& mimeType) {
   std::optional<std::string> name;
-  if (declared) name = usableName(*declared);
-  if (const auto component = url.lastPathComponent(); !name && component != "/") {
-    name = usableName(component);
-  }
-  bool hasExtension = name && !extensionOf(*name).empty();
+  if (declared) name = usableName(std::move(*declared));
   if (!name) {
-    // The end of a host name looks like an extension and is none.
-    if (const auto host = url.host()) name = usableName(*host);
-    if (!name) name = "Unknown";
-    hasExtension = false;
+    if (auto component = url.lastPathComponent(); component != "/") {
+      name = usableName(std::move(component));
+    }
   }
-  const auto extension = mimeType ? usualExtension(*mimeType) : std::string_view();
-  if (!hasExtension && !extension.empty()) {
-    if (name->back() != '.') name->push_back('.');
-    name->append(extension);
+  // The end of a host name looks like an extension and is none.
+  const bool hasExtension = name && !extensionOf(*name).empty();
+  if (!name) {
+    if (auto host = url.host()) name = usableName(std::move(*host));
+  }
+  if (!name) name = "Unknown";
+  if (!hasExtension && mimeType) {
+    if (const auto extension = usualExtension(*mimeType); !extension.empty()) {
+      if (name->back() != '.') name->push_back('.');
+      name->append(extension);
+    }
   }
   return shortened(std::move(*name));
 }

@@ -14,7 +14,7 @@ namespace tarn::detail {
 /// address, else its host, else "Unknown". Never empty, "." or ".."; without separators and control
 /// characters; at most 255 bytes of valid UTF-8; with an extension that fits `mimeType` where it
 /// had none.
-std::string suggestedFilename(const std::optional<std::string>& declared, const URL& url,
+std::string suggestedFilename(std::optional<std::string> declared, const URL& url,
                               const std::optional<std::string>& mimeType);
 
 /// The usual extension of a media type, without the dot; empty where none is known.

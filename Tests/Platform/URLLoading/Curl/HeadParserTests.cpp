@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace tarn::detail {
 namespace {
 
@@ -53,6 +55,50 @@ TEST(HeadParser, ManyFoldedLinesAndManyNamesTakeNoLongerThanTheyShould) {
   for (int i = 0; i < 4990; ++i) ASSERT_EQ(parser.line(" folded\r\n"), Event::none);
   EXPECT_EQ(parser.line("\r\n"), Event::headComplete);
   EXPECT_EQ(parser.fields().value("x")->size(), 900'000u + 4990u * 7);
+}
+
+TEST(HeadParser, ManyJoinedLinesTakeNoLongerThanTheyShould) {
+  HeadParser parser;
+  parser.line("HTTP/1.1 200 OK\r\n");
+  parser.line("A: x\r\n");
+  parser.line("B: " + std::string(900'000, 'y') + "\r\n");
+  for (int i = 0; i < 4990; ++i) ASSERT_EQ(parser.line("a: x\r\n"), Event::none);
+  EXPECT_EQ(parser.line("\r\n"), Event::headComplete);
+  EXPECT_EQ(parser.fields().value("A")->size(), 1 + 4990u * 3);
+  EXPECT_EQ(parser.fields().value("B")->size(), 900'000u);
+}
+
+TEST(HeadParser, ReadsTheLinesOfAHead) {
+  struct Row {
+    std::vector<const char*> lines;
+    HTTPHeaderFields expected;
+  };
+  const std::vector<Row> rows{
+      {{}, {}},
+      {{"A:", "B: \t ", "C :3", "\tand more"}, {{"A", ""}, {"B", ""}, {"C", "3 and more"}}},
+      {{"A: 1", "B: 2", "a: 3"}, {{"A", "1, 3"}, {"B", "2"}}},
+      {{"A: b:c ", " d ", "\t", " e"}, {{"A", "b:c d  e"}}},
+      {{"A:", " 1", "A: 2", " 3"}, {{"A", " 1, 2 3"}}},
+      // There is nothing that these lines could go on with.
+      {{" 0", "A: 1"}, {{"A", "1"}}},
+      {{"A: 1", ": nameless", " 2"}, {{"A", "1"}}},
+      {{"A: 1", "Content-Length: 5", " 6", "B: 2", " 3"},
+       {{"A", "1"}, {"Content-Length", "5"}, {"B", "2 3"}}},
+      {{"content-length: 05", "A: 1", "Content-Length: 5"}, {{"Content-Length", "05"}, {"A", "1"}}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.lines));
+    HeadParser parser;
+    parser.line("HTTP/1.1 100 Continue\r\n");
+    parser.line("Interim: 1\r\n");
+    parser.line("\r\n");
+    parser.line("HTTP/1.1 200 OK\r\n");
+    for (const std::string line : row.lines) ASSERT_EQ(parser.line(line + "\r\n"), Event::none);
+    EXPECT_TRUE(parser.fields().empty());
+    ASSERT_EQ(parser.line("\r\n"), Event::headComplete);
+    EXPECT_EQ(parser.fields(), row.expected);
+    EXPECT_EQ(parser.takeFields(), row.expected);
+  }
 }
 
 TEST(HeadParser, KnowsTheAnnouncedLengthUnlessChunked) {
