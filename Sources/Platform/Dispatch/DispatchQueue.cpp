@@ -86,8 +86,6 @@ void DispatchQueue::asyncAfter(TimeInterval delay, Work work) const {
 
 bool DispatchQueue::isCurrent() const noexcept { return core_->isCurrent(); }
 
-bool DispatchQueue::wasForkedInside() const noexcept { return core_->wasForkedInside(); }
-
 bool DispatchQueue::isMain() const noexcept {
   return core_.get() == detail::MainQueueCore::shared().get();
 }

@@ -17,7 +17,6 @@ namespace tarn {
 class DispatchGroup;
 
 namespace detail {
-class OperationQueueCore;
 class QueueCore;
 
 /// One queue that a thread is inside of; the frames of a thread form a list from the innermost
@@ -99,9 +98,6 @@ class DispatchQueue {
 
   explicit DispatchQueue(std::shared_ptr<detail::QueueCore> core) noexcept
       : core_(std::move(core)) {}
-
-  friend class detail::OperationQueueCore;
-  bool wasForkedInside() const noexcept;
 
   bool isMain() const noexcept;
   static void runOnMain(Work work);

@@ -109,7 +109,7 @@ bool MainQueueCore::run(RealTime deadline) {
       }
     }
     if (work) {
-      runItem(std::move(work));
+      runItem(work);
       if (deadline != RealTime::max() && std::chrono::steady_clock::now() >= deadline) {
         stopped = false;
       }
@@ -145,7 +145,7 @@ std::size_t MainQueueCore::drain() {
       if (items_->empty()) break;  // the item before forked, and those that waited are the parent's
       work = pop();
     }
-    runItem(std::move(work));
+    runItem(work);
   }
   endDraining();
   return count;

@@ -1,8 +1,5 @@
 #include <Platform/Dispatch/Detail/QueueCore.hpp>
-#include <Platform/Dispatch/Detail/RingBuffer.hpp>
 #include <Platform/Dispatch/Detail/WaitList.hpp>
-#include <Platform/Dispatch/DispatchQueue.hpp>
-#include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Dispatch/OperationQueue.hpp>
 #include <Platform/Types/FatalError.hpp>
 
@@ -11,23 +8,25 @@
 namespace tarn {
 namespace detail {
 
-/// Each running operation is one item on a concurrent queue; as many are added there as the limit
-/// allows.
-class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCore> {
+/// A queue with a limit: each operation that may start is a submission to the pool.
+class OperationQueueCore final : public QueueCore, private Runnable {
  public:
   explicit OperationQueueCore(std::string name)
-      : queue_(std::move(name), QualityOfService::unspecified,
-               DispatchQueue::Attribute::concurrent) {}
+      : QueueCore(std::move(name), QualityOfService::unspecified),
+        Runnable(QualityOfService::unspecified) {}
 
-  const std::string& name() const noexcept { return queue_.label(); }
-
-  void add(Work operation) TARN_EXCLUDES(mutex_) {
+  void async(Work operation) override TARN_EXCLUDES(mutex_) {
+    std::size_t starts = 0;
     {
       const MutexLock lock(mutex_);
-      state().waiting.push(std::move(operation));
+      State& state = this->state();
+      state.waiting.push(std::move(operation));
+      starts = takeStarts(state);
     }
-    startAllowed();
+    submit(starts);
   }
+  void beginTurn() override {}
+  void endTurn() override {}
 
   std::size_t limit() const TARN_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);
@@ -35,11 +34,13 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
   }
 
   void setLimit(std::size_t limit) TARN_EXCLUDES(mutex_) {
+    std::size_t starts = 0;
     {
       const MutexLock lock(mutex_);
       limit_ = limit;
+      starts = takeStarts(state());
     }
-    startAllowed();
+    submit(starts);
   }
 
   bool isSuspended() const TARN_EXCLUDES(mutex_) {
@@ -48,11 +49,13 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
   }
 
   void setSuspended(bool suspended) TARN_EXCLUDES(mutex_) {
+    std::size_t starts = 0;
     {
       const MutexLock lock(mutex_);
       suspended_ = suspended;
+      starts = takeStarts(state());
     }
-    startAllowed();
+    submit(starts);
   }
 
   std::size_t count() TARN_EXCLUDES(mutex_) {
@@ -61,8 +64,8 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
   }
 
   void waitUntilEmpty() TARN_EXCLUDES(mutex_) {
-    if (queue_.isCurrent()) {
-      fatalError("waitUntilAllOperationsAreFinished() inside an operation of '" + name() + "'");
+    if (isCurrent()) {
+      fatalError("waitUntilAllOperationsAreFinished() inside an operation of '" + label() + "'");
     }
     const MutexLock lock(mutex_);
     State& state = this->state();
@@ -70,68 +73,62 @@ class OperationQueueCore : public std::enable_shared_from_this<OperationQueueCor
   }
 
  private:
-  /// Adds an item to the queue below for each operation that may start.
-  void startAllowed() TARN_EXCLUDES(mutex_) {
-    std::size_t starts = 0;
-    {
-      const MutexLock lock(mutex_);
-      State& state = this->state();
-      for (; mayStart(state) && state.posted < state.waiting.size(); ++state.posted) ++starts;
-    }
-    for (; starts > 0; --starts) queue_.async([self = shared_from_this()] { self->runNext(); });
+  struct State {
+    std::size_t count() const noexcept { return waiting.size() + running; }
+
+    RingBuffer<Work> waiting;
+    std::size_t submitted = 0;  // to the pool, and not started
+    std::size_t running = 0;
+    WaitList waiters;
+    std::shared_ptr<QueueCore> self;  // while anything is submitted
+  };
+
+  State& state() TARN_REQUIRES(mutex_) {
+    if (state_.renew() && wasForkedInside()) state_.present().running = 1;
+    return state_.present();
   }
 
-  /// Runs on the queue. The operation is taken only here, so that the order holds and a suspension
-  /// in the meantime counts.
-  void runNext() TARN_EXCLUDES(mutex_) {
-    struct Finish {
-      OperationQueueCore& core;
-      ~Finish() { core.finished(); }
-    };
+  bool mayStart(const State& state) const TARN_REQUIRES(mutex_) {
+    return !suspended_ && limit_ > state.running && limit_ - state.running > state.submitted;
+  }
+
+  /// How many submissions have to follow, for the operations that may start.
+  std::size_t takeStarts(State& state) TARN_REQUIRES(mutex_) {
+    std::size_t starts = 0;
+    for (; mayStart(state) && state.submitted < state.waiting.size(); ++state.submitted) ++starts;
+    if (starts > 0 && !state.self) state.self = shared_from_this();
+    return starts;
+  }
+
+  void submit(std::size_t starts) {
+    for (; starts > 0; --starts) WorkerPool::shared().submit(*this);
+  }
+
+  /// The operation is taken only here, so that the order holds and a suspension in the meantime
+  /// counts.
+  void run() noexcept override TARN_EXCLUDES(mutex_) {
+    std::shared_ptr<QueueCore> self;  // released without the lock
     Work operation;
     {
       const MutexLock lock(mutex_);
       State& state = this->state();
-      --state.posted;
+      self = --state.submitted == 0 ? std::move(state.self) : state.self;
       if (state.waiting.empty() || !mayStart(state)) return;
       operation = state.waiting.pop();
       ++state.running;
     }
-    const Finish finish{
-        *this};  // after what the operation throws has been reported, and what it holds let go
-    Work current = std::move(operation);
-    runReported(current, name());
-  }
-
-  void finished() TARN_EXCLUDES(mutex_) {
+    runItem(operation);
+    std::size_t starts = 0;
     {
       const MutexLock lock(mutex_);
       State& state = this->state();
       --state.running;
       if (state.count() == 0) state.waiters.callAll();
+      starts = takeStarts(state);
     }
-    startAllowed();
+    submit(starts);
   }
 
-  struct State {
-    std::size_t count() const noexcept { return waiting.size() + running; }
-
-    RingBuffer<Work> waiting;
-    std::size_t posted = 0;  // items on the queue that have not started
-    std::size_t running = 0;
-    WaitList waiters;
-  };
-
-  State& state() TARN_REQUIRES(mutex_) {
-    if (state_.renew() && queue_.wasForkedInside()) state_.present().running = 1;
-    return state_.present();
-  }
-
-  bool mayStart(const State& state) const TARN_REQUIRES(mutex_) {
-    return !suspended_ && limit_ > state.running && limit_ - state.running > state.posted;
-  }
-
-  const DispatchQueue queue_;
   mutable Mutex mutex_;
   PerProcess<State> state_ TARN_GUARDED_BY(mutex_);
   std::size_t limit_ TARN_GUARDED_BY(mutex_) = OperationQueue::noLimit;
@@ -145,9 +142,9 @@ OperationQueue::OperationQueue(std::string name)
 
 OperationQueue::~OperationQueue() = default;
 
-const std::string& OperationQueue::name() const noexcept { return core_->name(); }
+const std::string& OperationQueue::name() const noexcept { return core_->label(); }
 
-void OperationQueue::addOperation(Work operation) { core_->add(std::move(operation)); }
+void OperationQueue::addOperation(Work operation) { core_->async(std::move(operation)); }
 
 std::size_t OperationQueue::maxConcurrentOperationCount() const { return core_->limit(); }
 

@@ -53,7 +53,7 @@ bool QueueCore::wasForkedInside() const noexcept {
   return std::find(forkedInside.begin(), forkedInside.end(), this) != forkedInside.end();
 }
 
-void QueueCore::runItem(Work work) noexcept {
+void QueueCore::runItem(Work& work) noexcept {
   const QueueFrame frame{this, currentFrame};
   currentFrame = &frame;
   runReported(work, label_);
@@ -140,7 +140,7 @@ void SerialQueueCore::run() noexcept {
     }
     // The turn is the waiting thread's now.
     if (entry.waiter != nullptr) return entry.waiter->unpark();
-    runItem(std::move(entry.work));
+    runItem(entry.work);
   }
   WorkerPool::shared().submitShared(*this);
 }
@@ -153,24 +153,21 @@ void ConcurrentQueueCore::async(Work work) {
     const MutexLock lock(mutex_);
     State& state = *state_;
     state.items.push(std::move(work));
-    if (++state.submissions == 1) state.self = shared_from_this();
+    if (state.items.size() == 1) state.self = shared_from_this();
   }
   WorkerPool::shared().submit(*this);
 }
 
 void ConcurrentQueueCore::run() noexcept {
-  const auto process = forkCount();
+  std::shared_ptr<QueueCore> self;  // released without the lock
   Work work;
   {
     const MutexLock lock(mutex_);
-    work = state_->items.pop();
+    State& state = *state_;
+    work = state.items.pop();
+    self = state.items.empty() ? std::move(state.self) : state.self;
   }
-  runItem(std::move(work));
-  if (process != forkCount()) return;  // the item forked; the submission is the parent's
-  std::shared_ptr<QueueCore> self;     // released without the lock
-  const MutexLock lock(mutex_);
-  State& state = *state_;
-  if (--state.submissions == 0) self = std::move(state.self);
+  runItem(work);
 }
 
 }  // namespace tarn::detail

@@ -43,8 +43,8 @@ class QueueCore : public std::enable_shared_from_this<QueueCore> {
   bool wasForkedInside() const noexcept;
 
  protected:
-  /// Runs one item inside a frame of this queue; what it throws is reported.
-  void runItem(Work work) noexcept;
+  /// Runs one item inside a frame of this queue, and lets go of it; what it throws is reported.
+  void runItem(Work& work) noexcept;
 
  private:
   const std::string label_;
@@ -95,9 +95,8 @@ class ConcurrentQueueCore final : public QueueCore, private Runnable {
 
  private:
   struct State {
-    RingBuffer<Work> items;
-    std::size_t submissions = 0;
-    std::shared_ptr<QueueCore> self;  // while there are submissions
+    RingBuffer<Work> items;           // as many as there are submissions
+    std::shared_ptr<QueueCore> self;  // while there are any
   };
 
   void run() noexcept override TARN_EXCLUDES(mutex_);

@@ -15,7 +15,7 @@ class RingBuffer {
   std::size_t size() const noexcept { return size_; }
   T& front() noexcept { return slots_[head_]; }
 
-  void push(T value) {
+  void push(T&& value) {
     if (size_ == capacity_) grow();
     slots_[(head_ + size_) & (capacity_ - 1)] = std::move(value);
     ++size_;

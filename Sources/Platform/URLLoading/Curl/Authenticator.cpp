@@ -42,17 +42,14 @@ bool isStale(const AuthenticateChallenge& challenge) noexcept {
 
 }  // namespace
 
-void Authenticator::enter(const URL& url, const ProxySettings& proxies) {
-  Side server;
-  server.space.origin = Origin::of(url).value_or(Origin());
-  server.ofAddress = loginOf(url);
-  if (!server.ofAddress && server.space.origin == server_.space.origin) {
-    server.ofAddress = std::move(server_.ofAddress);
-  }
-  server_ = std::move(server);
+void Authenticator::enter(const URL& url, const Origin& origin, const ProxySettings& proxies) {
+  auto login = loginOf(url);
+  if (!login && server_ && server_->space.origin == origin) login = std::move(server_->ofAddress);
+  server_.reset();
+  if (login) server(origin).ofAddress = std::move(login);
   proxy_.reset();
   asking_ = nullptr;
-  const auto proxy = httpProxy(proxies.proxyFor(server_.space.origin));
+  const auto proxy = httpProxy(proxies.proxyFor(origin));
   if (!proxy) return;
   proxy_ = std::make_unique<Side>();
   proxy_->space.isProxy = true;
@@ -60,15 +57,24 @@ void Authenticator::enter(const URL& url, const ProxySettings& proxies) {
   proxy_->ofAddress = loginOf(*proxy);
 }
 
-bool Authenticator::isChallenge(const HTTPURLResponse& answer, bool fromTunnel) {
+Authenticator::Side& Authenticator::server(const Origin& origin) {
+  if (!server_) {
+    server_ = std::make_unique<Side>();
+    server_->space.origin = origin;
+  }
+  return *server_;
+}
+
+bool Authenticator::isChallenge(const HTTPURLResponse& answer, const Origin& origin,
+                                bool fromTunnel) {
   const int status = answer.statusCode();
   asking_ = nullptr;
   // What is in a tunnel does not come from the proxy.
-  const bool fromProxy = proxy_ && status == 407 && fromTunnel == server_.space.origin.secure;
-  if (status == 401) asking_ = &server_;
+  const bool fromProxy = proxy_ && status == 407 && fromTunnel == origin.secure;
+  if (status == 401) asking_ = &server(origin);
   if (fromProxy) asking_ = &*proxy_;
   if (proxy_ && !fromProxy) accepted(*proxy_);
-  if (asking_ == nullptr && !fromProxy) accepted(server_);
+  if (server_ && asking_ == nullptr && !fromProxy) accepted(*server_);
   if (asking_ == nullptr) return false;
   const auto field =
       answer.allHeaderFields().value(fromProxy ? "Proxy-Authenticate" : "WWW-Authenticate");
@@ -145,21 +151,20 @@ std::string Authenticator::authorization(const Side& side, const std::string& me
 }
 
 std::optional<std::string> Authenticator::authorizationOfAddress() const {
-  if (!server_.ofAddress) return std::nullopt;
-  return basicAuthorization(*server_.ofAddress);
+  if (!server_ || !server_->ofAddress) return std::nullopt;
+  return basicAuthorization(*server_->ofAddress);
 }
 
 std::string Authenticator::authorization(const URLRequest& request) const {
-  if (!server_.shown) return {};
-  return authorization(server_, request.httpMethod(), requestTarget(request.url()));
+  if (!server_ || !server_->shown) return {};
+  return authorization(*server_, request.httpMethod(), requestTarget(request.url()));
 }
 
-void Authenticator::configure(CURL* easy, const URLRequest& request) {
+void Authenticator::configure(CURL* easy, const URLRequest& request, const Origin& origin) {
   if (!proxy_ || !proxy_->shown) return;
-  const bool tunnelled = server_.space.origin.secure;
-  const auto value =
-      authorization(*proxy_, tunnelled ? "CONNECT" : request.httpMethod(),
-                    tunnelled ? tunnelTarget(server_.space.origin) : requestTarget(request.url()));
+  const bool tunnelled = origin.secure;
+  const auto value = authorization(*proxy_, tunnelled ? "CONNECT" : request.httpMethod(),
+                                   tunnelled ? tunnelTarget(origin) : requestTarget(request.url()));
   proxyLines_.reset(curl_slist_append(nullptr, ("Proxy-Authorization: " + value).c_str()));
   if (!proxyLines_) throw std::bad_alloc();
   setOption(easy, CURLOPT_PROXYHEADER, proxyLines_.get());

@@ -23,13 +23,13 @@ class Authenticator {
  public:
   explicit Authenticator(CredentialStore& store) noexcept : store_(store) {}
 
-  /// A request to `url` comes next. Nothing that was shown so far is shown to it, except that user
-  /// information of an address goes for the whole of its origin.
-  void enter(const URL& url, const ProxySettings& proxies);
+  /// A request to `url`, of that origin, comes next. Nothing that was shown so far is shown to it,
+  /// except that user information of an address goes for the whole of its origin.
+  void enter(const URL& url, const Origin& origin, const ProxySettings& proxies);
 
   /// Looks at the head of an answer: true where it asks for what a name and password may be, and
   /// the request may be sent again. `fromTunnel`: the proxy's answer to CONNECT.
-  bool isChallenge(const HTTPURLResponse& answer, bool fromTunnel);
+  bool isChallenge(const HTTPURLResponse& answer, const Origin& origin, bool fromTunnel);
   /// What to ask the delegate after a challenge; nothing where there is an answer already.
   std::optional<URLAuthenticationChallenge> question(
       std::shared_ptr<const HTTPURLResponse> answer) const;
@@ -45,10 +45,10 @@ class Authenticator {
   std::string authorization(const URLRequest& request) const;
   /// Whether names and passwords, or a proxy that might ask for them, have a part in the request.
   bool isInvolved() const noexcept {
-    return proxy_ != nullptr || server_.ofAddress || server_.shown;
+    return proxy_ || (server_ && (server_->ofAddress || server_->shown));
   }
   /// Sets what the proxy is shown. The lines live as long as this object, until the next call.
-  void configure(CURL* easy, const URLRequest& request);
+  void configure(CURL* easy, const URLRequest& request, const Origin& origin);
 
  private:
   /// The server, or the proxy.
@@ -63,14 +63,15 @@ class Authenticator {
     int failureCount = 0;
   };
 
+  Side& server(const Origin& origin);
   bool refused(Side& side, AuthenticateChallenge challenge);
   void accepted(const Side& side);
   static std::string authorization(const Side& side, const std::string& method,
                                    const std::string& target);
 
   CredentialStore& store_;
-  Side server_;
-  std::unique_ptr<Side> proxy_;  // null where there is none
+  std::unique_ptr<Side> server_;  // null as long as there is nothing to show it
+  std::unique_ptr<Side> proxy_;   // null where there is none
   Side* asking_ = nullptr;
   HeaderLines proxyLines_;
 };

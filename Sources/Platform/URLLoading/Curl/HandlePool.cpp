@@ -38,6 +38,10 @@ void TransferHandle::setFields(const URLRequest& request, const std::string& aut
   hasLines_ = false;
   lines_ = headerLines(request, use_.sendsBody, authorization);
   setOption(easy(), CURLOPT_HTTPHEADER, lines_.get());
+  // Not as a header field: this way it shares one with the session's own cookies.
+  const auto cookie = request.value("Cookie");
+  if (cookie) setOption(easy(), CURLOPT_COOKIE, std::string(*cookie).c_str());
+  keepsFields_ = cookie || request.value("Host");
   fields_ = fields;
   authorization_ = authorization;
   hasLines_ = true;
@@ -61,6 +65,7 @@ std::unique_ptr<TransferHandle> HandlePool::take(TransferHandle::Use use) {
 void HandlePool::give(std::unique_ptr<TransferHandle> handle) noexcept {
   try {
     handle->isFresh_ = false;
+    handle->setTransfer(nullptr);
     if (waiting_.size() == mostWaiting) waiting_.erase(waiting_.begin());
     waiting_.push_back(std::move(handle));
   } catch (const std::bad_alloc&) {

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/RequestOptions.hpp>
-#include <Platform/URLLoading/Detail/Origin.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
 #include <curl/curl.h>
@@ -19,7 +19,7 @@ class TransferHandle {
   /// What the options depend on that are set once. The session is the other thing, and its handles
   /// are never used for another.
   struct Use {
-    Origin origin;
+    std::shared_ptr<const HostQueue> queue;  // stands for the origin
     std::string method;
     bool sendsBody;
 
@@ -36,16 +36,24 @@ class TransferHandle {
   /// libcurl's words on what went wrong last.
   const char* errorText() const noexcept { return errorText_.data(); }
 
+  /// The one that has it: what libcurl tells its callbacks of is the handle.
+  Transfer* transfer() const noexcept { return transfer_; }
+  void setTransfer(Transfer* transfer) noexcept { transfer_ = transfer; }
+
   /// Each of these throws std::bad_alloc.
   void setAddress(const std::string& address);
   void setFields(const URLRequest& request, const std::string& authorization);
   /// After setFields(): of this transfer only.
   void addField(const std::string& line);
+  /// Something of the fields stays in libcurl: the host of a Host field, for the session's cookies,
+  /// and a cookie.
+  bool keepsFields() const noexcept { return keepsFields_; }
 
  private:
   friend class HandlePool;
 
   Use use_;
+  Transfer* transfer_ = nullptr;
   bool isFresh_ = true;
   std::string address_;
   std::unique_ptr<CURLU, CurlDeleter> url_;
@@ -53,6 +61,7 @@ class TransferHandle {
   std::string authorization_;
   HeaderLines lines_;
   bool hasLines_ = false;  // of those fields and nothing else
+  bool keepsFields_ = false;
   std::array<char, CURL_ERROR_SIZE> errorText_{};
   EasyHandle easy_;  // the first to go
 };

@@ -90,13 +90,13 @@ void Handshake::reset() noexcept {
 // -- The part of Transfer that has to do with it
 
 std::optional<Origin> Transfer::secureProxy() const {
-  const auto url = URL::parse(core_->proxies().proxyFor(origin_));
+  const auto url = URL::parse(core_->proxies().proxyFor(origin()));
   return url && url->scheme() == "https" ? Origin::of(*url) : std::nullopt;
 }
 
 CURLcode Transfer::prepareTLS(void* context) {
   const auto proxy = std::exchange(meetsProxyNext_, false) ? secureProxy() : std::nullopt;
-  const bool ready = handshake_.prepare(context, proxy ? *proxy : origin_, proxy.has_value());
+  const bool ready = handshake_.prepare(context, proxy ? *proxy : origin(), proxy.has_value());
   return ready ? CURLE_OK : CURLE_OUT_OF_MEMORY;
 }
 

@@ -5,6 +5,8 @@
 namespace tarn::detail {
 
 bool Mailbox::isFull() {
+  // Others can only make it less.
+  if (undelivered_ + outgoing_.data.size() <= capacity) return false;
   const MutexLock lock(mutex_);
   loopWaits_ = undelivered_ + outgoing_.data.size() > capacity;
   return loopWaits_;

@@ -7,6 +7,7 @@
 #include <Platform/URLLoading/URLAuthenticationChallenge.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -63,14 +64,14 @@ class Mailbox {
     bool more;  ///< another batch waits: another operation has to be put on the queue
     bool room;  ///< the loop waits for room, and there is
   };
-  /// On the queue: the batch, with this many bytes, has been told.
+  /// On the queue: the batch, with this many bytes, has been told, and was not the last.
   Next delivered(std::size_t bytes) TARN_EXCLUDES(mutex_);
 
  private:
   TaskEvents outgoing_;
   Mutex mutex_;
   TaskEvents inbox_ TARN_GUARDED_BY(mutex_);
-  std::size_t undelivered_ TARN_GUARDED_BY(mutex_) = 0;
+  std::atomic<std::size_t> undelivered_ = 0;  // written with the mutex held
   PerProcess<bool> scheduled_ TARN_GUARDED_BY(mutex_);
   bool loopWaits_ TARN_GUARDED_BY(mutex_) = false;
 };

@@ -37,7 +37,10 @@ std::shared_ptr<Task> CurlSession::makeTask(std::optional<URLError> refusal, URL
   TaskSetup setup{++lastIdentifier_, shared_from_this(), delegate_, std::move(refusal)};
   task = std::make_shared<Task>(std::move(setup), std::move(request),
                                 std::forward<Arguments>(arguments)...);
-  if (phase_ != Phase::invalid) tasks_.emplace(lastIdentifier_, task);
+  if (phase_ != Phase::invalid) {
+    tasks_.push_back(task.get());
+    task->place_ = tasks_.size() - 1;
+  }
   return task;
 }
 
@@ -75,42 +78,51 @@ void CurlSession::invalidateAndCancel() {
     const MutexLock lock(mutex_);
     if (phase_ == Phase::active) phase_ = Phase::closing;
     tasks.reserve(tasks_.size());
-    for (const auto& entry : tasks_) {
-      if (auto task = entry.second.lock()) tasks.push_back(std::move(task));
+    for (CurlTask* const listed : tasks_) {
+      if (auto task = listed->weak_from_this().lock()) tasks.push_back(std::move(task));
     }
   }
   for (const auto& task : tasks) task->cancel();
-  endIfIdle();
+  finishTasksAndInvalidate();
 }
 
 void CurlSession::finishTasksAndInvalidate() {
+  std::shared_ptr<URLSessionDelegate> delegate;
   {
     const MutexLock lock(mutex_);
     if (phase_ == Phase::active) phase_ = Phase::closing;
+    delegate = endIfIdle();
   }
-  endIfIdle();
+  tellEnd(std::move(delegate));
 }
 
-void CurlSession::retire(std::int64_t taskIdentifier) noexcept {
+void CurlSession::retire(CurlTask& task) noexcept {
   try {
+    std::shared_ptr<URLSessionDelegate> delegate;
     {
       const MutexLock lock(mutex_);
-      tasks_.erase(taskIdentifier);
+      if (task.place_ == CurlTask::nowhere) return;
+      tasks_.back()->place_ = task.place_;
+      tasks_[task.place_] = tasks_.back();
+      tasks_.pop_back();
+      task.place_ = CurlTask::nowhere;
+      delegate = endIfIdle();
     }
-    endIfIdle();
+    tellEnd(std::move(delegate));
   } catch (...) {
     reportUncaughtError(Error::current(), "URLSession");
   }
 }
 
-void CurlSession::endIfIdle() {
-  std::shared_ptr<URLSessionDelegate> delegate;
-  {
-    const MutexLock lock(mutex_);
-    if (phase_ != Phase::closing || !tasks_.empty()) return;
-    phase_ = Phase::invalid;
-    delegate = std::move(delegate_);
-  }
+// Whom to tell that the session is invalid, where it becomes so now.
+std::shared_ptr<URLSessionDelegate> CurlSession::endIfIdle() {
+  if (phase_ != Phase::closing || !tasks_.empty()) return nullptr;
+  phase_ = Phase::invalid;
+  return std::exchange(delegate_, nullptr);
+}
+
+void CurlSession::tellEnd(std::shared_ptr<URLSessionDelegate> delegate) {
+  if (!delegate) return;
   closeCore();
   queue_->addOperation([self = shared_from_this(), delegate = std::move(delegate)] {
     delegate->didBecomeInvalid(*self, std::nullopt);

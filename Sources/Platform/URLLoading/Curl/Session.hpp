@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <unordered_map>
 #include <vector>
 
 namespace tarn::detail {
@@ -37,7 +36,7 @@ class CurlSession final : public URLSession, public std::enable_shared_from_this
   const std::shared_ptr<SessionCore>& core() const noexcept { return core_; }
   const std::shared_ptr<OperationQueue>& queue() const noexcept { return queue_; }
   /// A task has told its last event, or is gone without ever having been started.
-  void retire(std::int64_t taskIdentifier) noexcept TARN_EXCLUDES(mutex_);
+  void retire(CurlTask& task) noexcept TARN_EXCLUDES(mutex_);
 
  private:
   /// Closing: no new tasks, those that are there come to their end.
@@ -46,7 +45,8 @@ class CurlSession final : public URLSession, public std::enable_shared_from_this
   template <class Task, class... Arguments>
   std::shared_ptr<Task> makeTask(std::optional<URLError> refusal, URLRequest request,
                                  Arguments&&... arguments) TARN_EXCLUDES(mutex_);
-  void endIfIdle() TARN_EXCLUDES(mutex_);
+  std::shared_ptr<URLSessionDelegate> endIfIdle() TARN_REQUIRES(mutex_);
+  void tellEnd(std::shared_ptr<URLSessionDelegate> delegate) TARN_EXCLUDES(mutex_);
   void closeCore();
 
   const std::shared_ptr<OperationQueue> queue_;
@@ -56,7 +56,8 @@ class CurlSession final : public URLSession, public std::enable_shared_from_this
   Phase phase_ TARN_GUARDED_BY(mutex_) = Phase::active;
   std::shared_ptr<URLSessionDelegate> delegate_ TARN_GUARDED_BY(mutex_);
   std::int64_t lastIdentifier_ TARN_GUARDED_BY(mutex_) = 0;
-  std::unordered_map<std::int64_t, std::weak_ptr<CurlTask>> tasks_ TARN_GUARDED_BY(mutex_);
+  // Each knows its place. One that is about to go takes itself out first.
+  std::vector<CurlTask*> tasks_ TARN_GUARDED_BY(mutex_);
 };
 
 }  // namespace tarn::detail

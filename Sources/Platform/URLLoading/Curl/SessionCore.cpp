@@ -17,6 +17,12 @@ namespace {
 // Without it libcurl keeps four for each transfer under way, too few when a burst ends.
 constexpr long mostIdleConnections = 64;
 
+Transfer* transferOf(CURL* easy) noexcept {
+  TransferHandle* handle = nullptr;
+  curl_easy_getinfo(easy, CURLINFO_PRIVATE, &handle);
+  return handle->transfer();
+}
+
 // Whether there were any to read.
 bool dropBytes(int socket) noexcept {
   constexpr std::size_t everything = 1 << 30;  // dropped in the kernel, nothing is copied
@@ -89,8 +95,8 @@ void SessionCore::setOptions(CURL* easy, const Origin& origin) const {
 
 void SessionCore::admit(Transfer& transfer) {
   if (multi_ == nullptr) open();
-  queues_.enter(transfer.origin(), transfer);
-  admitNext(transfer.origin());
+  transfer.queue()->enter(transfer);
+  admitNext(transfer.queue());
 }
 
 void SessionCore::attach(const Transfer& transfer, CURL* easy) {
@@ -109,25 +115,21 @@ void SessionCore::detach(const Transfer& transfer, CURL* easy) noexcept {
   }
 }
 
-void SessionCore::release(const Origin& origin) {
-  queues_.release(origin);
-  admitNext(origin);
-}
-
-void SessionCore::withdraw(Transfer& transfer) noexcept {
-  queues_.leave(transfer.origin(), transfer);
+void SessionCore::release(const std::shared_ptr<HostQueue>& queue) {
+  queue->release();
+  admitNext(queue);
 }
 
 // Not at once: a start that fails frees its slot again, and a long queue of those would nest as
 // deep.
-void SessionCore::admitNext(const Origin& origin) {
-  if (!queues_.hasWaiting(origin)) return;
-  movedOn_.push_back(origin);
+void SessionCore::admitNext(const std::shared_ptr<HostQueue>& queue) {
+  if (!queue->hasWaiting()) return;
+  if (movedOn_.empty() || movedOn_.back() != queue) movedOn_.push_back(queue);
   touch();
 }
 
-void SessionCore::setMultiplexed(const Origin& origin, bool multiplexed) {
-  if (queues_.setMultiplexed(origin, multiplexed)) admitNext(origin);
+void SessionCore::setMultiplexed(const std::shared_ptr<HostQueue>& queue, bool multiplexed) {
+  if (queue->setMultiplexed(multiplexed)) admitNext(queue);
 }
 
 void SessionCore::setAsking(const Transfer& transfer, bool asking) {
@@ -135,15 +137,15 @@ void SessionCore::setAsking(const Transfer& transfer, bool asking) {
   if (asking) {
     asking_.push_back(&transfer);
   } else if (asked) {
-    queues_.questionClosed(transfer.origin(), engine_.now());
+    transfer.queue()->questionClosed(engine_.now());
   }
 }
 
-Clock::time_point SessionCore::lastAsked(const Origin& origin) const noexcept {
+Clock::time_point SessionCore::lastAsked(const HostQueue& queue) const noexcept {
   const bool now = std::any_of(asking_.begin(), asking_.end(), [&](const Transfer* transfer) {
-    return transfer->origin() == origin;
+    return transfer->queue().get() == &queue;
   });
-  return now ? engine_.now() : queues_.lastQuestion(origin);
+  return now ? engine_.now() : queue.lastQuestion();
 }
 
 void SessionCore::touch() {
@@ -176,17 +178,15 @@ void SessionCore::serve() noexcept {
   while (multi_ != nullptr) {
     const CURLMsg* message = curl_multi_info_read(multi_, &left);
     if (message == nullptr) break;
-    Transfer* transfer = nullptr;
-    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
-    transfer->transferEnded(message->data.result);
+    transferOf(message->easy_handle)->transferEnded(message->data.result);
   }
   startWaiting();
 }
 
 void SessionCore::startWaiting() noexcept {
   for (std::size_t i = 0; i < movedOn_.size(); ++i) {
-    const Origin origin = std::move(movedOn_[i]);
-    while (Transfer* next = queues_.next(origin)) next->start();
+    const auto queue = std::move(movedOn_[i]);
+    while (Transfer* next = queue->next()) next->start();
   }
   movedOn_.clear();
 }
@@ -235,8 +235,7 @@ void SessionCore::socketChanged(CURL* easy, curl_socket_t socket, int what) {
   if (what != CURL_POLL_REMOVE) {
     if ((what & CURL_POLL_IN) != 0) events |= EPOLLIN;
     if ((what & CURL_POLL_OUT) != 0) events |= EPOLLOUT;
-    Transfer* transfer = nullptr;
-    curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
+    Transfer* const transfer = transferOf(easy);
     for (auto& plain : plainSockets_) {
       if (plain.socket == socket) plain.user = transfer;
     }

@@ -40,20 +40,20 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   void attach(const Transfer& transfer, CURL* easy);
   /// Takes `easy` back from libcurl.
   void detach(const Transfer& transfer, CURL* easy) noexcept;
+  /// What the transfers to one origin share.
+  const std::shared_ptr<HostQueue>& queueOf(Origin origin) { return queues_.of(std::move(origin)); }
   /// Gives a connection slot back.
-  void release(const Origin& origin);
-  /// Forgets a transfer that still waits for its turn.
-  void withdraw(Transfer& transfer) noexcept;
+  void release(const std::shared_ptr<HostQueue>& queue);
   /// Has whoever may start at this origin started, in this round.
-  void admitNext(const Origin& origin);
+  void admitNext(const std::shared_ptr<HostQueue>& queue);
   /// What an answer shows of the origin: over HTTP/2 one connection carries many transfers.
-  void setMultiplexed(const Origin& origin, bool multiplexed);
+  void setMultiplexed(const std::shared_ptr<HostQueue>& queue, bool multiplexed);
 
   /// Notes whether the handshake of a transfer waits for the delegate. So do then the transfers
   /// that libcurl lets wait for the connection.
   void setAsking(const Transfer& transfer, bool asking);
   /// When a handshake with the origin last waited for the delegate; long ago for never.
-  Clock::time_point lastAsked(const Origin& origin) const noexcept;
+  Clock::time_point lastAsked(const HostQueue& queue) const noexcept;
   /// Has libcurl turn at once to all that is due. Not from within libcurl.
   void driveNow() noexcept;
 
@@ -108,7 +108,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   HostQueues queues_;
   std::vector<PlainSocket> plainSockets_;
   std::vector<const Transfer*> asking_;
-  std::vector<Origin> movedOn_;  // where somebody may start now
+  std::vector<std::shared_ptr<HostQueue>> movedOn_;  // where somebody may start now
   bool touched_ = false;
 };
 

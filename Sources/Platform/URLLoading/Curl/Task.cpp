@@ -40,15 +40,14 @@ class DelegateAnswer {
 }  // namespace
 
 CurlTask::CurlTask(TaskSetup setup, URLRequest request)
-    : identifier_(setup.identifier),
-      originalRequest_(std::move(request)),
+    : originalRequest_(std::move(request)),
       core_(setup.session->core()),
       refusal_(std::move(setup.refusal)),
       session_(std::move(setup.session)),
       delegate_(std::move(setup.delegate)) {}
 
 CurlTask::~CurlTask() {
-  if (session_) session_->retire(identifier_);
+  if (session_) session_->retire(*this);
 }
 
 URLRequest CurlTask::currentRequest() const {
@@ -254,15 +253,17 @@ void CurlTask::deliver() noexcept {
   const auto process = forkCount();
   deliver(events);
   if (process != forkCount()) return;  // the delegate forked: the rest is the parent's
+  if (last) {
+    delegate_.reset();
+    if (const auto session = std::exchange(session_, nullptr)) session->retire(*this);
+    return;
+  }
   const auto next = mailbox_.delivered(bytes);
   guarded("URL loading", [&] {
     if (next.room) post(&CurlTask::continueReading);
     // An operation holds the task, so the queue may outlive all other owners.
     if (next.more) queue()->addOperation([self = shared_from_this()] { self->deliver(); });
   });
-  if (!last) return;
-  delegate_.reset();
-  if (const auto session = std::exchange(session_, nullptr)) session->retire(identifier_);
 }
 
 void CurlTask::deliver(TaskEvents& events) noexcept {
@@ -281,7 +282,7 @@ void CurlTask::deliver(TaskEvents& events) noexcept {
   if (!failure_) attempt([&] { completeBody(); });
   settle();
   settled();
-  tell("didComplete", &URLSessionDelegate::didComplete, face(), error());
+  tell("didComplete", &URLSessionDelegate::didComplete, face(), failure_ ? error() : std::nullopt);
 }
 
 template <class Action>

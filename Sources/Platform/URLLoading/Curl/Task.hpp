@@ -119,6 +119,9 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   }
 
  private:
+  friend class CurlSession;
+  static constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
+
   void post(void (CurlTask::*action)());
   void postReconcile();
   void reconcile();
@@ -136,7 +139,6 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   void askDelegate(ChallengeQuestion& question) noexcept;
   void settle() noexcept;
 
-  const std::int64_t identifier_;
   const URLRequest originalRequest_;
   const std::shared_ptr<SessionCore> core_;
   const std::optional<URLError> refusal_;
@@ -159,6 +161,7 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   std::optional<URLError> failure_;
   std::shared_ptr<CurlSession> session_;
   std::shared_ptr<URLSessionDelegate> delegate_;
+  std::size_t place_ = nowhere;  // among the session's tasks, under the session's lock
 };
 
 /// A task as the application sees it.

@@ -52,7 +52,7 @@ Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> 
       handshake_(core_->engine(), *this) {}
 
 Transfer::~Transfer() {
-  if (stage_ == Stage::queued && !hasSlot_) core_->withdraw(*this);
+  if (queue_ && stage_ == Stage::queued && !hasSlot_) queue_->leave(*this);
   leaveConnection();
   core_->setAsking(*this, false);
   core_->engine().routes().remove(*this);
@@ -61,25 +61,30 @@ Transfer::~Transfer() {
 
 void Transfer::begin(std::optional<URLRequest> first) {
   if (first) setRequest(std::move(*first));
-  authenticator_.enter(request_->url(), core_->proxies());
+  aim();
   guarded(&Transfer::enterQueue);
+}
+
+void Transfer::aim() {
+  const URL& url = request_->url();
+  auto origin = Origin::of(url);
+  if (!origin) {
+    const auto scheme = url.scheme();
+    const bool http = scheme == "http" || scheme == "https";
+    throw http ? error(URLError::badURL, "The address names no host.")
+               : error(URLError::unsupportedURL, "The scheme is not http or https.");
+  }
+  queue_ = core_->queueOf(std::move(*origin));
+  authenticator_.enter(url, this->origin(), core_->proxies());
 }
 
 void Transfer::setRequest(URLRequest request) {
   task_->setCurrentRequest(request);
-  redirected_ = std::move(request);
-  request_ = &*redirected_;
+  redirected_ = std::make_unique<const URLRequest>(std::move(request));
+  request_ = redirected_.get();
 }
 
 void Transfer::enterQueue() {
-  auto origin = Origin::of(request_->url());
-  if (!origin) {
-    const auto scheme = request_->url().scheme();
-    const bool http = scheme == "http" || scheme == "https";
-    return finish(http ? error(URLError::badURL, "The address names no host.")
-                       : error(URLError::unsupportedURL, "The scheme is not http or https."));
-  }
-  origin_ = std::move(*origin);
   completeRequest();
   if (cache_.begin(sentRequest(), origin_, bodyFile_ != nullptr)) return endWithKeptAnswer();
   stage_ = Stage::queued;
@@ -93,11 +98,12 @@ void Transfer::completeRequest() {
   const auto& sessionFields = core_->configuration().httpAdditionalHeaders;
   auto login = authenticator_.authorizationOfAddress();
   if (sessionFields.empty() && !login) return;
-  const bool elsewhere = Origin::of(task_->originalRequest().url()) != origin_;
-  completed_ = withSessionFields(*request_, sessionFields, elsewhere);
-  if (login && !completed_->value("Authorization")) {
-    completed_->setValue(std::move(*login), "Authorization");
+  const bool elsewhere = Origin::of(task_->originalRequest().url()) != origin();
+  auto completed = withSessionFields(*request_, sessionFields, elsewhere);
+  if (login && !completed.value("Authorization")) {
+    completed.setValue(std::move(*login), "Authorization");
   }
+  completed_ = std::make_unique<const URLRequest>(std::move(completed));
 }
 
 void Transfer::start() noexcept {
@@ -108,7 +114,7 @@ void Transfer::start() noexcept {
 void Transfer::attach() {
   stage_ = Stage::running;
   body_ = RequestBody::of(*request_, bodyFile_);
-  auto handle = core_->handles().take({origin_, request_->httpMethod(), body_ != nullptr});
+  auto handle = core_->handles().take({queue_, request_->httpMethod(), body_ != nullptr});
   bodyOffset_ = 0;
   routesTried_ = core_->engine().routes().changes();
   triedAddresses_.clear();
@@ -120,40 +126,37 @@ void Transfer::attach() {
   armTimer();
 }
 
-// What libcurl keeps in a handle beyond its options, as the host of a Host field, for the session's
-// cookies, or the number of attempts and the last error of the system: the next transfer with the
-// handle must not meet it. Nor is a buffer of half a megabyte to wait with it: where a connection
-// is shared, libcurl does not free that of an upload.
+// What libcurl keeps in a handle beyond its options, as the number of attempts and the last error
+// of the system: the next transfer with the handle must not meet it. Nor is a buffer of half a
+// megabyte to wait with it: where a connection is shared, libcurl does not free that of an upload.
 bool Transfer::leavesNoTrace(CURLcode result) const noexcept {
-  const auto& request = sentRequest();
   return result == CURLE_OK && !outcome_ && requestCount_ == 1 && triedAddresses_.empty() &&
-         !(body_ && origin_.secure) && !authenticator_.isInvolved() && !request.value("Host") &&
-         !request.value("Cookie");
+         !(body_ && origin().secure) && !authenticator_.isInvolved() && !handle_->keepsFields();
 }
 
 void Transfer::leaveConnection(bool keepsHandle) noexcept {
   if (handle_) {
     handshake_.abandon(handle_->easy(), *core_);
     // libcurl forgets to free what it holds back for a paused transfer: here it gets rid of it.
-    discarding_ = true;
-    curl_easy_pause(handle_->easy(), CURLPAUSE_CONT);
-    discarding_ = false;
+    if (suspended_ || heldBack_) {
+      discarding_ = true;
+      curl_easy_pause(handle_->easy(), CURLPAUSE_CONT);
+      discarding_ = false;
+    }
     core_->detach(*this, handle_->easy());
   }
   if (keepsHandle) core_->handles().give(std::move(handle_));
   handle_.reset();
   body_.reset();
   try {
-    if (std::exchange(hasSlot_, false)) core_->release(origin_);
+    if (std::exchange(hasSlot_, false)) core_->release(queue_);
   } catch (const std::bad_alloc&) {
     // The slot is free all the same; who waits for it starts with the next one that is given back.
   }
 }
 
 void Transfer::finish(std::optional<URLError> error) noexcept {
-  // The task destroys this object.
-  const auto task = task_;
-  task->finish(std::move(error));
+  task_->finish(std::move(error));  // destroys this object, and keeps itself
 }
 
 void Transfer::guarded(void (Transfer::*action)()) noexcept {
@@ -251,7 +254,7 @@ void Transfer::setSuspended(bool suspended) {
   armTimer();
   // What had been found may be out of date by now.
   if (stage_ == Stage::kept) return guarded(&Transfer::enterQueue);
-  if (stage_ == Stage::queued) core_->admitNext(origin_);
+  if (stage_ == Stage::queued) core_->admitNext(queue_);
   if (handle_) guarded(&Transfer::unpause);
 }
 
@@ -302,7 +305,7 @@ void Transfer::timerFired() noexcept {
   }
   if (handshake_.hasNews()) return guarded(&Transfer::askHandshake);
   if (heldBodyFull_ && stage_ == Stage::running) return guarded(&Transfer::askAboutHeld);
-  if (requestCount_ == 0) lastProgress_ = std::max(lastProgress_, core_->lastAsked(origin_));
+  if (requestCount_ == 0) lastProgress_ = std::max(lastProgress_, core_->lastAsked(*queue_));
   if (idleTimeCounts() && now >= lastProgress_ + idleLimit_) {
     return finish(
         URLError(URLError::timedOut, "Nothing moved for too long.", request_->url().redacted()));
@@ -340,7 +343,7 @@ void Transfer::holdRefusedTunnel() {
   }
   auto response =
       std::make_shared<const HTTPURLResponse>(request_->url(), 407, "HTTP/1.1", std::move(fields));
-  challenged_ = authenticator_.isChallenge(*response, true);
+  challenged_ = authenticator_.isChallenge(*response, origin(), true);
   if (challenged_) held_ = std::move(response);
 }
 
@@ -386,8 +389,8 @@ void Transfer::redirectAnswered(std::optional<URLRequest> request) {
 void Transfer::follow() {
   leaveConnection();
   URLRequest next = std::move(*std::exchange(answer_, std::nullopt));
-  authenticator_.enter(next.url(), core_->proxies());
   setRequest(std::move(next));
+  aim();
   sendAgain();
 }
 

@@ -39,7 +39,8 @@ class Transfer final : private Timer, private RouteWaiter {
   Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core);
   ~Transfer() override;
 
-  const Origin& origin() const noexcept { return origin_; }
+  const std::shared_ptr<HostQueue>& queue() const noexcept { return queue_; }
+  const Origin& origin() const noexcept { return queue_->origin(); }
   bool isSuspended() const noexcept { return suspended_; }
 
   // By the task.
@@ -70,12 +71,13 @@ class Transfer final : private Timer, private RouteWaiter {
   /// waiting: there is no route to the host.
   enum class Stage { queued, running, asking, draining, kept, waiting };
 
+  void aim();
   void enterQueue();
   void completeRequest();
   const URLRequest& sentRequest() const noexcept { return completed_ ? *completed_ : *request_; }
   void attach();
   void configure(TransferHandle& handle);
-  void setCallbacks(CURL* easy);
+  void setCallbacks(TransferHandle& handle);
   bool leavesNoTrace(CURLcode result) const noexcept;
   void leaveConnection(bool keepsHandle = false) noexcept;
   void finish(std::optional<URLError> error) noexcept;
@@ -141,11 +143,11 @@ class Transfer final : private Timer, private RouteWaiter {
   const std::shared_ptr<SessionCore> core_;
   const Clock::duration idleLimit_;
   const Clock::time_point resourceDeadline_;
-  std::optional<URLRequest> redirected_;  // where the one on its way is not the original
-  const URLRequest* request_;             // the one on its way
-  std::optional<URLRequest> completed_;   // that one, where something is added on sending
-  const URL* bodyFile_;                   // the task's, as long as it is to be sent
-  Origin origin_;
+  std::unique_ptr<const URLRequest> redirected_;  // where the one on its way is not the original
+  const URLRequest* request_;                     // the one on its way
+  std::unique_ptr<const URLRequest> completed_;   // that one, where something is added on sending
+  const URL* bodyFile_;                           // the task's, as long as it is to be sent
+  std::shared_ptr<HostQueue> queue_;              // of where it goes; null before the first
   Authenticator authenticator_;
 
   Stage stage_ = Stage::queued;

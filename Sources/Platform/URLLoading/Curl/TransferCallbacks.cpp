@@ -35,9 +35,12 @@ long oldestVersion(TLSProtocolVersion version) noexcept {
 
 /// The C functions: none lets an exception through, what is thrown fails the transfer.
 struct TransferCallbacks {
+  static Transfer& transferOf(void* handle) noexcept {
+    return *static_cast<TransferHandle*>(handle)->transfer();
+  }
   template <class Result, class Action>
-  static Result guarded(void* self, Result failed, Action&& action) noexcept {
-    auto& transfer = *static_cast<Transfer*>(self);
+  static Result guarded(void* handle, Result failed, Action&& action) noexcept {
+    Transfer& transfer = transferOf(handle);
     try {
       try {
         return action(transfer);
@@ -52,34 +55,35 @@ struct TransferCallbacks {
     return failed;
   }
 
-  static std::size_t header(char* text, std::size_t, std::size_t size, void* self) noexcept {
-    return guarded(self, std::size_t{0}, [&](Transfer& t) { return t.headLines({text, size}); });
+  static std::size_t header(char* text, std::size_t, std::size_t size, void* handle) noexcept {
+    return guarded(handle, std::size_t{0}, [&](Transfer& t) { return t.headLines({text, size}); });
   }
-  static std::size_t write(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
-    return guarded(self, std::size_t{CURL_WRITEFUNC_ERROR}, [&](Transfer& t) {
+  static std::size_t write(char* bytes, std::size_t, std::size_t size, void* handle) noexcept {
+    return guarded(handle, std::size_t{CURL_WRITEFUNC_ERROR}, [&](Transfer& t) {
       return t.bodyPart(reinterpret_cast<const std::uint8_t*>(bytes), size);
     });
   }
-  static std::size_t read(char* buffer, std::size_t, std::size_t size, void* self) noexcept {
-    return guarded(self, std::size_t{CURL_READFUNC_ABORT},
+  static std::size_t read(char* buffer, std::size_t, std::size_t size, void* handle) noexcept {
+    return guarded(handle, std::size_t{CURL_READFUNC_ABORT},
                    [&](Transfer& t) { return t.readBody(buffer, size); });
   }
-  static int seek(void* self, curl_off_t offset, int) noexcept {
-    return static_cast<Transfer*>(self)->seekBody(offset);
+  static int seek(void* handle, curl_off_t offset, int) noexcept {
+    return transferOf(handle).seekBody(offset);
   }
-  static int beforeRequest(void* self, char*, char*, int, int) noexcept {
-    return guarded(self, int{CURL_PREREQFUNC_ABORT}, [](Transfer& t) { return t.requestStarts(); });
+  static int beforeRequest(void* handle, char*, char*, int, int) noexcept {
+    return guarded(handle, int{CURL_PREREQFUNC_ABORT},
+                   [](Transfer& t) { return t.requestStarts(); });
   }
-  static int progress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) noexcept {
-    auto& transfer = *static_cast<Transfer*>(self);
+  static int progress(void* handle, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) noexcept {
+    Transfer& transfer = transferOf(handle);
     if (std::exchange(transfer.bytesSent_, sent) != sent) transfer.progressed();
     return 0;
   }
-  static CURLcode sslContext(CURL*, void* context, void* self) noexcept {
-    return guarded(self, CURLE_OUT_OF_MEMORY, [&](Transfer& t) { return t.prepareTLS(context); });
+  static CURLcode sslContext(CURL*, void* context, void* handle) noexcept {
+    return guarded(handle, CURLE_OUT_OF_MEMORY, [&](Transfer& t) { return t.prepareTLS(context); });
   }
-  static curl_socket_t open(void* self, curlsocktype, curl_sockaddr* address) noexcept {
-    return guarded(self, curl_socket_t{CURL_SOCKET_BAD},
+  static curl_socket_t open(void* handle, curlsocktype, curl_sockaddr* address) noexcept {
+    return guarded(handle, curl_socket_t{CURL_SOCKET_BAD},
                    [&](Transfer& t) { return t.openSocket(*address); });
   }
 };
@@ -88,31 +92,26 @@ void Transfer::configure(TransferHandle& handle) {
   const URLRequest& request = sentRequest();
   CURL* const easy = handle.easy();
   if (handle.isFresh()) {
-    setRequestOptions(easy, request.httpMethod(), body_ != nullptr, origin_, core_->proxies());
-    core_->setOptions(easy, origin_);
-    setCallbacks(easy);
+    setRequestOptions(easy, request.httpMethod(), body_ != nullptr, origin(), core_->proxies());
+    core_->setOptions(easy, origin());
+    setCallbacks(handle);
   }
+  handle.setTransfer(this);
   handle.setAddress(request.url().absoluteString());
   handle.setFields(request, authenticator_.authorization(request));
   cache_.send(handle);
-  authenticator_.configure(easy, request);
-  // Not as a header field: this way it shares one with the session's own cookies.
-  if (const auto cookie = request.value("Cookie")) {
-    setOption(easy, CURLOPT_COOKIE, std::string(*cookie).c_str());
-  }
-  for (const auto option : {CURLOPT_PRIVATE, CURLOPT_HEADERDATA, CURLOPT_WRITEDATA,
-                            CURLOPT_OPENSOCKETDATA, CURLOPT_PREREQDATA, CURLOPT_SSL_CTX_DATA}) {
-    setOption(easy, option, static_cast<void*>(this));
-  }
-  if (!body_) return;
-  setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{body_->size()});
-  for (const auto option : {CURLOPT_READDATA, CURLOPT_SEEKDATA, CURLOPT_XFERINFODATA}) {
-    setOption(easy, option, static_cast<void*>(this));
-  }
+  authenticator_.configure(easy, request, origin());
+  if (body_) setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{body_->size()});
 }
 
-// Which functions of ours libcurl calls; with what, it is told for each transfer.
-void Transfer::setCallbacks(CURL* easy) {
+// Which functions of ours libcurl calls, all of them with the handle, which knows its transfer.
+void Transfer::setCallbacks(TransferHandle& handle) {
+  CURL* const easy = handle.easy();
+  for (const auto option : {CURLOPT_PRIVATE, CURLOPT_HEADERDATA, CURLOPT_WRITEDATA,
+                            CURLOPT_OPENSOCKETDATA, CURLOPT_PREREQDATA, CURLOPT_SSL_CTX_DATA,
+                            CURLOPT_READDATA, CURLOPT_SEEKDATA, CURLOPT_XFERINFODATA}) {
+    setOption(easy, option, static_cast<void*>(&handle));
+  }
   setOption(easy, CURLOPT_HEADERFUNCTION, &TransferCallbacks::header);
   setOption(easy, CURLOPT_WRITEFUNCTION, &TransferCallbacks::write);
   setOption(easy, CURLOPT_OPENSOCKETFUNCTION, &TransferCallbacks::open);
@@ -127,7 +126,7 @@ void Transfer::setCallbacks(CURL* easy) {
     setOption(easy, CURLOPT_NOPROGRESS, 0L);
   }
   const bool proxyIsSecure = secureProxy().has_value();
-  if (!origin_.secure && !proxyIsSecure) return;
+  if (!origin().secure && !proxyIsSecure) return;
   const long oldest = oldestVersion(core_->configuration().tlsMinimumSupportedProtocolVersion);
   setOption(easy, CURLOPT_SSLVERSION, oldest);
   if (proxyIsSecure) {
@@ -160,9 +159,9 @@ std::size_t Transfer::headLines(std::string_view text) {
 }
 
 void Transfer::answerArrived() {
-  core_->setMultiplexed(origin_, head_.httpVersion() == "HTTP/2");
+  core_->setMultiplexed(queue_, head_.httpVersion() == "HTTP/2");
   const auto length = head_.announcedLength().value_or(-1);
-  if (origin_.secure && head_.bodyEndsWithConnection()) {
+  if (origin().secure && head_.bodyEndsWithConnection()) {
     curl_tlssessioninfo* tls = nullptr;
     curl_easy_getinfo(handle_->easy(), CURLINFO_TLS_SSL_PTR, &tls);
     if (tls != nullptr && tls->internals != nullptr)
@@ -171,7 +170,7 @@ void Transfer::answerArrived() {
   const bool redirect = isRedirect(head_.statusCode(), head_.fields());
   auto response = makeResponse(length);
   const bool endIsKnown = !head_.bodyEndsWithConnection() || response->statusCode() == 204;
-  challenged_ = authenticator_.isChallenge(*response, false);
+  challenged_ = authenticator_.isChallenge(*response, origin(), false);
   if (cache_.answerArrived(sentRequest(), response, endIsKnown)) return takeKeptAnswer();
   if (!redirect && !challenged_) answer_ = task_->requestInstead(*response);
   if (redirect || challenged_ || answer_) {

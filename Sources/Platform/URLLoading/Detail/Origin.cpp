@@ -1,16 +1,18 @@
 #include <Platform/URLLoading/Detail/FieldValues.hpp>
 #include <Platform/URLLoading/Detail/Origin.hpp>
+#include <Platform/URLLoading/HTTPHeaderFields.hpp>
 
 #include <algorithm>
+#include <string_view>
 
 namespace tarn::detail {
 
 std::optional<Origin> Origin::of(const URL& url) {
-  const auto scheme = url.scheme();
-  if (!scheme || (*scheme != "http" && *scheme != "https")) return std::nullopt;
+  const std::string_view text = url.absoluteString();
+  const bool secure = equalsIgnoringCase(text.substr(0, 6), "https:");
+  if (!secure && !equalsIgnoringCase(text.substr(0, 5), "http:")) return std::nullopt;
   const auto host = url.host();
   if (!host) return std::nullopt;
-  const bool secure = scheme->size() == 5;
   return Origin{secure, lowercased(*host), url.port().value_or(secure ? 443 : 80)};
 }
 
