@@ -86,7 +86,7 @@ void Transfer::setRequest(URLRequest request) {
 
 void Transfer::enterQueue() {
   completeRequest();
-  if (cache_.begin(sentRequest(), origin_, bodyFile_ != nullptr)) return endWithKeptAnswer();
+  if (cache_.begin(sentRequest(), origin(), bodyFile_ != nullptr)) return endWithKeptAnswer();
   stage_ = Stage::queued;
   core_->admit(*this);
   armTimer();
