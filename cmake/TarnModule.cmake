@@ -52,6 +52,8 @@ function(tarn_add_module name)
   add_library(${name} ${sources})
   add_library(TarnService::${name} ALIAS ${name})
   tarn_build_flags(${name})
+  # Position-independent code of GCC otherwise calls each function of its own as one that a program might replace.
+  target_compile_options(${name} PRIVATE -fno-semantic-interposition)
   target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}/Sources" FILES ${headers})
   target_link_libraries(${name} PUBLIC ${arg_PUBLIC} PRIVATE ${arg_PRIVATE})
   if(BUILD_SHARED_LIBS)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 namespace tarn::detail {
 
@@ -78,11 +79,10 @@ StoredAnswer::Head withFields(const HTTPURLResponse& head, const URL& url,
 
 HTTPHeaderFields withoutConnectionFields(const HTTPHeaderFields& fields) {
   const ConnectionFields ofConnection(fields);
-  HTTPHeaderFields result;
-  for (const auto& [name, value] : fields) {
-    if (!ofConnection.contains(name)) result.add(name, value);
-  }
-  return result;
+  std::vector<HTTPHeaderFields::value_type> kept;
+  std::copy_if(fields.begin(), fields.end(), std::back_inserter(kept),
+               [&](const auto& field) { return !ofConnection.contains(field.first); });
+  return HTTPHeaderFields(kept);
 }
 
 CacheControl cacheControlOf(const HTTPHeaderFields& fields) {
