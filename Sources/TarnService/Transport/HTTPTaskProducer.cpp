@@ -1,4 +1,3 @@
-#include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Types/FatalError.hpp>
 #include <Platform/Types/TypeName.hpp>
 #include <TarnService/Diagnostics/Logger.hpp>
@@ -9,7 +8,6 @@
 #include <TarnService/Transport/ServerTrust.hpp>
 
 #include <stdexcept>
-#include <unordered_map>
 #include <utility>
 
 namespace tarn {
@@ -17,59 +15,13 @@ namespace {
 
 using TaskRef = std::shared_ptr<URLSessionTaskRef>;
 
-/// The records of the tasks whose end has not been reported yet, so that events find theirs without
-/// a key being put together.
-///
-/// A record lives in taskDictionary(): once it is gone from there, it is gone from here. One whose
-/// key a newer task has taken is kept until its own task's end, which the end of the session brings
-/// about at the latest: without it the older request would never be answered, and its events would
-/// go to the newer one.
-class OpenTasks {
- public:
-  void add(const TaskRef& ref) TARN_EXCLUDES(mutex_) {
-    Record record{ref, nullptr};  // takes along what was there, after the lock
-    const MutexLock lock(mutex_);
-    std::swap((*records_)[ref->task.get()], record);
-  }
-
-  /// Keeps a record that is about to leave the dictionary, if it is its task's present one.
-  void keep(const TaskRef& displaced) TARN_EXCLUDES(mutex_) {
-    const MutexLock lock(mutex_);
-    const auto record = records_->find(displaced->task.get());
-    if (record != records_->end() && record->second.ref.lock() == displaced) {
-      record->second.kept = displaced;
-    }
-  }
-
-  TaskRef find(const URLSessionTask& task) TARN_EXCLUDES(mutex_) {
-    const MutexLock lock(mutex_);
-    const auto record = records_->find(&task);
-    return record != records_->end() ? record->second.ref.lock() : nullptr;
-  }
-
-  /// As find(), for the last event of the task.
-  TaskRef remove(const URLSessionTask& task) TARN_EXCLUDES(mutex_) {
-    std::unordered_map<const URLSessionTask*, Record>::node_type record;  // goes after the lock
-    const MutexLock lock(mutex_);
-    record = records_->extract(&task);
-    return record ? record.mapped().ref.lock() : nullptr;
-  }
-
- private:
-  struct Record {
-    std::weak_ptr<URLSessionTaskRef> ref;
-    TaskRef kept;
-  };
-
-  Mutex mutex_;
-  detail::PerProcess<std::unordered_map<const URLSessionTask*, Record>> records_
-      TARN_GUARDED_BY(mutex_);
-};
-
-OpenTasks& openTasks() {
+// Records whose key a newer task has taken before their own task's end was reported: without them
+// the older request would never be answered, and its events would go to the newer one. Each is let
+// go at its task's end, which the end of the session brings about at the latest.
+ThreadSafeDictionary<const URLSessionTask*, TaskRef>& displacedTaskRefs() {
   const detail::NoForkScope scope;  // not while they are being made
-  static auto& tasks = *new OpenTasks;
-  return tasks;
+  static auto& refs = *new ThreadSafeDictionary<const URLSessionTask*, TaskRef>;
+  return refs;
 }
 
 void logMissingForSuccess(std::int64_t taskIdentifier, SourceLocation location) {
@@ -176,12 +128,15 @@ ThreadSafeDictionary<std::string, TaskRef>& taskDictionary() {
 }
 
 void HTTPTaskProducer::addTaskRefToQueue(TaskRef ref) const {
-  std::string refKey = key(ref->task->taskIdentifier());
-  openTasks().add(ref);
+  const URLSessionTask* const task = ref->task.get();
+  const std::string refKey = key(task->taskIdentifier());
   TaskRef previous;  // let go after the queue: what it holds may be the application's
-  taskDictionary().update(
-      [&](auto& refs) { previous = std::exchange(refs[std::move(refKey)], std::move(ref)); });
-  if (previous) openTasks().keep(previous);
+  taskDictionary().update([&](auto& refs) {
+    previous = std::exchange(refs[refKey], std::move(ref));
+    if (!previous || previous->isReported || previous->task.get() == task) return;
+    // In the same step, so that events of the older task find their record all the time.
+    displacedTaskRefs().set(previous->task.get(), previous);
+  });
 }
 
 void HTTPTaskProducer::checkWaitForConnectivity(const URLSessionTask& forTask) const {
@@ -206,13 +161,13 @@ void HTTPTaskProducer::write(Data data, const URLSessionTask& forTask) const {
 
 void HTTPTaskProducer::reportSuccess(std::int64_t forTaskIdentifier,
                                      const std::shared_ptr<const URLResponse>& urlResponse) const {
-  succeed(endedTaskRef(forTaskIdentifier), forTaskIdentifier, urlResponse);
+  succeed(taskRef(forTaskIdentifier), forTaskIdentifier, urlResponse);
 }
 
 void HTTPTaskProducer::reportFailure(std::int64_t forTaskIdentifier,
                                      const std::shared_ptr<const URLResponse>& urlResponse,
                                      const std::optional<Error>& error) const {
-  fail(endedTaskRef(forTaskIdentifier), forTaskIdentifier, urlResponse, error);
+  fail(taskRef(forTaskIdentifier), forTaskIdentifier, urlResponse, error);
 }
 
 void HTTPTaskProducer::validate(URLSession&, const URLAuthenticationChallenge& didReceive,
@@ -237,6 +192,18 @@ void HTTPTaskProducer::reportCompletion(const URLSessionTask& task,
     succeed(ref, task.taskIdentifier(), task.response());
 }
 
+TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
+  const std::string taskKey = key(task.taskIdentifier());
+  TaskRef ref;
+  taskDictionary().update([&](auto& refs) {
+    const auto entry = refs.find(taskKey);
+    if (entry == refs.end() || !entry->second || entry->second->task.get() != &task) return;
+    ref = entry->second;
+    ref->isReported = true;
+  });
+  return ref ? ref : displacedTaskRefs().removeValue(&task).value_or(nullptr);
+}
+
 const std::string& HTTPTaskProducer::description() const {
   const detail::NoForkScope scope;  // not while it is being put together
   std::call_once(described_, [this] { description_ = qualifiedTypeName(typeid(*this)); });
@@ -251,24 +218,9 @@ TaskRef HTTPTaskProducer::taskRef(std::int64_t taskIdentifier) const {
   return taskDictionary()[key(taskIdentifier)].value_or(nullptr);
 }
 
-TaskRef HTTPTaskProducer::storedTaskRef(const URLSessionTask& task) const {
-  auto ref = taskRef(task.taskIdentifier());
-  return ref && ref->task.get() == &task ? ref : nullptr;
-}
-
 TaskRef HTTPTaskProducer::taskRef(const URLSessionTask& task) const {
-  auto ref = openTasks().find(task);
-  return ref ? ref : storedTaskRef(task);
-}
-
-TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
-  auto ref = openTasks().remove(task);
-  return ref ? ref : storedTaskRef(task);
-}
-
-TaskRef HTTPTaskProducer::endedTaskRef(std::int64_t taskIdentifier) const {
-  auto ref = taskRef(taskIdentifier);
-  if (ref) openTasks().remove(*ref->task);
+  auto ref = taskRef(task.taskIdentifier());
+  if (ref && ref->task.get() != &task) ref = displacedTaskRefs()[&task].value_or(nullptr);
   return ref;
 }
 
@@ -304,7 +256,7 @@ std::shared_ptr<URLSessionTask> HTTPDownloadTaskProducer::create(
 void HTTPDownloadTaskProducer::reportSuccess(
     std::int64_t forTaskIdentifier, const URL& location,
     const std::shared_ptr<const URLResponse>& urlResponse) const {
-  succeed(endedTaskRef(forTaskIdentifier), forTaskIdentifier, location, urlResponse);
+  succeed(taskRef(forTaskIdentifier), forTaskIdentifier, location, urlResponse);
 }
 
 void HTTPDownloadTaskProducer::reportSuccess(const URLSessionDownloadTask& task,

@@ -68,12 +68,9 @@ class HTTPTaskProducer {
   TaskRef taskRef(std::int64_t taskIdentifier) const;
   TaskRef taskRef(const URLSessionTask& task) const;
   // The same for the one report of a task's end.
-  TaskRef endedTaskRef(std::int64_t taskIdentifier) const;
   TaskRef endedTaskRef(const URLSessionTask& task) const;
 
  private:
-  // The record under the task's key, if it is this very task's.
-  TaskRef storedTaskRef(const URLSessionTask& task) const;
   const std::string& description() const;
   std::string key(std::int64_t forTaskIdentifier) const;
 

@@ -19,8 +19,6 @@ class SessionOwner {
   explicit SessionOwner(URLSessionConfiguration configuration)
       : configuration_(std::move(configuration)) {}
 
-  /// Null where there is none.
-  std::shared_ptr<URLSession> present();
   std::shared_ptr<URLSession> session(std::shared_ptr<URLSessionDelegate> delegate,
                                       const std::shared_ptr<OperationQueue>& delegateQueue);
   /// Invalidates `former` and forgets it.
@@ -78,7 +76,6 @@ class SessionTaskProducer : public Interface,
 
   /// Made on first use and kept, until it becomes invalid or is reset.
   std::shared_ptr<URLSession> session() override {
-    if (auto session = owner_.present()) return session;
     return owner_.session(this->shared_from_this(), sessionQueue());
   }
   void resetSession() override { owner_.reset(session()); }

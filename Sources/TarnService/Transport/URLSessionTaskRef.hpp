@@ -42,6 +42,8 @@ class URLSessionTaskRef {
   const bool shouldWaitForConnectivity;
   /// The body bytes so far.
   Data responseData;
+  /// Whether the end of the task has been reported; kept by the producers.
+  bool isReported = false;
   /// Whether the library cancelled the task because it may not wait for connectivity; for callers
   /// to read.
   std::atomic<bool> wasCancelledForConnectivity = false;

@@ -48,10 +48,6 @@ class HTTPTaskProducerTests : public test::ServiceTest {
           reports.add({std::move(data), std::move(response), std::move(error)});
         });
   }
-  // A task with a record, as its session's events know it.
-  std::shared_ptr<URLSessionDataTask> createForEvents() {
-    return std::dynamic_pointer_cast<URLSessionDataTask>(create(*producer));
-  }
   // Throws where there is no record.
   static const URLSessionTaskRef& record(const std::string& key) {
     static std::shared_ptr<URLSessionTaskRef> found;
@@ -198,73 +194,6 @@ TEST_F(HTTPTaskProducerTests, ARecordStaysUntilATaskWithTheSameKeyReplacesIt) {
   const auto second = test::makeProducer();
   const auto task = create(*second);
   EXPECT_EQ(record("1-TarnService.DataTaskProducer").task, task);
-}
-
-TEST_F(HTTPTaskProducerTests, EventsFindTheRecordOfTheirTask) {
-  const auto task = createForEvents();
-  producer->didReceiveData(*producer->session(), *task, Data("ab"));
-  producer->didComplete(*producer->session(), *task, std::nullopt);
-  ASSERT_EQ(reports.count(), 1u);
-  EXPECT_EQ(reports.value(0).data, Data("ab"));
-}
-
-TEST_F(HTTPTaskProducerTests, EventsOfATaskWhoseRecordWasRemovedAreLoggedAndDropped) {
-  const auto task = createForEvents();
-  taskDictionary().removeValue("1-TarnService.DataTaskProducer");
-  producer->didReceiveData(*producer->session(), *task, Data("ab"));
-  expectLog(LogLevel::error, "Coulnd't find taskRef with id 1 to report sucess");
-  producer->didComplete(*producer->session(), *task, Error(URLError(URLError::timedOut)));
-  expectLog(LogLevel::error, "Couldn't find taskRef with id 1 to report failure");
-  producer->checkWaitForConnectivity(*task);
-  expectLog(LogLevel::fault, "Couldn't find task in dictionary");
-  EXPECT_EQ(reports.count(), 0u);
-}
-
-TEST_F(HTTPTaskProducerTests, EventsFindARecordThatWasPutInPlaceOfTheFirst) {
-  const auto task = createForEvents();
-  test::Collector<std::optional<Data>> bodies;
-  taskDictionary().set(
-      "1-TarnService.DataTaskProducer",
-      std::make_shared<URLSessionTaskRef>(
-          task, false, nullptr,
-          URLSessionTaskRef::DataCompletion(
-              [bodies](std::optional<Data> data, auto, auto) { bodies.add(std::move(data)); })));
-  producer->didReceiveData(*producer->session(), *task, Data("ab"));
-  producer->didComplete(*producer->session(), *task, std::nullopt);
-  ASSERT_EQ(bodies.count(), 1u);
-  EXPECT_EQ(bodies.value(0), Data("ab"));
-  EXPECT_EQ(reports.count(), 0u);
-}
-
-TEST_F(HTTPTaskProducerTests, ARecordWhoseKeyIsTakenStaysUntilItsTaskHasEnded) {
-  const auto task = createForEvents();
-  const std::weak_ptr<URLSessionTaskRef> watched =
-      taskDictionary()["1-TarnService.DataTaskProducer"].value();
-  const auto second = test::makeProducer();
-  create(*second);
-  producer->didReceiveData(*producer->session(), *task, Data("ab"));
-  ASSERT_FALSE(watched.expired());
-  producer->didComplete(*producer->session(), *task, std::nullopt);
-  ASSERT_EQ(reports.count(), 1u);
-  EXPECT_EQ(reports.value(0).data, Data("ab"));
-  EXPECT_TRUE(watched.expired());
-}
-
-TEST_F(HTTPTaskProducerTests, ARecordThatWasReportedByItsIdentifierGoesWithItsKey) {
-  for (const bool succeeds : {true, false}) {
-    SCOPED_TRACE(succeeds);
-    const auto owner = test::makeProducer();
-    create(*owner);
-    const std::weak_ptr<URLSessionTaskRef> watched =
-        taskDictionary()["1-TarnService.DataTaskProducer"].value();
-    if (succeeds)
-      owner->reportSuccess(1, nullptr);
-    else
-      owner->reportFailure(1, nullptr, Error(URLError(URLError::timedOut)));
-    EXPECT_FALSE(watched.expired());
-    create(*test::makeProducer());
-    EXPECT_TRUE(watched.expired());
-  }
 }
 
 }  // namespace
