@@ -1,6 +1,8 @@
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
 
 #include <algorithm>
+#include <numeric>
+#include <vector>
 
 namespace tarn {
 
@@ -8,6 +10,36 @@ namespace {
 
 constexpr char lower(char c) noexcept {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// Any order will do that makes equal names neighbours.
+bool precedes(std::string_view left, std::string_view right) noexcept {
+  if (left.size() != right.size()) return left.size() < right.size();
+  return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end(),
+                                      [](char a, char b) { return lower(a) < lower(b); });
+}
+
+/// Where a field stands among those of its name.
+struct Place {
+  bool isFirst = true;
+  std::size_t next = 0;  // 0 for none: the first of all follows nobody
+};
+
+// Servers may send thousands of names: each is compared with few.
+std::vector<Place> placesByName(std::span<const HTTPHeaderFields::value_type> fields) {
+  std::vector<std::size_t> order(fields.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::sort(order.begin(), order.end(), [fields](std::size_t left, std::size_t right) {
+    if (precedes(fields[left].first, fields[right].first)) return true;
+    return left < right && !precedes(fields[right].first, fields[left].first);
+  });
+  std::vector<Place> places(fields.size());
+  for (std::size_t i = 1; i < order.size(); ++i) {
+    if (!equalsIgnoringCase(fields[order[i - 1]].first, fields[order[i]].first)) continue;
+    places[order[i - 1]].next = order[i];
+    places[order[i]].isFirst = false;
+  }
+  return places;
 }
 
 }  // namespace
@@ -29,22 +61,18 @@ HTTPHeaderFields::HTTPHeaderFields(std::span<const value_type> fields) {
   const auto write = [&end](std::string_view text) {
     end = std::copy(text.begin(), text.end(), end);
   };
-  for (auto field = fields.begin(); field != fields.end(); ++field) {
-    const auto& [name, value] = *field;
-    const auto hasName = [&name](const auto& other) {
-      return equalsIgnoringCase(other.first, name);
-    };
-    if (std::any_of(fields.begin(), field, hasName)) continue;
+  const auto places = placesByName(fields);
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (!places[i].isFirst) continue;
     char* const start = std::exchange(end, end + sizeof(Sizes));
-    write(name);
+    write(fields[i].first);
     const char* const valueStart = end;
-    write(value);
-    for (auto other = field + 1; other != fields.end(); ++other) {
-      if (!hasName(*other)) continue;
+    write(fields[i].second);
+    for (auto next = places[i].next; next != 0; next = places[next].next) {
       write(", ");
-      write(other->second);
+      write(fields[next].second);
     }
-    const Sizes sizes{name.size(), static_cast<std::size_t>(end - valueStart)};
+    const Sizes sizes{fields[i].first.size(), static_cast<std::size_t>(end - valueStart)};
     std::memcpy(start, &sizes, sizeof sizes);
   }
   text_.resize(static_cast<std::size_t>(end - text_.data()));

@@ -40,19 +40,6 @@ void URLRequest::setAllHTTPHeaderFields(HeaderFields fields) {
   headerFields_ = std::make_shared<const HeaderFields>(std::move(fields));
 }
 
-URLRequest::HeaderFieldsReference URLRequest::headerFieldsReference() const noexcept {
-  HeaderFieldsReference reference;
-  reference.fields_ = headerFields_;
-  return reference;
-}
-
-bool URLRequest::shareHeaderFields(const HeaderFieldsReference& fields) noexcept {
-  auto shared = fields.fields_.lock();
-  if (!shared) return false;
-  headerFields_ = std::move(shared);
-  return true;
-}
-
 void URLRequest::setValue(std::string value, std::string forHTTPHeaderField) {
   checkField(forHTTPHeaderField, value);
   HeaderFields fields = allHTTPHeaderFields();

@@ -13,6 +13,10 @@
 
 namespace tarn {
 
+namespace detail {
+class SharedHeaderFields;
+}
+
 /// A method or header field that may not go onto the wire.
 class InvalidRequestError final : public CodedError {
  public:
@@ -42,11 +46,6 @@ class URLRequest {
     reloadRevalidatingCacheData,   ///< a kept answer only where the server says that it still holds
   };
   using HeaderFields = std::map<std::string, std::string>;
-  /// Stands for the header fields of a request for as long as any request has them.
-  class HeaderFieldsReference {
-    friend class URLRequest;
-    std::weak_ptr<const HeaderFields> fields_;
-  };
 
   explicit URLRequest(URL url, CachePolicy cachePolicy = CachePolicy::useProtocolCachePolicy,
                       TimeInterval timeoutInterval = TimeInterval(60));
@@ -71,9 +70,6 @@ class URLRequest {
   /// Throws InvalidRequestError for a name that is no token or a value that holds CR, LF or NUL
   /// (RFC 9110, 5.5).
   void setAllHTTPHeaderFields(HeaderFields fields);
-  HeaderFieldsReference headerFieldsReference() const noexcept;
-  /// Shares header fields of other requests; false, and no change, where none has them any more.
-  bool shareHeaderFields(const HeaderFieldsReference& fields) noexcept;
   /// As setAllHTTPHeaderFields, for one field.
   void setValue(std::string value, std::string forHTTPHeaderField);
   /// The value of a field, whatever the case of its name.
@@ -89,6 +85,8 @@ class URLRequest {
   void setAllowsResend(bool allows) noexcept { allowsResend_ = allows; }
 
  private:
+  friend class detail::SharedHeaderFields;
+
   URL url_;
   CachePolicy cachePolicy_;
   TimeInterval timeoutInterval_;

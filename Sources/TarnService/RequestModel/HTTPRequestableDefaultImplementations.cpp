@@ -1,6 +1,7 @@
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Files/Locale.hpp>
 #include <Platform/Types/URLComponents.hpp>
+#include <Platform/URLLoading/Detail/SharedHeaderFields.hpp>
 #include <TarnService/RequestModel/HTTPRequestableDefaultImplementations.hpp>
 #include <TarnService/RequestModel/UserAgent.hpp>
 
@@ -82,7 +83,7 @@ class RecentFields {
     const auto languageText = acceptLanguage_;
     const auto library = libraryFields(acceptType, *languageText);
     for (auto set = sets_.begin(); set != sets_.end(); ++set) {
-      if (!request.shareHeaderFields(*set)) continue;
+      if (!set->shareWith(request)) continue;
       if (!areMadeOf(request.allHTTPHeaderFields(), library, headers)) continue;
       std::rotate(sets_.begin(), set, set + 1);
       return;
@@ -94,14 +95,14 @@ class RecentFields {
     // not drive those out.
     const auto place = sets_.begin() + sets_.size() / 2;
     std::move_backward(place, sets_.end() - 1, sets_.end());
-    *place = request.headerFieldsReference();
+    *place = SharedHeaderFields(request);
   }
 
  private:
   Mutex mutex_;
   LanguageList languages_ TARN_GUARDED_BY(mutex_);
   std::shared_ptr<const std::string> acceptLanguage_ TARN_GUARDED_BY(mutex_);  // of the languages
-  std::array<URLRequest::HeaderFieldsReference, 8> sets_ TARN_GUARDED_BY(mutex_);
+  std::array<SharedHeaderFields, 8> sets_ TARN_GUARDED_BY(mutex_);
 };
 
 RecentFields& recentFields() {

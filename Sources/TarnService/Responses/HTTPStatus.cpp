@@ -61,7 +61,7 @@ constexpr std::array<Row, 42> rows{{
 constexpr auto rowNumbers = [] {
   std::array<std::uint8_t, 600> numbers{};
   for (std::size_t row = 0; rows[row].status != HTTPStatus::unknown; ++row) {
-    numbers[rows[row].status] = static_cast<std::uint8_t>(row + 1);
+    numbers[static_cast<std::size_t>(rows[row].status)] = static_cast<std::uint8_t>(row + 1);
   }
   return numbers;
 }();

@@ -139,12 +139,16 @@ struct SendOperations {
 
  private:
   struct Pending {
-    Pending(const R& request, const Queue& queue, Completion<Response> completion)
-        : request(request), queue(queue), completion(std::move(completion)) {}
+    struct Send {
+      R request;
+      Queue queue;
+      Completion<Response> completion;
+    };
 
-    const R request;
-    const Queue queue;
-    const Completion<Response> completion;
+    Pending(const R& request, const Queue& queue, Completion<Response> completion)
+        : send(Send{request, queue, std::move(completion)}) {}
+
+    std::optional<Send> send;
     std::atomic<bool> isEnded = false;
   };
 
@@ -166,16 +170,18 @@ struct SendOperations {
     return [pending = std::move(pending)](std::optional<Body> body,
                                           std::shared_ptr<const URLResponse> response,
                                           std::optional<Error> error) mutable {
-      // What the send holds goes once it is answered; the record of the task stays for long.
+      // What the send holds goes once it is answered; the record of the task stays for long, and a
+      // producer may have copies of this function.
       const auto ended = std::exchange(pending, nullptr);
       if (!ended || ended->isEnded.exchange(true)) return reportSecondCompletion();
+      const auto send = std::exchange(ended->send, std::nullopt);
       TaskOutcome outcome{{}, {}, std::move(response), std::move(error)};
       if constexpr (std::same_as<Body, URL>) {
         outcome.url = std::move(body);
       } else {
         outcome.data = std::move(body);
       }
-      processTaskCompletion(ended->request, outcome, ended->queue, ended->completion);
+      processTaskCompletion(send->request, outcome, send->queue, send->completion);
     };
   }
 

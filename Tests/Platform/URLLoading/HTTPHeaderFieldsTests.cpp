@@ -133,6 +133,25 @@ TEST(HTTPHeaderFields, JoinsManyInTimeThatGrowsWithWhatTheyHold) {
   EXPECT_EQ(fields.value("B"), large);
 }
 
+TEST(HTTPHeaderFields, OfManyNamesEachIsComparedWithFew) {
+  // Were each compared with all the others, it would be a hundred thousand million bytes.
+  const std::size_t count = 30'000;
+  std::vector<std::string> names;
+  for (std::size_t i = 0; i < count; ++i) {
+    names.push_back(std::string(250, 'x') + std::to_string(100'000 + i));
+  }
+  std::vector<Field> list;
+  for (const auto& name : names) list.emplace_back(name, "1");
+  std::string again = names[7];
+  again.front() = 'X';
+  list.emplace_back(again, "2");
+  const HTTPHeaderFields fields(list);
+  EXPECT_EQ(fields.size(), count);
+  EXPECT_EQ(fields.value(names[7]), "1, 2");
+  auto name = names.begin();
+  for (const auto& field : fields) ASSERT_EQ(field.first, *name++);
+}
+
 TEST(HTTPHeaderFields, AreCopiedAndMovedWhole) {
   for (const std::size_t length : {0u, 1u, 100u}) {
     SCOPED_TRACE(length);

@@ -142,7 +142,15 @@ TEST(StoredAnswer, CostsItsFieldsSelectorsAndBody) {
   EXPECT_EQ(varying->cost(), share + login + 4 + 6 + 6 + 3 + 100);
 }
 
-TEST(StoredAnswer, KeepsNothingOfTheConnection) {
+TEST(StoredAnswer, IsNotJudgedByWhatItSaysOfTheConnection) {
+  const auto kept =
+      answer(request("/"),
+             {{"Connection", "close, expires, ETag"}, {"Expires", farYear}, {"ETag", "\"a\""}});
+  EXPECT_FALSE(kept->isUsable(CacheControl(), start));
+  EXPECT_EQ(kept->entityTag(), std::nullopt);
+}
+
+TEST(StoredAnswer, ServesNothingOfTheConnection) {
   const auto kept = answer(request("/"), {{"Connection", "close, X-Hop"},
                                           {"X-Hop", "1"},
                                           {"Keep-Alive", "timeout=5"},

@@ -1,4 +1,4 @@
-#include <Platform/URLLoading/URLRequest.hpp>
+#include <Platform/URLLoading/Detail/SharedHeaderFields.hpp>
 
 #include <gtest/gtest.h>
 
@@ -35,16 +35,16 @@ TEST(URLRequest, CopiesShareTheirHeaderFieldsUntilOneChangesThem) {
 
 TEST(URLRequest, SharesTheHeaderFieldsOfOthersAsLongAsOneHasThem) {
   std::optional<URLRequest> first = someRequest();
-  EXPECT_FALSE(first->shareHeaderFields(first->headerFieldsReference()));  // there are none
+  EXPECT_FALSE(detail::SharedHeaderFields(*first).shareWith(*first));  // there are none
   first->setValue("tea", "X-Shop");
-  const auto fields = first->headerFieldsReference();
+  const detail::SharedHeaderFields fields(*first);
   URLRequest second = someRequest();
-  EXPECT_TRUE(second.shareHeaderFields(fields));
+  EXPECT_TRUE(fields.shareWith(second));
   EXPECT_EQ(&second.allHTTPHeaderFields(), &first->allHTTPHeaderFields());
   first.reset();
   EXPECT_EQ(second.value("X-Shop"), "tea");
   second.setValue("coffee", "X-Shop");
-  EXPECT_FALSE(second.shareHeaderFields(fields));
+  EXPECT_FALSE(fields.shareWith(second));
   EXPECT_EQ(second.value("X-Shop"), "coffee");
 }
 

@@ -1,5 +1,6 @@
 #include <Platform/Files/Locale.hpp>
 #include <Platform/Types/URLComponents.hpp>
+#include <Platform/URLLoading/Detail/SharedHeaderFields.hpp>
 #include <Support/IdleTransport.hpp>
 #include <TarnService/RequestModel/DataRequestable.hpp>
 #include <TarnService/RequestModel/UserAgent.hpp>
@@ -315,12 +316,14 @@ TEST_F(RequestHeaderTests, FieldsGoWithTheLastRequestThatHasThem) {
   Addressed request;
   request.headers = {{"Authorization", "Bearer abc"}};
   std::optional<URLRequest> first = request.urlRequest();
-  const auto fields = first->headerFieldsReference();
+  const detail::SharedHeaderFields fields(*first);
+  URLRequest third{URL()};
   std::optional<URLRequest> second = request.urlRequest();
   first.reset();
-  EXPECT_TRUE(URLRequest(URL()).shareHeaderFields(fields));
+  EXPECT_TRUE(fields.shareWith(third));
+  third.setAllHTTPHeaderFields({});
   second.reset();
-  EXPECT_FALSE(URLRequest(URL()).shareHeaderFields(fields));
+  EXPECT_FALSE(fields.shareWith(third));
 }
 
 TEST_F(RequestHeaderTests, FieldsAreSharedOnlyWhereAllOfThemAreEqual) {

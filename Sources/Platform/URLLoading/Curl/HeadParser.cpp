@@ -72,6 +72,8 @@ HeadParser::Event HeadParser::endBlock() {
   if (statusCode_ == 101) return refuse("the server switched protocols unasked");
   if (statusCode_ < 200) return Event::none;
   fields_ = joinedFields();
+  text_ = {};  // a body may be long in coming
+  ends_ = {};
   transferCoded_ = fields_.contains("Transfer-Encoding");
   complete_ = true;
   return Event::headComplete;

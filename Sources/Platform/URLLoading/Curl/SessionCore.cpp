@@ -20,7 +20,7 @@ constexpr long mostIdleConnections = 64;
 Transfer* transferOf(CURL* easy) noexcept {
   TransferHandle* handle = nullptr;
   curl_easy_getinfo(easy, CURLINFO_PRIVATE, &handle);
-  return handle->transfer();
+  return handle != nullptr ? handle->transfer() : nullptr;  // libcurl may have handles of its own
 }
 
 // Whether there were any to read.

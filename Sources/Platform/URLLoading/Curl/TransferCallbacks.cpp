@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <sys/socket.h>
 
@@ -107,11 +108,11 @@ void Transfer::configure(TransferHandle& handle) {
 // Which functions of ours libcurl calls, all of them with the handle, which knows its transfer.
 void Transfer::setCallbacks(TransferHandle& handle) {
   CURL* const easy = handle.easy();
-  for (const auto option : {CURLOPT_PRIVATE, CURLOPT_HEADERDATA, CURLOPT_WRITEDATA,
-                            CURLOPT_OPENSOCKETDATA, CURLOPT_PREREQDATA, CURLOPT_SSL_CTX_DATA,
-                            CURLOPT_READDATA, CURLOPT_SEEKDATA, CURLOPT_XFERINFODATA}) {
-    setOption(easy, option, static_cast<void*>(&handle));
-  }
+  const auto setData = [&](std::initializer_list<CURLoption> options) {
+    for (const auto option : options) setOption(easy, option, static_cast<void*>(&handle));
+  };
+  setData({CURLOPT_PRIVATE, CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_OPENSOCKETDATA,
+           CURLOPT_PREREQDATA, CURLOPT_SSL_CTX_DATA});
   setOption(easy, CURLOPT_HEADERFUNCTION, &TransferCallbacks::header);
   setOption(easy, CURLOPT_WRITEFUNCTION, &TransferCallbacks::write);
   setOption(easy, CURLOPT_OPENSOCKETFUNCTION, &TransferCallbacks::open);
@@ -120,6 +121,7 @@ void Transfer::setCallbacks(TransferHandle& handle) {
   setOption(easy, CURLOPT_CLOSESOCKETFUNCTION, &SessionCore::socketClosed);
   setOption(easy, CURLOPT_CLOSESOCKETDATA, static_cast<void*>(core_.get()));
   if (body_) {
+    setData({CURLOPT_READDATA, CURLOPT_SEEKDATA, CURLOPT_XFERINFODATA});
     setOption(easy, CURLOPT_READFUNCTION, &TransferCallbacks::read);
     setOption(easy, CURLOPT_SEEKFUNCTION, &TransferCallbacks::seek);
     setOption(easy, CURLOPT_XFERINFOFUNCTION, &TransferCallbacks::progress);

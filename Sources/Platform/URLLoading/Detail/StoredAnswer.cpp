@@ -85,6 +85,16 @@ HTTPHeaderFields withoutConnectionFields(const HTTPHeaderFields& fields) {
   return HTTPHeaderFields(kept);
 }
 
+// The rest is left out when the answer is served: what it says of the connection by itself counts
+// for nothing else.
+StoredAnswer::Head withoutNominatedFields(StoredAnswer::Head head) {
+  const auto& fields = head->allHeaderFields();
+  const auto nominated = listItems(fields.value("Connection").value_or(""));
+  const bool any = std::any_of(nominated.begin(), nominated.end(),
+                               [&](auto name) { return fields.contains(name); });
+  return any ? withFields(*head, head->url(), withoutConnectionFields(fields)) : head;
+}
+
 CacheControl cacheControlOf(const HTTPHeaderFields& fields) {
   const auto value = fields.value("Cache-Control");
   return value ? CacheControl::parse(*value) : CacheControl();
@@ -114,7 +124,7 @@ bool StoredAnswer::mayBeKept(const URLRequest& request, const HTTPURLResponse& h
 }
 
 StoredAnswer::StoredAnswer(const URLRequest& request, Head head, Data body, ExchangeTimes times)
-    : head_(std::move(head)),
+    : head_(withoutNominatedFields(std::move(head))),
       body_(std::move(body)),
       times_(times),
       control_(cacheControlOf(head_->allHeaderFields())),
