@@ -144,7 +144,6 @@ struct SendOperations {
       Queue queue;
       Completion<Response> completion;
     };
-
     Pending(const R& request, const Queue& queue, Completion<Response> completion)
         : send(Send{request, queue, std::move(completion)}) {}
 
@@ -170,8 +169,7 @@ struct SendOperations {
     return [pending = std::move(pending)](std::optional<Body> body,
                                           std::shared_ptr<const URLResponse> response,
                                           std::optional<Error> error) mutable {
-      // What the send holds goes once it is answered; the record of the task stays for long, and a
-      // producer may have copies of this function.
+      // What the send holds goes once it is answered; the task's record may stay for long.
       const auto ended = std::exchange(pending, nullptr);
       if (!ended || ended->isEnded.exchange(true)) return reportSecondCompletion();
       const auto send = std::exchange(ended->send, std::nullopt);
