@@ -7,6 +7,9 @@
 #include <TarnService/Transport/QueueLabel.hpp>
 #include <TarnService/Transport/ServerTrust.hpp>
 
+#include <array>
+#include <charconv>
+#include <functional>
 #include <stdexcept>
 #include <utility>
 
@@ -121,15 +124,21 @@ void progress(const TaskRef& ref, std::int64_t taskIdentifier, std::int64_t tota
 
 }  // namespace
 
-ThreadSafeDictionary<std::string, TaskRef>& taskDictionary() {
+std::size_t TaskKeyHash::operator()(std::string_view key) const {
+  std::size_t identifier = 0;
+  const auto producer = std::from_chars(key.data(), key.data() + key.size(), identifier).ptr;
+  return identifier + std::hash<std::string_view>()({producer, key.data() + key.size()});
+}
+
+ThreadSafeDictionary<std::string, TaskRef, TaskKeyHash>& taskDictionary() {
   const detail::NoForkScope scope;  // not while it is being made
-  static auto& dictionary = *new ThreadSafeDictionary<std::string, TaskRef>;
+  static auto& dictionary = *new ThreadSafeDictionary<std::string, TaskRef, TaskKeyHash>;
   return dictionary;
 }
 
 void HTTPTaskProducer::addTaskRefToQueue(TaskRef ref) const {
   const URLSessionTask* const task = ref->task.get();
-  const std::string refKey = key(task->taskIdentifier());
+  const std::string& refKey = key(task->taskIdentifier());
   TaskRef previous;  // let go after the queue: what it holds may be the application's
   taskDictionary().update([&](auto& refs) {
     previous = std::exchange(refs[refKey], std::move(ref));
@@ -193,7 +202,7 @@ void HTTPTaskProducer::reportCompletion(const URLSessionTask& task,
 }
 
 TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
-  const std::string taskKey = key(task.taskIdentifier());
+  const std::string& taskKey = key(task.taskIdentifier());
   TaskRef ref;
   taskDictionary().update([&](auto& refs) {
     const auto entry = refs.find(taskKey);
@@ -210,8 +219,14 @@ const std::string& HTTPTaskProducer::description() const {
   return description_;
 }
 
-std::string HTTPTaskProducer::key(std::int64_t forTaskIdentifier) const {
-  return std::to_string(forTaskIdentifier) + "-" + description();
+const std::string& HTTPTaskProducer::key(std::int64_t forTaskIdentifier) const {
+  thread_local std::string text;
+  std::array<char, 24> digits;
+  const auto end =
+      std::to_chars(digits.data(), digits.data() + digits.size(), forTaskIdentifier).ptr;
+  text.assign(digits.data(), end);
+  text += '-';
+  return text += description();
 }
 
 TaskRef HTTPTaskProducer::taskRef(std::int64_t taskIdentifier) const {

@@ -5,6 +5,11 @@
 
 namespace tarn::detail {
 
+std::shared_ptr<URLSession> SessionOwner::present() {
+  const MutexLock lock(mutex_);
+  return *session_;
+}
+
 std::shared_ptr<URLSession> SessionOwner::session(
     std::shared_ptr<URLSessionDelegate> delegate,
     const std::shared_ptr<OperationQueue>& delegateQueue) {

@@ -19,6 +19,8 @@ class SessionOwner {
   explicit SessionOwner(URLSessionConfiguration configuration)
       : configuration_(std::move(configuration)) {}
 
+  /// Null where there is none yet.
+  std::shared_ptr<URLSession> present();
   std::shared_ptr<URLSession> session(std::shared_ptr<URLSessionDelegate> delegate,
                                       const std::shared_ptr<OperationQueue>& delegateQueue);
   /// Invalidates `former` and forgets it.
@@ -76,6 +78,7 @@ class SessionTaskProducer : public Interface,
 
   /// Made on first use and kept, until it becomes invalid or is reset.
   std::shared_ptr<URLSession> session() override {
+    if (auto present = owner_.present()) return present;
     return owner_.session(this->shared_from_this(), sessionQueue());
   }
   void resetSession() override { owner_.reset(session()); }

@@ -6,6 +6,7 @@
 #include <TarnService/Transport/QueueLabel.hpp>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -36,7 +37,7 @@ std::string labelOf() {
 ///
 /// Callable from any thread, but not from a hash or comparison of its own keys. Empty in a child of
 /// fork(): what it held stays with the parent.
-template <class Key, class Value>
+template <class Key, class Value, class Hash = std::hash<Key>>
 class ThreadSafeDictionary {
  public:
   ThreadSafeDictionary()
@@ -96,7 +97,7 @@ class ThreadSafeDictionary {
 
  private:
   DispatchQueue queue_;
-  mutable detail::PerProcess<std::unordered_map<Key, Value>> dictionary_;
+  mutable detail::PerProcess<std::unordered_map<Key, Value, Hash>> dictionary_;
 };
 
 /// A list behind a serial queue of its own. Empty in a child of fork().
