@@ -4,41 +4,59 @@
 
 namespace tarn::detail {
 
+void TaskEvents::add(TaskEvents&& later) {
+  waiting |= later.waiting;
+  if (later.challenge) challenge = std::move(later.challenge);
+  if (later.redirect) redirect = std::move(later.redirect);
+  if (data.empty()) {
+    data = std::move(later.data);
+  } else {
+    data.append(later.data);
+  }
+  completed = later.completed;
+  error = std::move(later.error);
+}
+
+TaskEvents& Mailbox::outgoing() {
+  if (!outgoing_) outgoing_ = std::make_unique<TaskEvents>();
+  return *outgoing_;
+}
+
+const Data& Mailbox::heldData() const noexcept {
+  static const Data none;
+  return outgoing_ ? outgoing_->data : none;
+}
+
 bool Mailbox::isFull() {
   // Others can only make it less.
-  if (undelivered_ + outgoing_.data.size() <= capacity) return false;
+  if (undelivered_ + heldData().size() <= capacity) return false;
   const MutexLock lock(mutex_);
-  loopWaits_ = undelivered_ + outgoing_.data.size() > capacity;
+  loopWaits_ = undelivered_ + heldData().size() > capacity;
   return loopWaits_;
 }
 
 bool Mailbox::flush() {
-  if (outgoing_.empty()) return false;
+  if (!outgoing_) return false;
   const MutexLock lock(mutex_);
-  undelivered_ += outgoing_.data.size();
-  inbox_.waiting |= outgoing_.waiting;
-  if (outgoing_.challenge) inbox_.challenge = std::move(outgoing_.challenge);
-  if (outgoing_.redirect) inbox_.redirect = std::move(outgoing_.redirect);
-  if (inbox_.data.empty()) {
-    inbox_.data = std::move(outgoing_.data);
+  undelivered_ += outgoing_->data.size();
+  if (inbox_) {
+    inbox_->add(std::move(*outgoing_));
+    outgoing_.reset();
   } else {
-    inbox_.data.append(outgoing_.data);
+    inbox_ = std::move(outgoing_);
   }
-  inbox_.completed = outgoing_.completed;
-  inbox_.error = std::move(outgoing_.error);
-  outgoing_ = TaskEvents();
   return !std::exchange(*scheduled_, true);
 }
 
-TaskEvents Mailbox::take() {
+std::unique_ptr<TaskEvents> Mailbox::take() {
   const MutexLock lock(mutex_);
-  return std::exchange(inbox_, TaskEvents());
+  return std::move(inbox_);
 }
 
 Mailbox::Next Mailbox::delivered(std::size_t bytes) {
   const MutexLock lock(mutex_);
   undelivered_ -= bytes;
-  *scheduled_ = !inbox_.empty();
+  *scheduled_ = inbox_ != nullptr;
   const bool room = undelivered_ <= capacity / 2 && std::exchange(loopWaits_, false);
   return {*scheduled_, room};
 }

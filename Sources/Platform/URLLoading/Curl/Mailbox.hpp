@@ -37,9 +37,8 @@ struct TaskEvents {
   bool completed = false;
   std::optional<URLError> error;  // why the transfer ended, with `completed`
 
-  bool empty() const noexcept {
-    return !waiting && !challenge && !redirect && data.empty() && !completed;
-  }
+  /// What comes after these.
+  void add(TaskEvents&& later);
 };
 
 /// Carries the events of one task from the loop thread to the delegate queue, one batch at a time,
@@ -50,7 +49,9 @@ class Mailbox {
   static constexpr std::size_t capacity = 1024 * 1024;
 
   /// The batch being put together. On the loop thread only.
-  TaskEvents& outgoing() noexcept { return outgoing_; }
+  TaskEvents& outgoing();
+  /// The body bytes in it. On the loop thread only.
+  const Data& heldData() const noexcept;
   /// Whether the delegate is too far behind; if so, a later delivered() tells that there is room.
   /// On the loop thread.
   bool isFull() TARN_EXCLUDES(mutex_);
@@ -58,8 +59,8 @@ class Mailbox {
   /// On the loop thread.
   bool flush() TARN_EXCLUDES(mutex_);
 
-  /// On the queue: the batch to tell.
-  TaskEvents take() TARN_EXCLUDES(mutex_);
+  /// On the queue: the batch to tell; never null where an operation was put on the queue for it.
+  std::unique_ptr<TaskEvents> take() TARN_EXCLUDES(mutex_);
   struct Next {
     bool more;  ///< another batch waits: another operation has to be put on the queue
     bool room;  ///< the loop waits for room, and there is
@@ -68,9 +69,10 @@ class Mailbox {
   Next delivered(std::size_t bytes) TARN_EXCLUDES(mutex_);
 
  private:
-  TaskEvents outgoing_;
+  // Null where there are none: a mailbox is kept for as long as its task is.
+  std::unique_ptr<TaskEvents> outgoing_;
   Mutex mutex_;
-  TaskEvents inbox_ TARN_GUARDED_BY(mutex_);
+  std::unique_ptr<TaskEvents> inbox_ TARN_GUARDED_BY(mutex_);
   std::atomic<std::size_t> undelivered_ = 0;  // written with the mutex held
   PerProcess<bool> scheduled_ TARN_GUARDED_BY(mutex_);
   bool loopWaits_ TARN_GUARDED_BY(mutex_) = false;

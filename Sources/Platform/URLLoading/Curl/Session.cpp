@@ -34,7 +34,7 @@ std::shared_ptr<Task> CurlSession::makeTask(std::optional<URLError> refusal, URL
   if (phase_ != Phase::active) {
     refusal.emplace(URLError::cancelled, "The session is invalid.", request.url().redacted());
   }
-  TaskSetup setup{++lastIdentifier_, shared_from_this(), delegate_, std::move(refusal)};
+  TaskSetup setup{++lastIdentifier_, shared_from_this(), delegate_.get(), std::move(refusal)};
   task = std::make_shared<Task>(std::move(setup), std::move(request),
                                 std::forward<Arguments>(arguments)...);
   if (phase_ != Phase::invalid) {

@@ -15,8 +15,8 @@ namespace {
 /// cancels the task, which would otherwise wait for ever.
 class DelegateAnswer {
  public:
-  DelegateAnswer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core)
-      : task_(std::move(task)), core_(std::move(core)) {}
+  DelegateAnswer(std::shared_ptr<CurlTask> task, Engine& engine)
+      : task_(std::move(task)), engine_(engine) {}
   DelegateAnswer(const DelegateAnswer&) = delete;
   DelegateAnswer& operator=(const DelegateAnswer&) = delete;
   ~DelegateAnswer() {
@@ -26,14 +26,14 @@ class DelegateAnswer {
   template <class... Parameters, class... Arguments>
   void give(void (CurlTask::*member)(Parameters...), Arguments... arguments) {
     if (answered_.test_and_set()) return;
-    core_->engine().post([task = task_, member, ... arguments = std::move(arguments)]() mutable {
+    engine_.post([task = task_, member, ... arguments = std::move(arguments)]() mutable {
       ((*task).*member)(std::move(arguments)...);
     });
   }
 
  private:
   const std::shared_ptr<CurlTask> task_;
-  const std::shared_ptr<SessionCore> core_;
+  Engine& engine_;
   std::atomic_flag answered_;
 };
 
@@ -41,10 +41,11 @@ class DelegateAnswer {
 
 CurlTask::CurlTask(TaskSetup setup, URLRequest request)
     : originalRequest_(std::move(request)),
-      core_(setup.session->core()),
-      refusal_(std::move(setup.refusal)),
+      engine_(setup.session->core()->engine()),
+      refusal_(setup.refusal ? std::make_unique<const URLError>(*std::move(setup.refusal))
+                             : nullptr),
       session_(std::move(setup.session)),
-      delegate_(std::move(setup.delegate)) {}
+      delegate_(setup.delegate) {}
 
 CurlTask::~CurlTask() {
   if (session_) session_->retire(*this);
@@ -73,7 +74,7 @@ void CurlTask::resume() {
 }
 
 void CurlTask::suspend() {
-  if (core_->engine().isAbandoned()) return;
+  if (engine_.isAbandoned()) return;
   auto expected = State::running;
   if (state_.compare_exchange_strong(expected, State::suspended)) postReconcile();
 }
@@ -83,18 +84,18 @@ void CurlTask::cancel() {
   while (state == State::running || state == State::suspended) {
     if (state_.compare_exchange_weak(state, State::canceling)) {
       // In a child of fork() a task that was under way is the parent's.
-      if (!core_->engine().isAbandoned() || state == State::suspended) postReconcile();
+      if (!engine_.isAbandoned() || state == State::suspended) postReconcile();
       return;
     }
   }
 }
 
 void CurlTask::post(void (CurlTask::*action)()) {
-  core_->engine().post([self = shared_from_this(), action] { (*self.*action)(); });
+  engine_.post([self = shared_from_this(), action] { (*self.*action)(); });
 }
 
 void CurlTask::postReconcile() {
-  if (!core_->engine().isAbandoned()) return post(&CurlTask::reconcile);
+  if (!engine_.isAbandoned()) return post(&CurlTask::reconcile);
   Engine::shared().post([self = shared_from_this()] { self->endInChild(); });
 }
 
@@ -131,7 +132,7 @@ void CurlTask::begin() noexcept {
   try {
     if (refusal_) throw *refusal_;
     auto first = firstRequest();
-    transfer_ = std::make_unique<Transfer>(shared_from_this(), core_);
+    transfer_ = std::make_unique<Transfer>(shared_from_this(), session_->core());
     transfer_->begin(std::move(first));
   } catch (const URLError& failure) {
     finish(failure);
@@ -224,7 +225,7 @@ void CurlTask::finish(std::optional<URLError> error) noexcept {
 
 void CurlTask::planDelivery() {
   if (deliveryPlanned_) return;
-  core_->engine().deliverLater(shared_from_this());
+  engine_.deliverLater(shared_from_this());
   deliveryPlanned_ = true;
 }
 
@@ -248,13 +249,14 @@ URLSession& CurlTask::session() noexcept { return *session_; }
 
 void CurlTask::deliver() noexcept {
   auto events = mailbox_.take();
-  const std::size_t bytes = events.data.size();
-  const bool last = events.completed;
+  const std::size_t bytes = events->data.size();
+  const bool last = events->completed;
   const auto process = forkCount();
-  deliver(events);
+  deliver(*events);
   if (process != forkCount()) return;  // the delegate forked: the rest is the parent's
+  events.reset();
   if (last) {
-    delegate_.reset();
+    delegate_ = nullptr;
     if (const auto session = std::exchange(session_, nullptr)) session->retire(*this);
     return;
   }
@@ -300,7 +302,7 @@ void CurlTask::attempt(Action&& action) noexcept {
 
 void CurlTask::askDelegate(RedirectQuestion& question) noexcept {
   guarded("URL loading", [&] {
-    auto answer = std::make_shared<DelegateAnswer>(shared_from_this(), core_);
+    auto answer = std::make_shared<DelegateAnswer>(shared_from_this(), engine_);
     tell("willPerformHTTPRedirection", &URLSessionDelegate::willPerformHTTPRedirection, face(),
          question.response, std::move(question.newRequest),
          [answer](std::optional<URLRequest> request) {
@@ -312,7 +314,7 @@ void CurlTask::askDelegate(RedirectQuestion& question) noexcept {
 void CurlTask::askDelegate(ChallengeQuestion& question) noexcept {
   guarded("URL loading", [&] {
     if (!delegate_) return;
-    auto answer = std::make_shared<DelegateAnswer>(shared_from_this(), core_);
+    auto answer = std::make_shared<DelegateAnswer>(shared_from_this(), engine_);
     const URLChallengeHandler handler = [answer](URLSessionAuthChallengeDisposition disposition,
                                                  std::optional<URLCredential> credential) {
       answer->give(&CurlTask::challengeAnswered, disposition, std::move(credential));

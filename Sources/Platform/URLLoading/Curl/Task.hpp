@@ -15,15 +15,15 @@
 namespace tarn::detail {
 
 class CurlSession;
-class SessionCore;
+class Engine;
 class Transfer;
 
 /// What a session gives each of its tasks.
 struct TaskSetup {
   std::int64_t identifier;
   std::shared_ptr<CurlSession> session;
-  std::shared_ptr<URLSessionDelegate> delegate;  // null where the session is invalid already
-  std::optional<URLError> refusal;               // why the task fails as soon as it is resumed
+  URLSessionDelegate* delegate;     // the session's; null where that is invalid already
+  std::optional<URLError> refusal;  // why the task fails as soon as it is resumed
 };
 
 /// What all tasks have in common: the state that any thread sees, the transfer on the loop thread,
@@ -64,7 +64,7 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   /// As above, bytes that are shared with others.
   void addData(const Data& bytes);
   /// Body bytes that have not been handed over yet.
-  const Data& heldData() noexcept { return mailbox_.outgoing().data; }
+  const Data& heldData() const noexcept { return mailbox_.heldData(); }
   bool isBackedUp() { return mailbox_.isFull(); }
   void askRedirect(std::shared_ptr<const HTTPURLResponse> response, URLRequest newRequest);
   void askChallenge(URLAuthenticationChallenge challenge, bool ofConnection);
@@ -140,8 +140,8 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   void settle() noexcept;
 
   const URLRequest originalRequest_;
-  const std::shared_ptr<SessionCore> core_;
-  const std::optional<URLError> refusal_;
+  Engine& engine_;
+  const std::unique_ptr<const URLError> refusal_;
   std::atomic<State> state_{State::suspended};
   std::atomic<std::int64_t> bytesReceived_{0};
   Mailbox mailbox_;
@@ -156,11 +156,11 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   bool finished_ = false;
   bool deliveryPlanned_ = false;
 
-  // Used by the events only, one at a time; the session and its delegate are let go after the last,
-  // so that a finished task holds no session.
+  // Used by the events only, one at a time. The session, which holds its delegate for as long, is
+  // let go after the last, so that a finished task holds none.
   std::optional<URLError> failure_;
   std::shared_ptr<CurlSession> session_;
-  std::shared_ptr<URLSessionDelegate> delegate_;
+  URLSessionDelegate* delegate_;
   std::size_t place_ = nowhere;  // among the session's tasks, under the session's lock
 };
 
