@@ -20,6 +20,7 @@
 #include <numeric>
 #include <pthread.h>
 #include <random>
+#include <sched.h>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -566,6 +567,45 @@ TEST(DispatchQueueTests, WorkersAreNamedAndBlockTheApplicationsSignals) {
   sigset_t own;
   pthread_sigmask(SIG_SETMASK, nullptr, &own);
   EXPECT_EQ(sigismember(&own, SIGTERM), 0) << "the caller's own mask is left alone";
+}
+
+TEST(DispatchQueueDeathTests, OnOneProcessorOneThreadRunsAllUnlessItIsBlocked) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        cpu_set_t processors;
+        sched_getaffinity(0, sizeof processors, &processors);
+        std::size_t first = 0;
+        while (!CPU_ISSET(first, &processors)) ++first;
+        CPU_ZERO(&processors);
+        CPU_SET(first, &processors);
+        sched_setaffinity(0, sizeof processors, &processors);
+        // Another may be called where the one is kept off its processor for long.
+        bool alone = false;
+        for (int round = 0; round < 20 && !alone; ++round) {
+          const DispatchGroup group;
+          std::mutex mutex;
+          std::set<std::thread::id> threads;
+          for (int item = 0; item < 32; ++item) {
+            DispatchQueue::global().async(group, [&] {
+              const auto end = std::chrono::steady_clock::now() + 1ms;
+              while (std::chrono::steady_clock::now() < end) continue;
+              const std::lock_guard lock(mutex);
+              threads.insert(std::this_thread::get_id());
+            });
+          }
+          group.wait();
+          alone = threads.size() == 1;
+        }
+        const DispatchGroup group;
+        RawGate gate;
+        bool passed = false;
+        DispatchQueue::global().async(group, [&] { passed = gate.wait(); });
+        DispatchQueue::global().async(group, [&] { gate.open(); });
+        group.wait();
+        std::exit(alone && passed ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST(DispatchQueueTests, WorkersThatAreNoLongerNeededLeave) {

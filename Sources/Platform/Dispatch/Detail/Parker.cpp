@@ -1,10 +1,10 @@
 #include <Platform/Dispatch/Detail/Parker.hpp>
+#include <Platform/Dispatch/Detail/Thread.hpp>
 
 #include <cerrno>
 #include <ctime>
 #include <linux/futex.h>
 #include <sys/syscall.h>
-#include <thread>
 #include <unistd.h>
 
 namespace tarn::detail {
@@ -30,7 +30,7 @@ bool futexWait(std::atomic<std::uint32_t>& word, std::uint32_t expected,
 }
 
 // Found out as the program starts. Before that, nobody spins.
-const int spinningRounds = std::thread::hardware_concurrency() > 1 ? 64 : 0;
+const int spinningRounds = usableProcessors() > 1 ? 64 : 0;
 
 void pause() noexcept {
 #if defined(__x86_64__) || defined(__i386__)

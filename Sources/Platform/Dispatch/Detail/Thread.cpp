@@ -1,10 +1,13 @@
 #include <Platform/Dispatch/Detail/Thread.hpp>
 #include <Platform/Dispatch/ForkSafety.hpp>
 
+#include <algorithm>
 #include <csignal>
 #include <memory>
 #include <new>
 #include <pthread.h>
+#include <sched.h>
+#include <thread>
 
 namespace tarn::detail {
 namespace {
@@ -69,6 +72,14 @@ bool startThread(const char* name, void (*body)(void*) noexcept, void* argument,
   else
     pthread_detach(thread);
   return true;
+}
+
+std::size_t usableProcessors() noexcept {
+  cpu_set_t processors;
+  if (sched_getaffinity(0, sizeof processors, &processors) == 0) {
+    return static_cast<std::size_t>(CPU_COUNT(&processors));
+  }
+  return std::max<std::size_t>(1, std::thread::hardware_concurrency());  // more than the set holds
 }
 
 }  // namespace tarn::detail

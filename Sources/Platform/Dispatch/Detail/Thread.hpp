@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <pthread.h>
 
 namespace tarn::detail {
@@ -10,5 +11,8 @@ namespace tarn::detail {
 /// Detached, unless the caller takes `joinable` in order to join it.
 bool startThread(const char* name, void (*body)(void*) noexcept, void* argument,
                  pthread_t* joinable = nullptr) noexcept;
+
+/// How many processors the threads of this process may run on.
+std::size_t usableProcessors() noexcept;
 
 }  // namespace tarn::detail

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 #include <utility>
 
 namespace tarn::detail {
@@ -65,9 +64,7 @@ void WorkerPool::beginInChild() noexcept {
   ++pool->threads_;
 }
 
-WorkerPool::WorkerPool()
-    : normalActive_(
-          std::clamp<std::size_t>(std::thread::hardware_concurrency(), 2, maximumThreads)) {}
+WorkerPool::WorkerPool() : normalActive_(std::min(usableProcessors(), maximumThreads)) {}
 
 void WorkerPool::submit(Runnable& runnable) {
   Worker* const worker = current_;

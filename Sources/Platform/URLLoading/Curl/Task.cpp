@@ -177,13 +177,15 @@ void CurlTask::countReceived(std::size_t bytes) noexcept {
 }
 
 void CurlTask::addData(const std::uint8_t* bytes, std::size_t size, std::int64_t expected) {
-  // Room for all that is announced saves the receiver from copying when it puts the pieces
-  // together; a length is only a claim, so beyond this much the storage grows with what really
-  // comes.
+  // Room for all that is announced saves the receiver of the first bytes from copying when it adds
+  // the others to them; a length is only a claim, so beyond this much the storage grows with what
+  // really comes.
   constexpr std::int64_t mostReserved = 4 * 1024 * 1024;
+  constexpr std::int64_t fullBatch = Mailbox::capacity + 64 * 1024;  // with what makes it full
   Data& data = mailbox_.outgoing().data;
   if (data.empty() && expected > static_cast<std::int64_t>(size)) {
-    data.reserve(static_cast<std::size_t>(std::min(expected, mostReserved)));
+    const auto most = std::exchange(bodyBegun_, true) ? fullBatch : mostReserved;
+    data.reserve(static_cast<std::size_t>(std::min(expected, most)));
   }
   data.append(bytes, size);
   planDelivery();

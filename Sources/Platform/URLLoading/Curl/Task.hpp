@@ -155,6 +155,7 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   std::unique_ptr<Transfer> transfer_;
   bool finished_ = false;
   bool deliveryPlanned_ = false;
+  bool bodyBegun_ = false;
 
   // Used by the events only, one at a time. The session, which holds its delegate for as long, is
   // let go after the last, so that a finished task holds none.

@@ -4,10 +4,10 @@ namespace tarn::detail {
 
 void TimerHeap::set(Timer& timer, Clock::time_point deadline) {
   if (timer.place_ == Timer::nowhere) {
-    heap_.push_back(&timer);
+    heap_.push_back({deadline, &timer});
     timer.place_ = heap_.size() - 1;
   }
-  timer.deadline_ = deadline;
+  heap_[timer.place_].deadline = deadline;
   moveUp(timer.place_);
   moveDown(timer.place_);
 }
@@ -16,48 +16,48 @@ void TimerHeap::remove(Timer& timer) noexcept {
   const std::size_t place = timer.place_;
   if (place == Timer::nowhere) return;
   timer.place_ = Timer::nowhere;
-  Timer* last = heap_.back();
+  const Entry last = heap_.back();
   heap_.pop_back();
-  if (last == &timer) return;
+  if (last.timer == &timer) return;
   put(last, place);
   moveUp(place);
-  moveDown(last->place_);
+  moveDown(last.timer->place_);
 }
 
 Timer* TimerHeap::takeDue(Clock::time_point now) noexcept {
   if (heap_.empty() || earliest() > now) return nullptr;
-  Timer* timer = heap_.front();
+  Timer* timer = heap_.front().timer;
   remove(*timer);
   return timer;
 }
 
-void TimerHeap::put(Timer* timer, std::size_t place) noexcept {
-  heap_[place] = timer;
-  timer->place_ = place;
+void TimerHeap::put(Entry entry, std::size_t place) noexcept {
+  heap_[place] = entry;
+  entry.timer->place_ = place;
 }
 
 void TimerHeap::moveUp(std::size_t place) noexcept {
-  Timer* timer = heap_[place];
+  const Entry entry = heap_[place];
   while (place > 0) {
     const std::size_t parent = (place - 1) / 2;
-    if (heap_[parent]->deadline_ <= timer->deadline_) break;
+    if (heap_[parent].deadline <= entry.deadline) break;
     put(heap_[parent], place);
     place = parent;
   }
-  put(timer, place);
+  put(entry, place);
 }
 
 void TimerHeap::moveDown(std::size_t place) noexcept {
-  Timer* timer = heap_[place];
+  const Entry entry = heap_[place];
   for (;;) {
     std::size_t child = 2 * place + 1;
     if (child >= heap_.size()) break;
-    if (child + 1 < heap_.size() && heap_[child + 1]->deadline_ < heap_[child]->deadline_) ++child;
-    if (timer->deadline_ <= heap_[child]->deadline_) break;
+    if (child + 1 < heap_.size() && heap_[child + 1].deadline < heap_[child].deadline) ++child;
+    if (entry.deadline <= heap_[child].deadline) break;
     put(heap_[child], place);
     place = child;
   }
-  put(timer, place);
+  put(entry, place);
 }
 
 }  // namespace tarn::detail

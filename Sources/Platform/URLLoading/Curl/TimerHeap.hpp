@@ -22,7 +22,6 @@ class Timer {
   friend class TimerHeap;
   static constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
 
-  Clock::time_point deadline_;
   std::size_t place_ = nowhere;
 };
 
@@ -34,16 +33,22 @@ class TimerHeap {
   void remove(Timer& timer) noexcept;
   bool empty() const noexcept { return heap_.empty(); }
   std::size_t size() const noexcept { return heap_.size(); }
-  Clock::time_point earliest() const noexcept { return heap_.front()->deadline_; }
+  Clock::time_point earliest() const noexcept { return heap_.front().deadline; }
   /// Takes out the first timer whose deadline has passed; null for none.
   Timer* takeDue(Clock::time_point now) noexcept;
 
  private:
-  void put(Timer* timer, std::size_t place) noexcept;
+  /// The deadline stands here, so that a comparison does not touch the timer.
+  struct Entry {
+    Clock::time_point deadline;
+    Timer* timer;
+  };
+
+  void put(Entry entry, std::size_t place) noexcept;
   void moveUp(std::size_t place) noexcept;
   void moveDown(std::size_t place) noexcept;
 
-  std::vector<Timer*> heap_;
+  std::vector<Entry> heap_;
 };
 
 }  // namespace tarn::detail
