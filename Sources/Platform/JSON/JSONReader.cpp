@@ -433,12 +433,14 @@ void decodeMembers(JSONReader& reader, void* object, std::span<const DecodedMemb
   JSONReader::Nesting nesting(reader, JSONReader::Kind::object);
   const auto* const last = members.data() + members.size();
   const auto* next = members.data();  // members mostly come as they are declared
+  const bool isConverted = strategy != nullptr;
   while (true) {
-    const auto* member = strategy ? last : next;
+    const auto* member = isConverted ? last : next;
     if (!nesting.next(member, last)) break;
     if (member == nullptr) {
       const auto key = nesting.key();
-      member = strategy ? find(key, strategy(key), members, next) : find(key, key, members, next);
+      member =
+          isConverted ? find(key, strategy(key), members, next) : find(key, key, members, next);
       if (member == nullptr) {
         reader.skip();
         continue;

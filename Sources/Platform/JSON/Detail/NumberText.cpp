@@ -8,6 +8,8 @@
 namespace tarn::detail {
 namespace {
 
+bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+
 /// The text without its exponent: digits, a sign and a point.
 std::string_view mantissa(const Number& number) noexcept {
   return number.text.substr(0, number.text.find_first_of("eE"));

@@ -39,16 +39,17 @@ bool shiftedWholeNumber(std::string_view text, T& value);
 template <class T>
 bool roundedNumber(std::string_view text, T& value) noexcept;
 
-inline bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
-
 inline Number::Number(std::string_view start) noexcept {
   const char* at = start.data();
   const char* const end = at + start.size();
   std::uint64_t value = 0;
   const auto takeDigits = [&] {
     const char* const first = at;
-    for (; at != end && isDigit(*at); ++at)
-      value = value * 10 + static_cast<std::uint64_t>(*at - '0');
+    for (; at != end; ++at) {
+      const auto digit = static_cast<unsigned>(*at) - unsigned{'0'};
+      if (digit > 9) break;
+      value = value * 10 + digit;
+    }
     return at - first;
   };
   isNegative = at != end && *at == '-';
