@@ -335,10 +335,10 @@ void JSONReader::Nesting::readKey() {
   if (reader_.current() != '"') reader_.failSyntax("a key");
   frame_.key = reader_.takeString();
   if (reader_.isEscaped(frame_.key)) {
-    auto unescaped = std::make_unique<std::string>();
-    reader_.appendUnescaped(*unescaped, frame_.key);
-    frame_.key = *unescaped;
-    unescapedKey_ = std::move(unescaped);
+    if (!unescapedKey_) unescapedKey_ = std::make_unique<std::string>();
+    unescapedKey_->clear();
+    reader_.appendUnescaped(*unescapedKey_, frame_.key);
+    frame_.key = *unescapedKey_;
   }
   if (reader_.current() != ':') reader_.failSyntax(R"(":")");
   ++reader_.token_;

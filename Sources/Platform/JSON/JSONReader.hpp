@@ -154,7 +154,7 @@ class JSONReader {
     JSONReader& reader_;
     Position start_;
     detail::CodingFrame frame_;
-    std::unique_ptr<std::string> unescapedKey_;
+    std::unique_ptr<std::string> unescapedKey_;  // once there was one
     bool isOpen_ = true;
   };
 
