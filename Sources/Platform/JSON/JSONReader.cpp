@@ -1,6 +1,7 @@
 #include <Platform/JSON/Detail/NumberText.hpp>
 #include <Platform/JSON/Detail/QuotedText.hpp>
 #include <Platform/JSON/Detail/StringText.hpp>
+#include <Platform/JSON/Detail/Words.hpp>
 #include <Platform/JSON/JSONDecoder.hpp>
 #include <Platform/JSON/JSONReader.hpp>
 
@@ -19,6 +20,18 @@ constexpr std::string_view whiteSpace = " \t\n\r";
 // each level doubles the time. Sixteen readings of the document leave room for trees whose every
 // node is tried, the constant for chains, where a level is read again for each one above it.
 std::size_t mostReadAgain(std::size_t tokenCount) { return 16 * tokenCount + (1U << 20); }
+
+// Word by word, of which the last may overlap; at least four characters.
+inline bool isEqual(const char* a, const char* b, std::size_t size) noexcept {
+  using detail::load, detail::Word;
+  using Half = std::uint32_t;
+  if (size < sizeof(Word))
+    return load<Half>(a) == load<Half>(b) &&
+           load<Half>(a + size - sizeof(Half)) == load<Half>(b + size - sizeof(Half));
+  for (std::size_t i = 0; i + sizeof(Word) < size; i += sizeof(Word))
+    if (load<Word>(a + i) != load<Word>(b + i)) return false;
+  return load<Word>(a + size - sizeof(Word)) == load<Word>(b + size - sizeof(Word));
+}
 
 }  // namespace
 
@@ -74,11 +87,18 @@ inline bool JSONReader::takeWord(std::string_view word) noexcept {
   return true;
 }
 
-inline bool JSONReader::takeKey(std::string_view text) noexcept {
-  const std::string_view rest(text_.data() + *token_, text_.size() - *token_);
-  if (text.empty() || !rest.starts_with(text)) return false;
-  token_ += 2;
-  return true;
+inline const detail::DecodedMember* JSONReader::takeKey(
+    const detail::DecodedMember* first, const detail::DecodedMember* last) noexcept {
+  if (token_[1] == text_.size()) return nullptr;
+  // The colon, where it is one, stands right behind the quotes.
+  const std::string_view text(text_.data() + *token_, token_[1] + 1 - *token_);
+  for (; first != last; ++first) {
+    if (first->text.size() != text.size()) continue;
+    if (!isEqual(first->text.data(), text.data(), text.size())) continue;
+    token_ += 2;
+    return first;
+  }
+  return nullptr;
 }
 
 bool JSONReader::null() {
@@ -95,46 +115,42 @@ bool JSONReader::boolean() {
 }
 
 inline detail::Number JSONReader::takeNumber() {
-  detail::Number number;
-  if (!number.read(token()) || goesOn(number.text.size())) {
-    if (kind() != Kind::number) failExpecting("a number");
-    failSyntax("a number");
-  }
+  const detail::Number number(token());
+  if (number.text.empty() || goesOn(number.text.size())) failNumber();
   ++token_;
   return number;
 }
 
 std::int64_t JSONReader::signedInteger(std::int64_t least, std::int64_t greatest) {
   const auto number = takeNumber();
-  const auto value = detail::wholeNumber<std::int64_t>(number);
-  if (value && *value >= least && *value <= greatest) return *value;
-  failCorrupted("expected a whole number from " + std::to_string(least) + " to " +
-                std::to_string(greatest) + ", found " + detail::shortened(number.text));
+  std::int64_t value = 0;
+  if (detail::wholeNumber(number, value) && value >= least && value <= greatest) return value;
+  failOutside(least, greatest, number.text);
 }
 
 std::uint64_t JSONReader::unsignedInteger(std::uint64_t greatest) {
   const auto number = takeNumber();
-  const auto value = detail::wholeNumber<std::uint64_t>(number);
-  if (value && *value <= greatest) return *value;
-  failCorrupted("expected a whole number from 0 to " + std::to_string(greatest) + ", found " +
-                detail::shortened(number.text));
+  std::uint64_t value = 0;
+  if (detail::wholeNumber(number, value) && value <= greatest) return value;
+  failOutside(std::uint64_t{0}, greatest, number.text);
 }
 
 template <class T>
 void JSONReader::readFloat(T& value) {
-  const auto& texts = decoder_.nonConformingFloats;
-  if (texts && kind() == Kind::string) {
-    const auto text = string();
-    constexpr T infinity = std::numeric_limits<T>::infinity();
-    if (text == texts->positiveInfinity) return void(value = infinity);
-    if (text == texts->negativeInfinity) return void(value = -infinity);
-    if (text == texts->nan) return void(value = std::numeric_limits<T>::quiet_NaN());
-    failCorrupted("expected a number, found the string " + detail::quoted(text));
-  }
+  if (decoder_.nonConformingFloats && kind() == Kind::string) return readNonConforming(value);
   const auto number = takeNumber();
-  const auto read = detail::floatingPoint<T>(number);
-  if (!read) failCorrupted("the number " + detail::shortened(number.text) + " is out of range");
-  value = *read;
+  if (!detail::floatingPoint(number, value)) failOutOfRange(number.text);
+}
+
+template <class T>
+void JSONReader::readNonConforming(T& value) {
+  const auto& texts = *decoder_.nonConformingFloats;
+  const auto text = string();
+  constexpr T infinity = std::numeric_limits<T>::infinity();
+  if (text == texts.positiveInfinity) return void(value = infinity);
+  if (text == texts.negativeInfinity) return void(value = -infinity);
+  if (text == texts.nan) return void(value = std::numeric_limits<T>::quiet_NaN());
+  failCorrupted("expected a number, found the string " + detail::quoted(text));
 }
 
 void JSONReader::readFloatingPoint(float& value) { readFloat(value); }
@@ -142,9 +158,10 @@ void JSONReader::readFloatingPoint(double& value) { readFloat(value); }
 
 inline std::string_view JSONReader::stringContent() const noexcept {
   // Between the closing quote and the next token there is only white space.
-  std::size_t end = token().size() - 1;
-  while (token()[end] != '"') --end;
-  return token().substr(1, end - 1);
+  const auto token = this->token();
+  std::size_t end = token.size() - 1;
+  while (token[end] != '"') --end;
+  return {token.data() + 1, end - 1};
 }
 
 inline std::string_view JSONReader::takeString() {
@@ -152,6 +169,21 @@ inline std::string_view JSONReader::takeString() {
   const auto content = stringContent();
   ++token_;
   return content;
+}
+
+inline bool JSONReader::isEscaped(std::string_view content) noexcept {
+  const char* const end = content.data() + content.size();
+  const bool isPlain = content.data() >= plain_.data() && end <= plain_.data() + plain_.size();
+  return !isPlain && searchEscape(content);
+}
+
+// One search serves the strings of a page.
+bool JSONReader::searchEscape(std::string_view content) noexcept {
+  constexpr std::size_t page = 4096;
+  const auto start = static_cast<std::size_t>(content.data() - text_.data());
+  plain_ = text_.substr(start, std::max(content.size(), page));
+  plain_ = plain_.substr(0, plain_.find('\\'));
+  return plain_.size() < content.size();
 }
 
 void JSONReader::appendUnescaped(std::string& result, std::string_view escaped) {
@@ -168,7 +200,7 @@ std::string JSONReader::string() {
 
 void JSONReader::string(std::string& value) {
   const auto content = takeString();
-  if (!detail::isEscaped(content)) return void(value.assign(content));
+  if (!isEscaped(content)) return void(value.assign(content));
   value.clear();
   appendUnescaped(value, content);
 }
@@ -194,7 +226,7 @@ void JSONReader::skip() {
       break;
     case Kind::string: {
       const auto content = takeString();
-      if (!detail::isEscaped(content)) break;
+      if (!isEscaped(content)) break;
       std::string unescaped;
       appendUnescaped(unescaped, content);
       break;
@@ -229,6 +261,11 @@ void JSONReader::chargeReading(std::size_t count) noexcept {
   if (attempts_ > 1) readableAgain_ -= std::min(readableAgain_, count);
 }
 
+void JSONReader::failTooDeep() {
+  failCorrupted("more than " + std::to_string(depth_) +
+                " objects and arrays are inside each other");
+}
+
 void JSONReader::failTooManyAttempts() { failCorrupted("too many alternatives were tried"); }
 
 JSONReader::Nesting::Nesting(JSONReader& reader, Kind kind)
@@ -236,13 +273,10 @@ JSONReader::Nesting::Nesting(JSONReader& reader, Kind kind)
   const bool isArray = kind == Kind::array;
   if (reader.current() != (isArray ? '[' : '{'))
     reader.failExpecting(isArray ? "an array" : "an object");
-  if (reader.depth_ == reader.decoder_.maximumDepth)
-    reader.failCorrupted("more than " + std::to_string(reader.depth_) +
-                         " objects and arrays are inside each other");
+  if (reader.depth_ == reader.decoder_.maximumDepth) reader.failTooDeep();
   frame_.outer = reader.frame_;
   frame_.isIndex = isArray;
   ++reader.depth_;
-  ++reader.token_;
 }
 
 JSONReader::Nesting::~Nesting() {
@@ -252,22 +286,25 @@ JSONReader::Nesting::~Nesting() {
   --reader_.depth_;
 }
 
-/// Past the comma, or past the closing bracket: false then.
+/// Past the opening bracket or the comma, or past the closing bracket: false then.
 inline bool JSONReader::Nesting::goOn(bool isArray) {
-  if (reader_.current() == (isArray ? ']' : '}')) {
-    ++reader_.token_;
-    reader_.frame_ = frame_.outer;
-    reader_.value_ = start_;
-    isOpen_ = false;
-    return false;
-  }
-  if (isStarted_) {
-    if (reader_.current() != ',') reader_.failSyntax(isArray ? R"("," or "]")" : R"("," or "}")");
+  if (reader_.current() == ',') {
     ++reader_.token_;
     ++frame_.index;
+    return true;
   }
-  isStarted_ = true;
-  return true;
+  const bool isFirst = reader_.token_ == start_;
+  if (isFirst) ++reader_.token_;
+  const bool isLast = reader_.current() == (isArray ? ']' : '}');
+  if (!isLast) {
+    if (isFirst) return true;
+    reader_.failSyntax(isArray ? R"("," or "]")" : R"("," or "}")");
+  }
+  ++reader_.token_;
+  reader_.frame_ = frame_.outer;
+  reader_.value_ = start_;
+  isOpen_ = false;
+  return false;
 }
 
 inline void JSONReader::Nesting::faceValue() noexcept {
@@ -282,11 +319,12 @@ bool JSONReader::Nesting::next() {
   return true;
 }
 
-inline bool JSONReader::Nesting::next(std::string_view expected) {
+inline bool JSONReader::Nesting::next(const detail::DecodedMember*& member,
+                                      const detail::DecodedMember* last) {
   if (!goOn(false)) return false;
-  isExpected_ = reader_.takeKey(expected);
-  if (isExpected_)
-    frame_.key = expected.substr(1, expected.size() - 3);
+  member = reader_.takeKey(member, last);
+  if (member != nullptr)
+    frame_.key = member->key;
   else
     readKey();
   faceValue();
@@ -296,10 +334,11 @@ inline bool JSONReader::Nesting::next(std::string_view expected) {
 void JSONReader::Nesting::readKey() {
   if (reader_.current() != '"') reader_.failSyntax("a key");
   frame_.key = reader_.takeString();
-  if (detail::isEscaped(frame_.key)) {
-    unescapedKey_.clear();
-    reader_.appendUnescaped(unescapedKey_, frame_.key);
-    frame_.key = unescapedKey_;
+  if (reader_.isEscaped(frame_.key)) {
+    if (!unescapedKey_) unescapedKey_ = std::make_unique<std::string>();
+    unescapedKey_->clear();
+    reader_.appendUnescaped(*unescapedKey_, frame_.key);
+    frame_.key = *unescapedKey_;
   }
   if (reader_.current() != ':') reader_.failSyntax(R"(":")");
   ++reader_.token_;
@@ -327,6 +366,21 @@ void JSONReader::failExpecting(std::string_view what) const {
       throw DecodingError::typeMismatch(codingPath(), expected + describedString());
   }
   std::abort();  // never reached
+}
+
+void JSONReader::failNumber() const {
+  if (kind() != Kind::number) failExpecting("a number");
+  failSyntax("a number");
+}
+
+template <class T>
+void JSONReader::failOutside(T least, T greatest, std::string_view found) {
+  failCorrupted("expected a whole number from " + std::to_string(least) + " to " +
+                std::to_string(greatest) + ", found " + detail::shortened(found));
+}
+
+void JSONReader::failOutOfRange(std::string_view found) {
+  failCorrupted("the number " + detail::shortened(found) + " is out of range");
 }
 
 void JSONReader::failCorrupted(std::string reason) {
@@ -357,49 +411,46 @@ void JSONReader::failSyntax(std::string_view expected) const {
 namespace detail {
 namespace {
 
-/// Looks from `first` on, then from the start; the number of members where there is none.
-std::size_t find(std::string_view key, std::string_view converted,
-                 std::span<const DecodedMember> members, std::size_t first) {
+/// Looks from `first` on, then from the start; null where there is none.
+const DecodedMember* find(std::string_view key, std::string_view converted,
+                          std::span<const DecodedMember> members, const DecodedMember* first) {
   const auto isNamed = [&](const DecodedMember& member) {
     return member.key == (member.isKeyGiven ? key : converted);
   };
-  const auto find = [&](std::size_t from, std::size_t to) {
-    while (from < to && !isNamed(members[from])) ++from;
-    return from;
-  };
-  const auto index = find(first, members.size());
-  if (index < members.size()) return index;
-  const auto earlier = find(0, first);
-  return earlier < first ? earlier : members.size();
+  const auto* const start = members.data();
+  const auto* const last = start + members.size();
+  if (const auto* const found = std::find_if(first, last, isNamed); found != last) return found;
+  const auto* const found = std::find_if(start, first, isNamed);
+  return found == first ? nullptr : found;
 }
 
 }  // namespace
 
 void decodeMembers(JSONReader& reader, void* object, std::span<const DecodedMember> members) {
   const auto& strategy = reader.decoder().keyDecodingStrategy;
-  std::array<bool, mostMembers> seen{};
-  std::string converted;
-  std::size_t next = 0;  // members mostly come as they are declared
-  const auto expected = [&] {
-    return !strategy && next < members.size() ? members[next].text : std::string_view();
-  };
+  std::array<bool, mostMembers> seen;  // as many as there are members
+  std::fill_n(seen.begin(), members.size(), false);
   JSONReader::Nesting nesting(reader, JSONReader::Kind::object);
-  while (nesting.next(expected())) {
-    auto index = next;
-    if (!nesting.isExpected()) {
+  const auto* const last = members.data() + members.size();
+  const auto* next = members.data();  // members mostly come as they are declared
+  const bool isConverted = strategy != nullptr;
+  while (true) {
+    const auto* member = isConverted ? last : next;
+    if (!nesting.next(member, last)) break;
+    if (member == nullptr) {
       const auto key = nesting.key();
-      if (strategy) converted = strategy(key);
-      index = find(key, strategy ? std::string_view(converted) : key, members, next);
-    }
-    if (index == members.size()) {
-      reader.skip();
-      continue;
+      member =
+          isConverted ? find(key, strategy(key), members, next) : find(key, key, members, next);
+      if (member == nullptr) {
+        reader.skip();
+        continue;
+      }
     }
     const auto value = reader.token_;
-    members[index].decode(reader, object, seen[index]);
+    member->decode(reader, object, seen[member->index]);
     if (reader.token_ == value) reader.skip();
-    seen[index] = true;
-    next = index + 1;
+    seen[member->index] = true;
+    next = member + 1;
   }
   for (std::size_t i = 0; i < members.size(); ++i) {
     if (seen[i]) continue;

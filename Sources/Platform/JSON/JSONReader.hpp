@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -140,12 +141,10 @@ class JSONReader {
 
     /// Goes to the next value, past its key; false once the closing bracket is taken.
     bool next();
-    /// The same in an object, where the next entry is likely to start with `expected`: a key
-    /// between quotes and its colon.
-    bool next(std::string_view expected);
+    /// The same in an object that is likely to go on with one of the members from `member` on,
+    /// which that becomes; null where the key is to be looked up.
+    bool next(const detail::DecodedMember*& member, const detail::DecodedMember* last);
     std::string_view key() const noexcept { return frame_.key; }
-    /// Whether the entry started as expected.
-    bool isExpected() const noexcept { return isExpected_; }
 
    private:
     bool goOn(bool isArray);
@@ -155,9 +154,7 @@ class JSONReader {
     JSONReader& reader_;
     Position start_;
     detail::CodingFrame frame_;
-    std::string unescapedKey_;
-    bool isStarted_ = false;
-    bool isExpected_ = false;
+    std::unique_ptr<std::string> unescapedKey_;  // once there was one
     bool isOpen_ = true;
   };
 
@@ -194,15 +191,22 @@ class JSONReader {
   /// Whether the next token, without its first characters, goes on.
   bool goesOn(std::size_t size) const noexcept;
   bool takeWord(std::string_view word) noexcept;
-  /// Takes a key and its colon if they stand in the document like this.
-  bool takeKey(std::string_view text) noexcept;
+  /// Takes a key and its colon if they stand in the document like those of a member, which it
+  /// answers; else null.
+  const detail::DecodedMember* takeKey(const detail::DecodedMember* first,
+                                       const detail::DecodedMember* last) noexcept;
   /// Takes a string and answers what stands between the quotes, which may have to be unescaped.
   std::string_view takeString();
+  /// Whether the text between the quotes of a string stands for another one.
+  bool isEscaped(std::string_view content) noexcept;
+  bool searchEscape(std::string_view content) noexcept;
   detail::Number takeNumber();
   std::int64_t signedInteger(std::int64_t least, std::int64_t greatest);
   std::uint64_t unsignedInteger(std::uint64_t greatest);
   template <class T>
   void readFloat(T& value);
+  template <class T>
+  void readNonConforming(T& value);
   void readFloatingPoint(float& value);
   void readFloatingPoint(double& value);
   /// For the string that was just taken.
@@ -212,11 +216,17 @@ class JSONReader {
   void goBack(Position place) noexcept;
   void chargeReading(std::size_t count) noexcept;
   [[noreturn]] void failTooManyAttempts();
+  [[noreturn]] void failTooDeep();
   [[noreturn]] void failSyntax(std::string_view expected) const;
+  [[noreturn]] void failNumber() const;
+  template <class T>
+  [[noreturn]] void failOutside(T least, T greatest, std::string_view found);
+  [[noreturn]] void failOutOfRange(std::string_view found);
 
   std::string_view text_;
-  Position token_;  // the next
-  Position value_;  // the first of the value in turn
+  std::string_view plain_;  // a part of the text that has no backslash
+  Position token_;          // the next
+  Position value_;          // the first of the value in turn
   const JSONDecoder& decoder_;
   const detail::CodingFrame* frame_ = nullptr;
   std::size_t depth_ = 0;

@@ -7,6 +7,7 @@
 #include <array>
 #include <concepts>
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <optional>
 #include <span>
@@ -154,11 +155,12 @@ inline constexpr auto keyText = [] {
 }();
 
 constexpr bool isPlainKey(std::string_view key) {
-  return std::ranges::all_of(key,
-                             [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+  return !key.empty() && std::ranges::all_of(key, [](char c) {
+    return c >= ' ' && c <= '~' && c != '"' && c != '\\';
+  });
 }
 
-/// The key between quotes, and the colon; empty where the key has to be escaped.
+/// The key between quotes, and the colon; empty where the key is, or has to be escaped.
 template <class T, std::size_t I>
 constexpr std::string_view textOfKey() {
   constexpr std::string_view key = keyOf<T, I>();
@@ -177,6 +179,8 @@ struct DecodedMember {
   bool isRequired;
   /// Whether the key is the document's, to which no key strategy applies.
   bool isKeyGiven;
+  /// Its place among the members.
+  std::uint8_t index;
 };
 struct EncodedMember {
   std::string_view key;
@@ -213,8 +217,9 @@ constexpr DecodedMember decodedMember() {
   void (*clear)(void*) = nullptr;
   if constexpr (isCleared && !std::is_const_v<DeclaredMember<T, I>>)
     clear = [](void* object) { memberOf<I>(*static_cast<T*>(object)).reset(); };
-  return {keyOf<T, I>(), textOfKey<T, I>(),        decodeMember<T, I>,
-          clear,         !isCleared && !isDefault, isKeyGiven<T, I>()};
+  return {keyOf<T, I>(),  textOfKey<T, I>(),        decodeMember<T, I>,
+          clear,          !isCleared && !isDefault, isKeyGiven<T, I>(),
+          std::uint8_t{I}};
 }
 
 template <class T, std::size_t I>

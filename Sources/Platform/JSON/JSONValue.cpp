@@ -49,13 +49,12 @@ std::optional<T> wholeNumber(double value) noexcept {
 
 JSONValue decodeNumber(JSONReader& reader) {
   const auto text = reader.text();
-  detail::Number number;
-  number.read(text);
+  const detail::Number number(text);
   if (text.find_first_of(".eE") == text.npos) {
-    if (const auto value = detail::wholeNumber<std::int64_t>(number)) return *value;
-    if (const auto value = detail::wholeNumber<std::uint64_t>(number)) return *value;
+    if (std::int64_t value = 0; detail::wholeNumber(number, value)) return value;
+    if (std::uint64_t value = 0; detail::wholeNumber(number, value)) return value;
   }
-  if (const auto value = detail::floatingPoint<double>(number)) return *value;
+  if (double value = 0; detail::floatingPoint(number, value)) return value;
   reader.failCorrupted("the number " + detail::shortened(text) + " is out of range");
 }
 

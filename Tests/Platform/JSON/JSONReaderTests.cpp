@@ -4,17 +4,21 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <limits>
 #include <map>
 #include <memory>
 #include <optional>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -479,6 +483,8 @@ TEST(JSONReaderNumberTests, WholeNumbersAreExactTo64Bits) {
       {"123456789012345678901234567890", std::nullopt},
   });
   expectNumbers<std::uint64_t>({
+      {"9999999999999999999", 9'999'999'999'999'999'999U},
+      {"10000000000000000000", 10'000'000'000'000'000'000U},
       {"18446744073709551615", UINT64_MAX},
       {"1.8446744073709551615e19", UINT64_MAX},
       {"18446744073709551616", std::nullopt},
@@ -517,7 +523,15 @@ TEST(JSONReaderNumberTests, FloatingPointNumbersAreTheNearest) {
       {"0.0001e400", std::nullopt},
       {"1e99999999999999999999", std::nullopt},
       {"1e-99999999999999999999", 0.0},
+      {"9007199254740991", 9007199254740991.0},
+      {"9007199254740992", 9007199254740992.0},
       {"9007199254740993", 9007199254740992.0},
+      {"9007199254740992e22", 9007199254740992e22},
+      {"9007199254740993e22", 9007199254740993e22},
+      {"0.0000000000000000000001", 1e-22},
+      {"0.00000000000000000000001", 1e-23},
+      {"9999999999999999999", 9999999999999999999.0},
+      {"99999999999999999999", 99999999999999999999.0},
       {"9007199254740993.00000000000000000001", 9007199254740994.0},
       {"123456789012345678901234567890", 123456789012345678901234567890.0},
       {"1.7976931348623157e308", std::numeric_limits<double>::max()},
@@ -560,6 +574,44 @@ TEST(JSONReaderNumberTests, FloatsAreNotRoundedTwice) {
       {"7e-11", 7e-11F},
       {"0.1", 0.1F},
   });
+}
+
+/// A number made up of everything a number can have.
+std::string madeUpNumber(std::mt19937& random) {
+  const auto below = [&](std::uint32_t bound) {
+    return static_cast<std::uint32_t>(random() % bound);
+  };
+  const auto digits = [&](std::uint32_t count) {
+    std::string text;
+    for (; count > 0; --count) text += static_cast<char>('0' + below(10));
+    return text;
+  };
+  std::string text = below(4) == 0 ? "-" : "";
+  text += below(4) == 0 ? "0" : static_cast<char>('1' + below(9)) + digits(below(21));
+  if (below(2) == 0) text += '.' + digits(1 + below(12));
+  if (below(3) == 0) text += "e" + std::to_string(static_cast<int>(below(60)) - 30);
+  return text;
+}
+
+TEST(JSONReaderNumberTests, NumbersAreThoseOfTheCLibrary) {
+  std::mt19937 random(8);
+  for (int i = 0; i < 20'000; ++i) {
+    const auto text = madeUpNumber(random);
+    SCOPED_TRACE(text);
+    ASSERT_EQ(JSONDecoder().decode<double>(text), std::strtod(text.c_str(), nullptr));
+    const float nearest = std::strtof(text.c_str(), nullptr);
+    if (std::isfinite(nearest))
+      ASSERT_EQ(JSONDecoder().decode<float>(text), nearest);
+    else
+      ASSERT_THROW(JSONDecoder().decode<float>(text), DecodingError);
+    if (text.find_first_of(".e") != text.npos) continue;
+    std::int64_t whole = 0;
+    const auto error = std::from_chars(text.data(), text.data() + text.size(), whole).ec;
+    if (error == std::errc())
+      ASSERT_EQ(JSONDecoder().decode<std::int64_t>(text), whole);
+    else
+      ASSERT_THROW(JSONDecoder().decode<std::int64_t>(text), DecodingError);
+  }
 }
 
 TEST(JSONReaderNumberTests, LongNumbersAreRead) {
@@ -710,6 +762,40 @@ TEST(JSONReaderStringTests, QuotesAndBackslashesEndStringsAtEveryPosition) {
     ASSERT_EQ(JSONDecoder().decode<std::string>('"' + std::string(before * 2, '\\') + '"'),
               std::string(before, '\\'));
   }
+}
+
+// Where one search for backslashes ends and the next begins.
+TEST(JSONReaderStringTests, EscapesAreFoundWhereverTheyStand) {
+  for (const std::size_t before : {0U, 100U, 4000U, 4080U, 4096U, 5000U}) {
+    for (std::size_t length = 0; length < 20; ++length) {
+      SCOPED_TRACE(std::to_string(before) + " and " + std::to_string(length));
+      const std::string first(before, 'x');
+      const std::string second(length, 'y');
+      const std::string third(4096 + length, 'z');
+      ASSERT_EQ(JSONDecoder().decode<std::vector<std::string>>("[\"" + first + "\",\"" + second +
+                                                               R"(\n","",")" + second + "\",\"" +
+                                                               third + R"(\t","\u0041"])"),
+                (std::vector<std::string>{first, second + '\n', "", second, third + '\t', "A"}));
+    }
+  }
+}
+
+TEST(JSONReaderStringTests, EscapesAreFoundAgainAfterAFailedAttempt) {
+  std::string again, last;
+  read(R"([["plain","a\nb","c","d\te"],"f\ng"])", [&](JSONReader& reader) {
+    int element = 0;
+    reader.array([&] {
+      if (element++ > 0) return reader.string(last);
+      const auto fail = [&] {
+        reader.array([&] { reader.string(); });
+        reader.failCorrupted("not this one");
+      };
+      EXPECT_FALSE(reader.attempt(fail));
+      reader.array([&] { again += reader.string() + ';'; });
+    });
+  });
+  EXPECT_EQ(again, "plain;a\nb;c;d\te;");
+  EXPECT_EQ(last, "f\ng");
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -436,6 +438,39 @@ TEST(JSONReflectionTests, KeysAreWholeHoweverTheyAreSetAndWhereverTheyCome) {
   }
 }
 
+struct LongKeys {
+  std::optional<int> x;
+  std::optional<int> four;
+  std::optional<int> fifth;
+  std::optional<int> thirteenChar_;
+  std::optional<int> fourteenCharac;
+  std::optional<int> twentyOneCharactersLo;
+  std::optional<int> asLongAsTwentyNineCharactersA;
+  static constexpr JSONKeys codingKeys = {{"x", ""}};
+  friend bool operator==(const LongKeys&, const LongKeys&) = default;
+};
+
+TEST(JSONReflectionTests, EveryCharacterOfAKeyCounts) {
+  const LongKeys all{1, 2, 3, 4, 5, 6, 7};
+  const std::string json(JSONEncoder().encode(all).view());
+  EXPECT_EQ(decoded<LongKeys>(json), all);
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    if (std::isalpha(static_cast<unsigned char>(json[i])) == 0 && json[i] != '_') continue;
+    auto other = json;
+    other[i] = '-';
+    SCOPED_TRACE(other);
+    const auto value = decoded<LongKeys>(other);
+    const std::optional<int> members[] = {value.x,
+                                          value.four,
+                                          value.fifth,
+                                          value.thirteenChar_,
+                                          value.fourteenCharac,
+                                          value.twentyOneCharactersLo,
+                                          value.asLongAsTwentyNineCharactersA};
+    EXPECT_EQ(std::ranges::count(members, std::optional<int>()), 1);
+  }
+}
+
 TEST(JSONReflectionTests, ExpectedKeysAreNoLessChecked) {
   const struct {
     std::string_view json;
@@ -449,6 +484,10 @@ TEST(JSONReflectionTests, ExpectedKeysAreNoLessChecked) {
       {R"({"a":1 "ab":2})",
        R"(dataCorrupted: a: expected "," or "}", found the string "ab" (line 1, column 8))"},
       {R"({"a":1,"ab":true})", "typeMismatch: ab: expected a number, found true"},
+      {R"({,"a":1})", R"(dataCorrupted: expected a key, found "," (line 1, column 2))"},
+      {R"({"a":1,})", R"(dataCorrupted: a: expected a key, found "}" (line 1, column 8))"},
+      {R"({"a":1{)", R"(dataCorrupted: a: expected "," or "}", found "{" (line 1, column 7))"},
+      {R"({"a",1})", R"(dataCorrupted: expected ":", found "," (line 1, column 5))"},
   };
   for (const auto& [json, expected] : rows) {
     SCOPED_TRACE(json);

@@ -1,4 +1,5 @@
 #include <Platform/JSON/Detail/JSONText.hpp>
+#include <Platform/JSON/Detail/Words.hpp>
 #include <Platform/Types/Data.hpp>
 
 #include <algorithm>
@@ -25,10 +26,6 @@ constexpr auto escapes = [] {
   return letters;
 }();
 
-using Word = std::uint64_t;
-constexpr Word ones = 0x0101010101010101;
-constexpr Word highBits = 0x80 * ones;
-
 // Whether one of eight characters is to be escaped: where it is a control character, a quote or a
 // backslash, the subtraction borrows its high bit.
 bool hasEscapes(Word word) noexcept {
@@ -36,13 +33,6 @@ bool hasEscapes(Word word) noexcept {
   const Word quote = (word ^ ('"' * ones)) - ones;
   const Word backslash = (word ^ ('\\' * ones)) - ones;
   return ((control | quote | backslash) & ~word & highBits) != 0;
-}
-
-template <class W>
-W load(const char* from) noexcept {
-  W word;
-  std::memcpy(&word, from, sizeof word);
-  return word;
 }
 
 // The lowest byte first, on every processor.

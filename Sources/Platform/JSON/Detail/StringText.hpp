@@ -5,9 +5,6 @@
 
 namespace tarn::detail {
 
-/// Whether the text between the quotes of a string stands for another one.
-inline bool isEscaped(std::string_view text) noexcept { return text.find('\\') != text.npos; }
-
 /// Appends what the text between the quotes of a string stands for (RFC 8259 section 7); false
 /// where an escape sequence is malformed or is half of a surrogate pair.
 bool appendUnescaped(std::string& result, std::string_view text);
