@@ -19,7 +19,7 @@ class CurlDownloadTask final : public TaskFace<URLSessionDownloadTask> {
   using TaskFace::cancel;
   void cancel(ResumeDataHandler byProducingResumeData) override TARN_EXCLUDES(handlersMutex_);
 
-  bool usesCache() const noexcept override { return false; }
+  bool isDownload() const noexcept override { return true; }
   std::optional<URLRequest> requestInstead(const HTTPURLResponse& answer) override;
 
  private:

@@ -28,6 +28,11 @@ constexpr std::uint64_t wakeUpTag = std::numeric_limits<std::uint64_t>::max();
 // How often one round lets new work follow from what it did, before it looks at the sockets again.
 constexpr int mostTurns = 4;
 
+// Deliveries wait for those of the next rounds while there is more to do at once, so that fewer of
+// them wake a thread: until there are as many as one thread is given, and no longer than this.
+constexpr std::size_t fullDelivery = DeliveryChain::capacity;
+constexpr int mostRoundsHeldBack = 3;
+
 Mutex engineMutex;
 Engine* engine = nullptr;  // never freed: reachable for leak checkers, valid for late callers
 
@@ -143,32 +148,36 @@ void Engine::wake() noexcept {
 }
 
 void Engine::run() noexcept {
-  // A fork takes place between two rounds, while this thread waits and is in the middle of nothing.
+  // A fork takes place while this thread waits and is in the middle of nothing.
   const NoForkScope scope;
   while (!stopped_) {
-    waitForEvents();
+    const bool quiet = !waitForEvents();
     settle();
-    deliver();
+    if (quiet || deliveries_.size() >= fullDelivery || ++roundsHeldBack_ > mostRoundsHeldBack) {
+      deliver();
+    }
   }
 }
 
-void Engine::waitForEvents() noexcept {
+bool Engine::waitForEvents() noexcept {
   std::array<epoll_event, 64> events;
-  int limit = timeout();
+  const bool holdsBack = !deliveries_.empty();
+  int limit = holdsBack ? 0 : timeout();
   {
     const MutexLock lock(mutex_);
     if (!inbox_.empty()) limit = 0;
     asleep_ = limit != 0;
   }
-  NoForkScope::leave();
+  if (!holdsBack) NoForkScope::leave();
   const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), limit);
-  NoForkScope::enter();
+  if (!holdsBack) NoForkScope::enter();
   now_ = Clock::now();
   for (int i = 0; i < count; ++i) {
     const auto& event = events[static_cast<std::size_t>(i)];
     dispatch(event.data.u64, event.events);
   }
-  drainInbox();
+  const bool hadWork = drainInbox();
+  return count > 0 || hadWork;
 }
 
 int Engine::timeout() const noexcept {
@@ -189,7 +198,7 @@ void Engine::dispatch(std::uint64_t tag, std::uint32_t events) noexcept {
   watch.owner->socketReady(static_cast<int>(socket), events);
 }
 
-void Engine::drainInbox() noexcept {
+bool Engine::drainInbox() noexcept {
   {
     const MutexLock lock(mutex_);
     asleep_ = false;
@@ -203,7 +212,9 @@ void Engine::drainInbox() noexcept {
     }
     work = Work();
   }
+  const bool hadWork = !work_.empty();
   work_.clear();
+  return hadWork;
 }
 
 void Engine::settle() noexcept {
@@ -230,6 +241,7 @@ void Engine::serveSessions() noexcept {
 }
 
 void Engine::deliver() noexcept {
+  roundsHeldBack_ = 0;
   std::shared_ptr<DeliveryChain> chain;
   try {
     for (auto& task : deliveries_) {

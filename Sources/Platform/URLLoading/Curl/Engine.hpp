@@ -85,10 +85,11 @@ class Engine {
   void abandon() noexcept TARN_EXCLUDES(mutex_);
 
   void run() noexcept;
-  void waitForEvents() noexcept;
+  /// Whether anything came, be it of a socket or from another thread. So drainInbox().
+  bool waitForEvents() noexcept;
   int timeout() const noexcept;
   void dispatch(std::uint64_t tag, std::uint32_t events) noexcept;
-  void drainInbox() noexcept;
+  bool drainInbox() noexcept;
   void settle() noexcept;
   void fireTimers() noexcept;
   void serveSessions() noexcept;
@@ -114,6 +115,7 @@ class Engine {
   std::vector<Work> work_;
   std::vector<std::shared_ptr<SessionCore>> sessions_;
   std::vector<std::shared_ptr<CurlTask>> deliveries_;
+  int roundsHeldBack_ = 0;
 };
 
 }  // namespace tarn::detail

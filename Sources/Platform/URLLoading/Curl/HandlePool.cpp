@@ -34,7 +34,8 @@ void TransferHandle::setAddress(const std::string& address) {
 
 void TransferHandle::setFields(const URLRequest& request, const std::string& authorization) {
   const auto& fields = request.allHTTPHeaderFields();
-  if (hasLines_ && fields == fields_ && authorization == authorization_) return;
+  const bool sameFields = shared_.areThoseOf(request) || fields == fields_;
+  if (hasLines_ && sameFields && authorization == authorization_) return;
   hasLines_ = false;
   lines_ = headerLines(request, use_.sendsBody, authorization);
   setOption(easy(), CURLOPT_HTTPHEADER, lines_.get());
@@ -43,8 +44,15 @@ void TransferHandle::setFields(const URLRequest& request, const std::string& aut
   if (cookie) setOption(easy(), CURLOPT_COOKIE, std::string(*cookie).c_str());
   keepsFields_ = cookie || request.value("Host");
   fields_ = fields;
+  shared_ = SharedHeaderFields(request);
   authorization_ = authorization;
   hasLines_ = true;
+}
+
+void TransferHandle::setReadBuffer(long size) {
+  if (readBuffer_ == size) return;
+  setOption(easy(), CURLOPT_BUFFERSIZE, size);
+  readBuffer_ = size;
 }
 
 void TransferHandle::addField(const std::string& line) {

@@ -2,6 +2,7 @@
 
 #include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/RequestOptions.hpp>
+#include <Platform/URLLoading/Detail/SharedHeaderFields.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
 #include <curl/curl.h>
@@ -43,6 +44,8 @@ class TransferHandle {
   /// Each of these throws std::bad_alloc.
   void setAddress(const std::string& address);
   void setFields(const URLRequest& request, const std::string& authorization);
+  /// How much libcurl may read at once, in bytes.
+  void setReadBuffer(long size);
   /// After setFields(): of this transfer only.
   void addField(const std::string& line);
   /// Something of the fields stays in libcurl: the host of a Host field, for the session's cookies,
@@ -58,8 +61,10 @@ class TransferHandle {
   std::string address_;
   std::unique_ptr<CURLU, CurlDeleter> url_;
   URLRequest::HeaderFields fields_;
+  SharedHeaderFields shared_;  // the same, known without a comparison
   std::string authorization_;
   HeaderLines lines_;
+  long readBuffer_ = 0;
   bool hasLines_ = false;  // of those fields and nothing else
   bool keepsFields_ = false;
   std::array<char, CURL_ERROR_SIZE> errorText_{};

@@ -4,6 +4,7 @@
 #include <Platform/URLLoading/Detail/Origin.hpp>
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <unordered_map>
@@ -37,6 +38,9 @@ class HostQueue {
   /// where that is news.
   bool setMultiplexed(bool multiplexed) noexcept;
   bool isMultiplexed() const noexcept { return multiplexed_; }
+  /// How large the body of the last answer was, in bytes: most likely the next will be like it.
+  void setLastBodySize(std::int64_t size) noexcept { lastBodySize_ = size; }
+  std::int64_t lastBodySize() const noexcept { return lastBodySize_; }
   /// A question that a connection to the origin waited for is closed.
   void questionClosed(Clock::time_point now) noexcept { lastQuestion_ = now; }
   /// When that was the last time; long ago for never.
@@ -49,6 +53,7 @@ class HostQueue {
   const int connectionLimit_;
   int active_ = 0;
   bool multiplexed_ = false;
+  std::int64_t lastBodySize_ = 0;
   Clock::time_point lastQuestion_ = Clock::time_point::min();
   std::deque<Transfer*> waiting_;
 };

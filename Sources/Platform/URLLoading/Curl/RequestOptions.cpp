@@ -71,14 +71,12 @@ HeaderLines headerLines(const URLRequest& request, bool sendsBody,
 
 void setRequestOptions(CURL* easy, const std::string& method, bool sendsBody, const Origin& origin,
                        const ProxySettings& proxies) {
-  constexpr long readBuffer = 64 * 1024;
   constexpr long uploadBuffer = 512 * 1024;
   constexpr long never = 2'000'000'000;     // milliseconds: our own timers decide
   setOption(easy, CURLOPT_PATH_AS_IS, 1L);  // dot segments are the request's to resolve
   setOption(easy, CURLOPT_NOSIGNAL, 1L);
   setOption(easy, CURLOPT_QUICK_EXIT, 1L);
   setOption(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-  setOption(easy, CURLOPT_BUFFERSIZE, readBuffer);
   setOption(easy, CURLOPT_CONNECTTIMEOUT_MS, never);
   // Both are always set, or libcurl would read the environment for each transfer.
   setOption(easy, CURLOPT_PROXY, proxies.proxyFor(origin).c_str());

@@ -54,8 +54,9 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   /// Looks at the head of the final answer. A request instead of which that answer came is to be
   /// sent in place of the last; an URLError is thrown for an answer that won't do.
   virtual std::optional<URLRequest> requestInstead(const HTTPURLResponse& answer);
-  /// Whether its answers may come from the session's cache and be kept there.
-  virtual bool usesCache() const noexcept { return true; }
+  /// Whether the body of its answer is for a file. Such an answer neither comes from the session's
+  /// cache nor is kept there.
+  virtual bool isDownload() const noexcept { return false; }
   void setCurrentRequest(URLRequest request) TARN_EXCLUDES(mutex_);
   void setResponse(std::shared_ptr<const HTTPURLResponse> response) TARN_EXCLUDES(mutex_);
   void countReceived(std::size_t bytes) noexcept;

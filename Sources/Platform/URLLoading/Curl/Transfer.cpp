@@ -47,7 +47,7 @@ Transfer::Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> 
       request_(&task_->originalRequest()),
       bodyFile_(task_->bodyFile()),
       authenticator_(core_->credentials()),
-      cache_(core_->cache(), core_->configuration().requestCachePolicy, task_->usesCache()),
+      cache_(core_->cache(), core_->configuration().requestCachePolicy, !task_->isDownload()),
       lastProgress_(core_->engine().now()),
       handshake_(core_->engine(), *this) {}
 
@@ -198,7 +198,10 @@ void Transfer::conclude() {
   if (!outcome_ && decoder_ && !decoder_->isComplete()) {
     outcome_ = error(URLError::cannotDecodeRawData, "The encoded body ends too early.");
   }
-  if (!outcome_) cache_.complete(sentRequest(), task_->heldData());
+  if (!outcome_) {
+    if (stage_ != Stage::kept) queue_->setLastBodySize(bodyBytes_);
+    cache_.complete(sentRequest(), task_->heldData());
+  }
   finish(std::move(outcome_));
 }
 

@@ -78,6 +78,7 @@ class Transfer final : private Timer, private RouteWaiter {
   void attach();
   void configure(TransferHandle& handle);
   void setCallbacks(TransferHandle& handle);
+  long readBuffer() const noexcept;
   bool leavesNoTrace(CURLcode result) const noexcept;
   void leaveConnection(bool keepsHandle = false) noexcept;
   void finish(std::optional<URLError> error) noexcept;

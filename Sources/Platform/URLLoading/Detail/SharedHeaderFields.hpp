@@ -14,6 +14,12 @@ class SharedHeaderFields {
   explicit SharedHeaderFields(const URLRequest& request) noexcept
       : fields_(request.headerFields_) {}
 
+  /// Whether the request has these very fields, not just equal ones.
+  bool areThoseOf(const URLRequest& request) const noexcept {
+    const auto& fields = request.headerFields_;
+    return fields && !fields.owner_before(fields_) && !fields_.owner_before(fields);
+  }
+
   /// False, and no change, where no request has the fields any more.
   bool shareWith(URLRequest& request) const noexcept {
     auto fields = fields_.lock();
