@@ -66,9 +66,7 @@ std::optional<std::string> extendedValue(std::string_view text) {
 
 std::string lowercased(std::string_view text) {
   std::string result(text);
-  for (char& c : result) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
+  for (char& c : result) c = lowercased(c);
   return result;
 }
 

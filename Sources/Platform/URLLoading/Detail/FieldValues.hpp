@@ -15,6 +15,9 @@ constexpr std::string_view trimmed(std::string_view text) noexcept {
   while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
   return text;
 }
+constexpr char lowercased(char c) noexcept {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 std::string lowercased(std::string_view text);
 /// Letters, digits and the few marks that a method or field name may hold (RFC 9110, 5.6.2).
 bool isToken(std::string_view text) noexcept;
