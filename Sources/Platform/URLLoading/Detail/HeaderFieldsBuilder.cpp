@@ -2,9 +2,12 @@
 #include <Platform/URLLoading/Detail/HeaderFieldsBuilder.hpp>
 
 #include <algorithm>
+#include <array>
 #include <compare>
+#include <cstddef>
 #include <cstring>
 #include <functional>
+#include <memory_resource>
 #include <utility>
 #include <vector>
 
@@ -64,7 +67,9 @@ void HeaderFieldsBuilder::extend(std::string_view text) {
 HTTPHeaderFields HeaderFieldsBuilder::take() {
   HTTPHeaderFields fields;
   fields.text_ = std::exchange(text_, {});
-  std::vector<Field> sorted;
+  std::array<std::byte, 1024> nearby;  // enough for most
+  std::pmr::monotonic_buffer_resource memory(nearby.data(), nearby.size());
+  std::pmr::vector<Field> sorted(&memory);
   sorted.reserve(std::exchange(count_, 0));
   for (const auto& field : fields) sorted.push_back(field);
   std::sort(sorted.begin(), sorted.end(), precedes);
