@@ -15,7 +15,7 @@ namespace tarn::detail {
 
 namespace {
 
-using Field = HTTPHeaderFields::value_type;
+using Place = HTTPHeaderFields::const_iterator;
 
 // Any order will do that makes equal names neighbours.
 std::strong_ordering compareNames(std::string_view left, std::string_view right) noexcept {
@@ -27,18 +27,18 @@ std::strong_ordering compareNames(std::string_view left, std::string_view right)
   return lowercased(*l) <=> lowercased(*r);
 }
 
-bool namePrecedes(const Field& left, const Field& right) noexcept {
-  return compareNames(left.first, right.first) < 0;
+bool namePrecedes(Place left, Place right) noexcept {
+  return compareNames(left->first, right->first) < 0;
 }
 
-// Of fields that stand in one text; those of one name keep their order.
-bool precedes(const Field& left, const Field& right) noexcept {
-  const auto order = compareNames(left.first, right.first);
-  return order != 0 ? order < 0 : std::less<>()(left.first.data(), right.first.data());
+// Those of one name keep their order.
+bool precedes(Place left, Place right) noexcept {
+  const auto order = compareNames(left->first, right->first);
+  return order != 0 ? order < 0 : std::less<>()(left->first.data(), right->first.data());
 }
 
-bool haveSameName(const Field& left, const Field& right) noexcept {
-  return equalsIgnoringCase(left.first, right.first);
+bool haveSameName(Place left, Place right) noexcept {
+  return equalsIgnoringCase(left->first, right->first);
 }
 
 }  // namespace
@@ -67,11 +67,11 @@ void HeaderFieldsBuilder::extend(std::string_view text) {
 HTTPHeaderFields HeaderFieldsBuilder::take() {
   HTTPHeaderFields fields;
   fields.text_ = std::exchange(text_, {});
-  std::array<std::byte, 1024> nearby;  // enough for most
+  std::array<std::byte, 512> nearby;  // enough for most
   std::pmr::monotonic_buffer_resource memory(nearby.data(), nearby.size());
-  std::pmr::vector<Field> sorted(&memory);
+  std::pmr::vector<Place> sorted(&memory);
   sorted.reserve(std::exchange(count_, 0));
-  for (const auto& field : fields) sorted.push_back(field);
+  for (auto field = fields.begin(); field != fields.end(); ++field) sorted.push_back(field);
   std::sort(sorted.begin(), sorted.end(), precedes);
   const bool repeats =
       std::adjacent_find(sorted.begin(), sorted.end(), haveSameName) != sorted.end();
@@ -82,16 +82,16 @@ HTTPHeaderFields HeaderFieldsBuilder::take() {
 
 // Each value is written once, however many parts it is joined from.
 std::string HeaderFieldsBuilder::joined(const HTTPHeaderFields& fields,
-                                        std::span<const Field> sorted) {
+                                        std::span<const Place> sorted) {
   HeaderFieldsBuilder result;
   result.reserve(0, fields.text_.size());
-  for (const auto& field : fields) {
-    auto place = std::lower_bound(sorted.begin(), sorted.end(), field, namePrecedes);
-    if (place->first.data() != field.first.data()) continue;  // it is not the first of its name
-    result.add(field.first, field.second);
-    while (++place != sorted.end() && haveSameName(*place, field)) {
+  for (auto field = fields.begin(); field != fields.end(); ++field) {
+    auto same = std::lower_bound(sorted.begin(), sorted.end(), field, namePrecedes);
+    if (*same != field) continue;  // it is not the first of its name
+    result.add(field->first, field->second);
+    while (++same != sorted.end() && haveSameName(*same, field)) {
       result.extend(", ");
-      result.extend(place->second);
+      result.extend((*same)->second);
     }
   }
   return std::move(result.text_);

@@ -24,7 +24,7 @@ class HeaderFieldsBuilder {
 
  private:
   static std::string joined(const HTTPHeaderFields& fields,
-                            std::span<const HTTPHeaderFields::value_type> sorted);
+                            std::span<const HTTPHeaderFields::const_iterator> sorted);
 
   std::string text_;
   std::size_t last_ = 0;  // where the last field begins
