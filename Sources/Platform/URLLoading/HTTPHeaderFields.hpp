@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <iterator>
@@ -12,9 +13,14 @@
 
 namespace tarn {
 
+namespace detail {
+class HeaderFieldsBuilder;
+}
+
 /// Header fields of one HTTP message in the order they were first seen; names compare without
 /// regard to ASCII case (RFC 9110, 5.1). The views that it hands out live as long as this object is
-/// neither changed nor moved from; they may be arguments of its own functions.
+/// neither changed nor moved from; they may be arguments of its own functions. A name or value of 4
+/// GiB or more is refused with std::length_error.
 class HTTPHeaderFields {
  public:
   /// A name and its value.
@@ -47,9 +53,13 @@ class HTTPHeaderFields {
   friend bool operator==(const HTTPHeaderFields& left, const HTTPHeaderFields& right) noexcept;
 
  private:
+  friend class detail::HeaderFieldsBuilder;
+
   struct Sizes {
-    std::size_t name;
-    std::size_t value;
+    std::uint32_t name;
+    std::uint32_t value;
+
+    static Sizes of(std::size_t name, std::size_t value);
   };
 
   const_iterator find(std::string_view name) const noexcept;

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <iterator>
 #include <ranges>
+#include <stdexcept>
+#include <sys/mman.h>
 #include <vector>
 
 namespace tarn {
@@ -150,6 +152,22 @@ TEST(HTTPHeaderFields, OfManyNamesEachIsComparedWithFew) {
   EXPECT_EQ(fields.value(names[7]), "1, 2");
   auto name = names.begin();
   for (const auto& field : fields) ASSERT_EQ(field.first, *name++);
+}
+
+TEST(HTTPHeaderFields, RefuseATextOfFourGibibytes) {
+  const std::size_t size = std::size_t{1} << 32;
+  // Addresses alone: to read any of it would end the process.
+  void* const place =
+      mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  ASSERT_NE(place, MAP_FAILED);
+  const std::string_view text(static_cast<const char*>(place), size);
+  HTTPHeaderFields fields{{"A", "1"}};
+  const HTTPHeaderFields former = fields;
+  EXPECT_THROW(fields.set("A", text), std::length_error);
+  EXPECT_THROW(fields.add("B", text), std::length_error);
+  EXPECT_THROW(fields.add(text, ""), std::length_error);
+  EXPECT_EQ(fields, former);
+  munmap(place, size);
 }
 
 TEST(HTTPHeaderFields, AreCopiedAndMovedWhole) {

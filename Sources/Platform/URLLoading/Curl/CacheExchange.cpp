@@ -45,10 +45,11 @@ bool CacheExchange::begin(const URLRequest& request, const Origin& origin, bool 
   gathering_.reset();
   gathered_ = Data();
   const auto& method = request.httpMethod();
+  const auto& body = request.httpBody();
   const bool isDefault = request.cachePolicy() == Policy::useProtocolCachePolicy;
   const auto policy = isDefault ? usualPolicy_ : request.cachePolicy();
   active_ = takesPart_ && !cache_.isOff() && (method == "GET" || method == "HEAD") && !sendsFile &&
-            request.httpBody().value_or(Data()).empty() && !hasConditions(request);
+            (!body || body->empty()) && !hasConditions(request);
   bool usable = false;
   bool mustNotSend = policy == Policy::returnCacheDataDontLoad;
   if (active_) {
@@ -62,7 +63,7 @@ bool CacheExchange::begin(const URLRequest& request, const Origin& origin, bool 
       usable = kept_ && policy != Policy::reloadRevalidatingCacheData;
     }
     mustNotSend = mustNotSend || control.onlyIfCached;
-    const bool canAsk = kept_ && !control.noStore && (kept_->entityTag() || kept_->lastModified());
+    const bool canAsk = kept_ && !control.noStore && kept_->canBeAsked();
     if (!usable && !canAsk) kept_.reset();
   }
   if (mustNotSend && !usable) {
@@ -96,17 +97,14 @@ bool CacheExchange::answerArrived(const URLRequest& request,
   }
   kept_.reset();
   if (!mayStore_) {
-    answerToHead(request, *head);
+    answerToHead(request, head);
     return false;
   }
   const auto length = head->expectedContentLength();
-  const bool keep = endIsKnown && StoredAnswer::mayBeKept(request, *head) &&
-                    (length < 0 || static_cast<std::size_t>(length) <= cache_.mostCost());
-  if (keep) {
-    gathering_ = std::move(head);
-  } else if (head->statusCode() < 300) {
-    cache_.forget(key_, request);  // it is out of date
-  }
+  const bool fits = length < 0 || static_cast<std::size_t>(length) <= cache_.mostCost();
+  if (endIsKnown && fits) gathering_ = std::make_shared<StoredAnswer>(request, head, times());
+  if (gathering_ && !gathering_->mayBeKept()) gathering_.reset();
+  if (!gathering_ && head->statusCode() < 300) cache_.forget(key_, request);  // it is out of date
   return false;
 }
 
@@ -122,13 +120,14 @@ void CacheExchange::answerToChange(const URLRequest& request, const HTTPURLRespo
   }
 }
 
-void CacheExchange::answerToHead(const URLRequest& request, const HTTPURLResponse& head) {
-  if (request.httpMethod() != "HEAD" || head.statusCode() != 200) return;
+void CacheExchange::answerToHead(const URLRequest& request,
+                                 const std::shared_ptr<const HTTPURLResponse>& head) {
+  if (request.httpMethod() != "HEAD" || head->statusCode() != 200) return;
   if (cacheControlOf(request).noStore) return;
   kept_ = cache_.find(key_, request);
   if (!kept_) return;
-  if (describesSame(*kept_, head) && StoredAnswer::mayBeKept(request, head)) {
-    renew(request, head);
+  if (describesSame(*kept_, *head) && StoredAnswer(request, head, times()).mayBeKept()) {
+    renew(request, *head);
   } else {
     cache_.forget(key_, request);
   }
@@ -138,7 +137,7 @@ void CacheExchange::answerToHead(const URLRequest& request, const HTTPURLRespons
 void CacheExchange::renew(const URLRequest& request, const HTTPURLResponse& head) {
   auto renewed = std::make_shared<const StoredAnswer>(
       kept_->renewed(request, head.allHeaderFields(), times()));
-  if (StoredAnswer::mayBeKept(request, renewed->head())) {
+  if (renewed->mayBeKept()) {
     cache_.renew(key_, kept_, renewed);
   } else {
     cache_.forget(key_, request);
@@ -154,19 +153,18 @@ void CacheExchange::bodyPart(const URLRequest& request, const Data& bytes) {
     return cache_.forget(key_, request);
   }
   // Copied, not shared: who gets the bytes would then have to copy them all to add what comes next.
-  const auto length = gathering_->expectedContentLength();
+  const auto length = gathering_->head().expectedContentLength();
   if (gathered_.empty() && length > 0) gathered_.reserve(static_cast<std::size_t>(length));
   gathered_.append(bytes.bytes(), bytes.size());
 }
 
 void CacheExchange::complete(const URLRequest& request, const Data& rest) noexcept {
-  const auto head = std::exchange(gathering_, nullptr);
-  if (!head || changes_ != cache_.changes()) return;
+  auto answer = std::exchange(gathering_, nullptr);
+  if (!answer || changes_ != cache_.changes()) return;
   try {
     gathered_.append(rest);  // a body that came in one piece is shared
-    cache_.store(key_, request,
-                 std::make_shared<const StoredAnswer>(request, head,
-                                                      std::exchange(gathered_, Data()), times()));
+    answer->setBody(std::exchange(gathered_, Data()));
+    cache_.store(key_, request, std::move(answer));
   } catch (...) {
     // The load has its answer all the same.
     reportUncaughtError(Error::current(), "URL loading");

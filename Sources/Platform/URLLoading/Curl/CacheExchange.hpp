@@ -40,7 +40,7 @@ class CacheExchange {
 
  private:
   void answerToChange(const URLRequest& request, const HTTPURLResponse& head);
-  void answerToHead(const URLRequest& request, const HTTPURLResponse& head);
+  void answerToHead(const URLRequest& request, const std::shared_ptr<const HTTPURLResponse>& head);
   void renew(const URLRequest& request, const HTTPURLResponse& head);
   ExchangeTimes times() const noexcept;
 
@@ -57,7 +57,7 @@ class CacheExchange {
   WallTime requested_;
   WallTime answered_;
   std::uint64_t changes_ = 0;
-  std::shared_ptr<const HTTPURLResponse> gathering_;  // the head of the answer that will be kept
+  std::shared_ptr<StoredAnswer> gathering_;  // the answer that will be kept, without its body
   Data gathered_;
 };
 

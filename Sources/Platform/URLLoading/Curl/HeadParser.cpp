@@ -52,10 +52,8 @@ bool HeadParser::bodyEndsWithConnection() const noexcept {
 HeadParser::Event HeadParser::startBlock(std::string_view line) {
   if (!line.starts_with("HTTP/")) return refuse("the answer does not begin with a status line");
   started_ = inBlock_ = true;
-  text_.clear();
-  text_.reserve(usualText);
-  ends_.clear();
-  ends_.reserve(usualFields);
+  block_ = {};
+  block_.reserve(usualFields, usualText);
   mayFold_ = false;
   contentLength_.reset();
   const auto versionEnd = std::min(line.find(' '), line.size());
@@ -71,9 +69,7 @@ HeadParser::Event HeadParser::endBlock() {
   // Nobody asked to switch protocols, and what would follow is not HTTP.
   if (statusCode_ == 101) return refuse("the server switched protocols unasked");
   if (statusCode_ < 200) return Event::none;
-  fields_ = joinedFields();
-  text_ = {};  // a body may be long in coming
-  ends_ = {};
+  fields_ = block_.take();
   transferCoded_ = fields_.contains("Transfer-Encoding");
   complete_ = true;
   return Event::headComplete;
@@ -82,8 +78,8 @@ HeadParser::Event HeadParser::endBlock() {
 HeadParser::Event HeadParser::addField(std::string_view line) {
   if (isBlank(line.front())) {
     if (mayFold_) {
-      text_.append(" ").append(trimmed(line));
-      ends_.back().second = text_.size();
+      block_.extend(" ");
+      block_.extend(trimmed(line));
     }
     return Event::none;
   }
@@ -97,29 +93,12 @@ HeadParser::Event HeadParser::addField(std::string_view line) {
     const auto length = strictLength(value);
     if (!length) return refuse("Content-Length is not a number");
     if (contentLength_ && contentLength_ != length) return refuse("two Content-Lengths differ");
-    if (!contentLength_) keep(name, value);
+    if (!contentLength_) block_.add(name, value);
     contentLength_ = length;
   } else if (!name.empty()) {
-    keep(name, value);
+    block_.add(name, value);
   }
   return Event::none;
-}
-
-void HeadParser::keep(std::string_view name, std::string_view value) {
-  const auto nameEnd = text_.append(name).size();
-  ends_.emplace_back(nameEnd, text_.append(value).size());
-}
-
-HTTPHeaderFields HeadParser::joinedFields() const {
-  std::vector<HTTPHeaderFields::value_type> fields;
-  fields.reserve(ends_.size());
-  const std::string_view text = text_;
-  std::size_t start = 0;
-  for (const auto& [nameEnd, end] : ends_) {
-    fields.emplace_back(text.substr(start, nameEnd - start), text.substr(nameEnd, end - nameEnd));
-    start = end;
-  }
-  return HTTPHeaderFields(fields);
 }
 
 HeadParser::Event HeadParser::refuse(const char* reason) noexcept {

@@ -1,13 +1,12 @@
 #pragma once
 
+#include <Platform/URLLoading/Detail/HeaderFieldsBuilder.hpp>
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 namespace tarn::detail {
 
@@ -41,8 +40,6 @@ class HeadParser {
   Event startBlock(std::string_view line);
   Event endBlock();
   Event addField(std::string_view line);
-  void keep(std::string_view name, std::string_view value);
-  HTTPHeaderFields joinedFields() const;
   Event refuse(const char* reason) noexcept;
 
   bool started_ = false;
@@ -51,10 +48,8 @@ class HeadParser {
   int statusCode_ = 0;
   std::string httpVersion_;
   HTTPHeaderFields fields_;
-  // Of the block being read: names and values one after another, and where they end.
-  std::string text_;
-  std::vector<std::pair<std::size_t, std::size_t>> ends_;
-  bool mayFold_ = false;  // whether the last field may go on in the next line
+  HeaderFieldsBuilder block_;  // the block being read
+  bool mayFold_ = false;       // whether the last field may go on in the next line
   std::optional<std::int64_t> contentLength_;
   bool transferCoded_ = false;
   std::size_t lines_ = 0;

@@ -35,11 +35,11 @@ std::optional<seconds> parseDeltaSeconds(std::string_view text) noexcept {
 
 CacheControl CacheControl::parse(std::string_view fieldValue) {
   CacheControl result;
-  for (const auto item : listItems(fieldValue)) {
-    const auto end = std::min(item.find('='), item.size());
-    const bool hasValue = end < item.size();
-    const auto name = trimmed(item.substr(0, end));
-    const auto value = hasValue ? unquoted(trimmed(item.substr(end + 1))) : std::string_view();
+  while (const auto item = takeListItem(fieldValue)) {
+    const auto end = std::min(item->find('='), item->size());
+    const bool hasValue = end < item->size();
+    const auto name = trimmed(item->substr(0, end));
+    const auto value = hasValue ? unquoted(trimmed(item->substr(end + 1))) : std::string_view();
     const auto is = [name](std::string_view directive) {
       return equalsIgnoringCase(name, directive);
     };

@@ -62,13 +62,21 @@ std::optional<std::string> extendedValue(std::string_view text) {
   return std::nullopt;
 }
 
+std::size_t firstItemEnd(std::string_view list) noexcept {
+  bool quoted = false;
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    if (list[i] == '"') quoted = !quoted;
+    if (quoted && list[i] == '\\') ++i;
+    if (!quoted && list[i] == ',') return i;
+  }
+  return list.size();
+}
+
 }  // namespace
 
 std::string lowercased(std::string_view text) {
   std::string result(text);
-  for (char& c : result) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
+  for (char& c : result) c = lowercased(c);
   return result;
 }
 
@@ -106,21 +114,19 @@ ParameterizedValue parseParameterizedValue(std::string_view text) {
   return result;
 }
 
+std::optional<std::string_view> takeListItem(std::string_view& list) noexcept {
+  while (!list.empty()) {
+    const auto end = firstItemEnd(list);
+    const auto item = trimmed(list.substr(0, end));
+    list.remove_prefix(std::min(end + 1, list.size()));
+    if (!item.empty()) return item;
+  }
+  return std::nullopt;
+}
+
 std::vector<std::string_view> listItems(std::string_view text) {
   std::vector<std::string_view> items;
-  const auto add = [&items](std::string_view item) {
-    if (item = trimmed(item); !item.empty()) items.push_back(item);
-  };
-  std::size_t start = 0;
-  bool quoted = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '"') quoted = !quoted;
-    if (quoted && text[i] == '\\') ++i;
-    if (quoted || text[i] != ',') continue;
-    add(text.substr(start, i - start));
-    start = i + 1;
-  }
-  add(text.substr(start));
+  while (const auto item = takeListItem(text)) items.push_back(*item);
   return items;
 }
 

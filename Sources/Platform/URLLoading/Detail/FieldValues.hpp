@@ -15,6 +15,9 @@ constexpr std::string_view trimmed(std::string_view text) noexcept {
   while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
   return text;
 }
+constexpr char lowercased(char c) noexcept {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 std::string lowercased(std::string_view text);
 /// Letters, digits and the few marks that a method or field name may hold (RFC 9110, 5.6.2).
 bool isToken(std::string_view text) noexcept;
@@ -29,8 +32,10 @@ struct ParameterizedValue {
 /// Reads as far as it makes sense; a comma ends a parameter too, as where two fields were joined.
 ParameterizedValue parseParameterizedValue(std::string_view text);
 
-/// The items of a comma-separated list, trimmed, empty ones left out; a comma within quotes
-/// separates nothing.
+/// Takes the first item off a comma-separated list, trimmed; empty ones are passed over, and a
+/// comma within quotes separates nothing. Nothing where there is none left.
+std::optional<std::string_view> takeListItem(std::string_view& list) noexcept;
+/// All of them.
 std::vector<std::string_view> listItems(std::string_view text);
 
 /// The file name of a Content-Disposition value, the last valid one; `filename*` in UTF-8 or

@@ -17,14 +17,20 @@ std::optional<Origin> Origin::of(const URL& url) {
 }
 
 std::string requestTarget(const URL& url) {
-  // Behind the authority there is no user information.
-  std::string_view text = url.absoluteString();
-  text.remove_prefix(std::min(text.find("://") + 3, text.size()));
-  const auto begin = std::find_if(text.begin(), text.end(),
-                                  [](char c) { return c == '/' || c == '?' || c == '#'; });
-  std::string target(begin, std::find(begin, text.end(), '#'));
-  if (!target.starts_with('/')) target.insert(0, 1, '/');
+  std::string target;
+  appendRequestTarget(target, url);
   return target;
+}
+
+void appendRequestTarget(std::string& text, const URL& url) {
+  // Behind the authority there is no user information.
+  std::string_view target = url.absoluteString();
+  target.remove_prefix(std::min(target.find("://") + 3, target.size()));
+  const auto isEnd = [](char c) { return c == '/' || c == '?' || c == '#'; };
+  const auto begin = std::find_if(target.begin(), target.end(), isEnd);
+  target.remove_prefix(static_cast<std::size_t>(begin - target.begin()));
+  if (!target.starts_with('/')) text.push_back('/');
+  text.append(target.substr(0, target.find('#')));
 }
 
 }  // namespace tarn::detail

@@ -21,6 +21,8 @@ struct Origin {
 
 /// The path and query of an HTTP address as they are on the wire.
 std::string requestTarget(const URL& url);
+/// The same, added to a text.
+void appendRequestTarget(std::string& text, const URL& url);
 
 struct OriginHash {
   std::size_t operator()(const Origin& origin) const noexcept {

@@ -14,10 +14,11 @@ constexpr std::ptrdiff_t mostVariants = 16;
 
 std::string ResponseCache::keyOf(const Origin& origin, const URL& url) {
   const std::string port = std::to_string(origin.port);
-  const std::string target = requestTarget(url);
   std::string key = origin.secure ? "https://" : "http://";
-  key.reserve(key.size() + origin.host.size() + 1 + port.size() + target.size());
-  return key.append(origin.host).append(":").append(port).append(target);
+  key.reserve(key.size() + origin.host.size() + port.size() + url.absoluteString().size());
+  key.append(origin.host).append(":").append(port);
+  appendRequestTarget(key, url);
+  return key;
 }
 
 ResponseCache::Entry ResponseCache::find(std::string_view key, const URLRequest& request) {

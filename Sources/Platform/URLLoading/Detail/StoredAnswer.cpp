@@ -32,10 +32,10 @@ bool isAddedOnSending(std::string_view name, const URLRequest& request) noexcept
 
 // What fields that differ in white space only have in common.
 std::optional<std::string> selectingValue(const URLRequest& request, std::string_view name) {
-  const auto value = request.value(name);
+  auto value = request.value(name);
   if (!value) return std::nullopt;
   std::string result;
-  for (const auto item : listItems(*value)) result.append(item).push_back(',');
+  while (const auto item = takeListItem(*value)) result.append(*item).push_back(',');
   return result;
 }
 
@@ -85,22 +85,40 @@ HTTPHeaderFields withoutConnectionFields(const HTTPHeaderFields& fields) {
   return HTTPHeaderFields(kept);
 }
 
-// The rest is left out when the answer is served: what it says of the connection by itself counts
-// for nothing else.
-StoredAnswer::Head withoutNominatedFields(StoredAnswer::Head head) {
-  const auto& fields = head->allHeaderFields();
-  const auto nominated = listItems(fields.value("Connection").value_or(""));
-  const bool any = std::any_of(nominated.begin(), nominated.end(),
-                               [&](auto name) { return fields.contains(name); });
-  return any ? withFields(*head, head->url(), withoutConnectionFields(fields)) : head;
-}
-
-CacheControl cacheControlOf(const HTTPHeaderFields& fields) {
-  const auto value = fields.value("Cache-Control");
-  return value ? CacheControl::parse(*value) : CacheControl();
+bool namesAnyOf(std::string_view list, const HTTPHeaderFields& fields) noexcept {
+  while (const auto name = takeListItem(list)) {
+    if (fields.contains(*name)) return true;
+  }
+  return false;
 }
 
 }  // namespace
+
+// What the fields of an answer say to a cache, in one look through them.
+struct StoredAnswer::Fields {
+  explicit Fields(const HTTPHeaderFields& fields) noexcept {
+    for (const auto& field : fields) {
+      const auto take = [&field](std::string_view name, std::optional<std::string_view>& place) {
+        if (equalsIgnoringCase(field.first, name)) place = field.second;
+      };
+      take("Cache-Control", cacheControl);
+      take("Connection", connection);
+      take("Date", date);
+      take("ETag", entityTag);
+      take("Expires", expires);
+      take("Last-Modified", lastModified);
+      take("Vary", vary);
+    }
+  }
+
+  std::optional<std::string_view> cacheControl;
+  std::optional<std::string_view> connection;
+  std::optional<std::string_view> date;
+  std::optional<std::string_view> entityTag;
+  std::optional<std::string_view> expires;
+  std::optional<std::string_view> lastModified;
+  std::optional<std::string_view> vary;
+};
 
 CacheControl cacheControlOf(const URLRequest& request) {
   if (const auto value = request.value("Cache-Control")) return CacheControl::parse(*value);
@@ -109,28 +127,41 @@ CacheControl cacheControlOf(const URLRequest& request) {
   return result;
 }
 
-bool StoredAnswer::mayBeKept(const URLRequest& request, const HTTPURLResponse& head) {
-  const auto& fields = head.allHeaderFields();
-  if (isNeverKept(head.statusCode())) return false;
-  const auto control = cacheControlOf(fields);
-  if (control.noStore) return false;
-  const bool allowed = control.maxAge || control.isPublic || control.isPrivate ||
-                       fields.contains("Expires") || isHeuristicallyCacheable(head.statusCode());
-  if (!allowed) return false;
-  const auto vary = listItems(fields.value("Vary").value_or(""));
-  return std::none_of(vary.begin(), vary.end(), [&](std::string_view name) {
-    return name == "*" || isAddedOnSending(name, request);
-  });
+StoredAnswer::StoredAnswer(const URLRequest& request, Head head, ExchangeTimes times, Data body)
+    : head_(std::move(head)), body_(std::move(body)), times_(times) {
+  Fields fields(head_->allHeaderFields());
+  mayBeKept_ = mayBeKept(request, fields);
+  // What it says of the connection by itself is left out when the answer is served. What else it
+  // names as such counts for nothing.
+  if (namesAnyOf(fields.connection.value_or(""), head_->allHeaderFields())) {
+    head_ = withFields(*head_, head_->url(), withoutConnectionFields(head_->allHeaderFields()));
+    fields = Fields(head_->allHeaderFields());
+  }
+  control_ = CacheControl::parse(fields.cacheControl.value_or(""));
+  authorization_ = selectingValue(request, "Authorization");
+  auto vary = fields.vary.value_or("");
+  while (const auto name = takeListItem(vary)) {
+    selectors_.emplace_back(*name, selectingValue(request, *name));
+  }
+  lifetime_ = lifetime(fields);
+  canBeAsked_ = fields.entityTag || fields.lastModified;
+  headCost_ = countCost();
 }
 
-StoredAnswer::StoredAnswer(const URLRequest& request, Head head, Data body, ExchangeTimes times)
-    : head_(withoutNominatedFields(std::move(head))),
-      body_(std::move(body)),
-      times_(times),
-      control_(cacheControlOf(head_->allHeaderFields())),
-      selectors_(selectorsIn(request)),
-      lifetime_(lifetime()),
-      cost_(countCost()) {}
+bool StoredAnswer::mayBeKept(const URLRequest& request, const Fields& fields) const {
+  const int status = head_->statusCode();
+  if (isNeverKept(status)) return false;
+  const auto control = CacheControl::parse(fields.cacheControl.value_or(""));
+  if (control.noStore) return false;
+  const bool allowed = control.maxAge || control.isPublic || control.isPrivate || fields.expires ||
+                       isHeuristicallyCacheable(status);
+  if (!allowed) return false;
+  auto vary = fields.vary.value_or("");
+  while (const auto name = takeListItem(vary)) {
+    if (*name == "*" || isAddedOnSending(*name, request)) return false;
+  }
+  return true;
+}
 
 StoredAnswer StoredAnswer::renewed(const URLRequest& request, const HTTPHeaderFields& fields,
                                    ExchangeTimes times) const {
@@ -140,13 +171,15 @@ StoredAnswer StoredAnswer::renewed(const URLRequest& request, const HTTPHeaderFi
   for (const auto& [name, value] : fields) {
     if (!ofConnection.contains(name) && !describesBody(name)) merged.set(name, value);
   }
-  return {request, withFields(*head_, head_->url(), std::move(merged)), body_, times};
+  return {request, withFields(*head_, head_->url(), std::move(merged)), times, body_};
 }
 
 bool StoredAnswer::answers(const URLRequest& request) const {
-  return std::all_of(selectors_.begin(), selectors_.end(), [&](const Selector& selector) {
+  const auto isSame = [&request](const Selector& selector) {
     return selectingValue(request, selector.first) == selector.second;
-  });
+  };
+  return selectingValue(request, "Authorization") == authorization_ &&
+         std::all_of(selectors_.begin(), selectors_.end(), isSame);
 }
 
 bool StoredAnswer::isUsable(const CacheControl& request, WallTime now) const noexcept {
@@ -171,8 +204,9 @@ StoredAnswer::Head StoredAnswer::headFor(const URL& url, std::optional<seconds> 
   return withFields(*head_, url, std::move(fields));
 }
 
-std::optional<WallTime> StoredAnswer::dateField(std::string_view name) const noexcept {
-  return parseHTTPDate(field(name).value_or(""), times_.answered);
+WallTime StoredAnswer::dateOr(std::optional<std::string_view> text,
+                              WallTime otherwise) const noexcept {
+  return parseHTTPDate(text.value_or(""), times_.answered).value_or(otherwise);
 }
 
 // How old the answer was when it came: what the caches before this one say, and what its date says,
@@ -182,39 +216,29 @@ WallTime::duration StoredAnswer::initialAge() const noexcept {
   const auto text = field("Age").value_or("");
   const auto told = parseDeltaSeconds(trimmed(text.substr(0, text.find(',')))).value_or(seconds(0));
   const auto delay = std::max(times_.answered - times_.requested, none);
-  const auto apparent = times_.answered - dateField("Date").value_or(times_.answered);
+  const auto apparent = times_.answered - dateOr(field("Date"), times_.answered);
   return std::max(apparent, told + delay);
 }
 
 // RFC 9111, 4.2.1 and 4.2.2.
-seconds StoredAnswer::lifetime() const noexcept {
+seconds StoredAnswer::lifetime(const Fields& fields) const noexcept {
   if (control_.maxAge) return *control_.maxAge;
-  if (!field("Expires") && !field("Last-Modified")) return seconds(0);
-  const auto date = dateField("Date").value_or(times_.answered);
+  if (!fields.expires && !fields.lastModified) return seconds(0);
+  const auto date = dateOr(fields.date, times_.answered);
   const auto between = [](WallTime first, WallTime last) {
     return std::max(std::chrono::floor<seconds>(last - first), seconds(0));
   };
-  if (field("Expires")) return between(date, dateField("Expires").value_or(date));
+  if (fields.expires) return between(date, dateOr(fields.expires, date));
   if (!control_.isPublic && !isHeuristicallyCacheable(head_->statusCode())) return seconds(0);
   constexpr int share = 10;
   constexpr seconds most = std::chrono::days(1);
-  return std::min(between(dateField("Last-Modified").value_or(date), date) / share, most);
-}
-
-// Servers seldom say that what they show depends on who asks.
-std::vector<StoredAnswer::Selector> StoredAnswer::selectorsIn(const URLRequest& request) const {
-  std::vector<Selector> selectors;
-  selectors.emplace_back("Authorization", selectingValue(request, "Authorization"));
-  for (const auto name : listItems(field("Vary").value_or(""))) {
-    selectors.emplace_back(name, selectingValue(request, name));
-  }
-  return selectors;
+  return std::min(between(dateOr(fields.lastModified, date), date) / share, most);
 }
 
 std::size_t StoredAnswer::countCost() const noexcept {
   constexpr std::size_t ownShare = 1024;  // the objects themselves and their places in the cache
-  std::size_t cost = ownShare + body_.size();
-  for (const auto& [name, value] : selectors_) cost += name.size() + value.value_or("").size();
+  std::size_t cost = ownShare + (authorization_ ? authorization_->size() : 0);
+  for (const auto& [name, value] : selectors_) cost += name.size() + (value ? value->size() : 0);
   for (const auto& [name, value] : head_->allHeaderFields()) cost += name.size() + value.size();
   return cost;
 }

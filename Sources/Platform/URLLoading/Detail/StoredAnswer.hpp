@@ -27,27 +27,28 @@ struct ExchangeTimes {
 };
 
 /// One answer to a GET as a cache keeps it: its head and its whole body, both as they were
-/// delivered, and what the body goes with (RFC 9111, 3 and 4). Immutable.
+/// delivered, and what the body goes with (RFC 9111, 3 and 4).
 class StoredAnswer {
  public:
   using Head = std::shared_ptr<const HTTPURLResponse>;
 
-  /// Whether a private cache may keep the answer to this GET. Beside what may not be kept by
-  /// itself: part of a body, a question for a password, an answer that varies by what is added to
-  /// the request only when it is sent.
-  static bool mayBeKept(const URLRequest& request, const HTTPURLResponse& head);
-
-  StoredAnswer(const URLRequest& request, Head head, Data body, ExchangeTimes times);
+  StoredAnswer(const URLRequest& request, Head head, ExchangeTimes times, Data body = {});
+  /// Where the body has been yet to come.
+  void setBody(Data body) noexcept { body_ = std::move(body); }
   /// The same body with the fields that another answer tells anew (RFC 9111, 3.2).
   StoredAnswer renewed(const URLRequest& request, const HTTPHeaderFields& fields,
                        ExchangeTimes times) const;
 
+  /// Whether a private cache may keep the answer. Beside what may not be kept by itself: part of a
+  /// body, a question for a password, an answer that varies by what is added to the request only
+  /// when it is sent.
+  bool mayBeKept() const noexcept { return mayBeKept_; }
   /// Whether it was selected by the same values of the fields that it varies by: those that it
   /// names, and Authorization always.
   bool answers(const URLRequest& request) const;
   WallTime receivedAt() const noexcept { return times_.answered; }
   /// Bytes of body, header fields and what selects it, and a share for what else it takes.
-  std::size_t cost() const noexcept { return cost_; }
+  std::size_t cost() const noexcept { return headCost_ + body_.size(); }
 
   /// Whether it may be used without asking the server.
   bool isUsable(const CacheControl& request, WallTime now) const noexcept;
@@ -59,29 +60,35 @@ class StoredAnswer {
   Head headFor(const URL& url, std::optional<std::chrono::seconds> age) const;
   const Data& body() const noexcept { return body_; }
 
-  /// What to ask a server whether the answer still holds; not both are empty where it can be asked.
+  /// Whether a server can be asked if the answer still holds, by one or both of these.
+  bool canBeAsked() const noexcept { return canBeAsked_; }
   std::optional<std::string_view> entityTag() const noexcept { return field("ETag"); }
   std::optional<std::string_view> lastModified() const noexcept { return field("Last-Modified"); }
 
  private:
+  struct Fields;
   using Selector = std::pair<std::string, std::optional<std::string>>;
 
   std::optional<std::string_view> field(std::string_view name) const noexcept {
     return head_->allHeaderFields().value(name);
   }
-  std::optional<WallTime> dateField(std::string_view name) const noexcept;
+  WallTime dateOr(std::optional<std::string_view> text, WallTime otherwise) const noexcept;
   WallTime::duration initialAge() const noexcept;
-  std::chrono::seconds lifetime() const noexcept;
-  std::vector<Selector> selectorsIn(const URLRequest& request) const;
+  bool mayBeKept(const URLRequest& request, const Fields& fields) const;
+  std::chrono::seconds lifetime(const Fields& fields) const noexcept;
   std::size_t countCost() const noexcept;
 
   Head head_;
   Data body_;
   ExchangeTimes times_;
   CacheControl control_;
-  std::vector<Selector> selectors_;  // what it varies by, as the request had them
-  std::chrono::seconds lifetime_;
-  std::size_t cost_;
+  // What it varies by, as the request had it.
+  std::optional<std::string> authorization_;
+  std::vector<Selector> selectors_;
+  std::chrono::seconds lifetime_{0};
+  std::size_t headCost_ = 0;  // of all but the body
+  bool mayBeKept_ = false;
+  bool canBeAsked_ = false;
 };
 
 }  // namespace tarn::detail

@@ -74,13 +74,13 @@ void removeSeparatorsAndControls(std::string& text) {
   text.resize(kept);
 }
 
-std::optional<std::string> usableName(std::string name) {
-  if (!isValidUTF8(name)) return std::nullopt;
+// False where nothing can be made of it.
+bool makeUsable(std::string& name) {
+  if (!isValidUTF8(name)) return false;
   removeSeparatorsAndControls(name);
   while (name.ends_with(' ')) name.pop_back();
   name.erase(0, name.find_first_not_of(' '));
-  if (name.empty() || name == "." || name == "..") return std::nullopt;
-  return name;
+  return !name.empty() && name != "." && name != "..";
 }
 
 std::string_view extensionOf(std::string_view name) noexcept {
@@ -116,26 +116,25 @@ std::string_view usualExtension(std::string_view mimeType) noexcept {
 
 std::string suggestedFilename(std::optional<std::string> declared, const URL& url,
                               const std::optional<std::string>& mimeType) {
-  std::optional<std::string> name;
-  if (declared) name = usableName(std::move(*declared));
-  if (!name) {
-    if (auto component = url.lastPathComponent(); component != "/") {
-      name = usableName(std::move(component));
-    }
+  std::string name = std::move(declared).value_or("");
+  bool usable = makeUsable(name);
+  if (!usable) {
+    name = url.lastPathComponent();
+    usable = name != "/" && makeUsable(name);
   }
   // The end of a host name looks like an extension and is none.
-  const bool hasExtension = name && !extensionOf(*name).empty();
-  if (!name) {
-    if (auto host = url.host()) name = usableName(std::move(*host));
+  const bool hasExtension = usable && !extensionOf(name).empty();
+  if (!usable) {
+    name = url.host().value_or("");
+    if (!makeUsable(name)) name = "Unknown";
   }
-  if (!name) name = "Unknown";
   if (!hasExtension && mimeType) {
     if (const auto extension = usualExtension(*mimeType); !extension.empty()) {
-      if (name->back() != '.') name->push_back('.');
-      name->append(extension);
+      if (name.back() != '.') name.push_back('.');
+      name.append(extension);
     }
   }
-  return shortened(std::move(*name));
+  return shortened(std::move(name));
 }
 
 }  // namespace tarn::detail

@@ -57,6 +57,17 @@ TEST(HeadParser, ManyFoldedLinesAndManyNamesTakeNoLongerThanTheyShould) {
   EXPECT_EQ(parser.fields().value("x")->size(), 900'000u + 4990u * 7);
 }
 
+TEST(HeadParser, FoldedLinesGoOnWithTheFieldAboveThemAlsoWhereItIsJoined) {
+  HeadParser parser;
+  for (const char* line : {"HTTP/1.1 200 OK\r\n", "A: 1\r\n", "B: 2\r\n", "\tfolded\r\n",
+                           "a: 3\r\n", "  twice \r\n", " folded\r\n", "C: 4\r\n"}) {
+    ASSERT_EQ(parser.line(line), Event::none);
+  }
+  ASSERT_EQ(parser.line("\r\n"), Event::headComplete);
+  EXPECT_EQ(parser.fields(),
+            (HTTPHeaderFields{{"A", "1, 3 twice folded"}, {"B", "2 folded"}, {"C", "4"}}));
+}
+
 TEST(HeadParser, ManyJoinedLinesTakeNoLongerThanTheyShould) {
   HeadParser parser;
   parser.line("HTTP/1.1 200 OK\r\n");
