@@ -46,8 +46,11 @@ class MemoryTests : public testing::Test {
   // Without the records of other tests, whose places those of this one would take.
   MemoryTests() {
     resetDefaultTaskProducers();
-    std::unordered_map<std::string, std::shared_ptr<URLSessionTaskRef>> others;
-    taskDictionary().update([&](auto& refs) { others.swap(refs); });
+    std::vector<std::shared_ptr<URLSessionTaskRef>> others;
+    taskDictionary().update([&](auto& refs) {
+      for (auto& [key, ref] : refs) others.push_back(std::move(ref));
+      refs.clear();
+    });
   }
 
   // Sessions that are reset say so.

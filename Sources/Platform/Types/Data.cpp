@@ -4,23 +4,45 @@
 #include <atomic>
 #include <cstring>
 #include <functional>
+#include <limits>
+#include <new>
+#include <stdexcept>
 #include <utility>
 #include <variant>
 
 namespace tarn {
 
-// Either kind of buffer, so that text and byte vectors are both taken over without copying.
+// What objects share. The bytes lie behind it, or in a buffer that was taken over.
 struct Data::Storage {
-  explicit Storage(std::vector<std::uint8_t> bytes) : buffer(std::move(bytes)) { update(); }
-  explicit Storage(std::string text) : buffer(std::move(text)) { update(); }
+  struct TakenOver;
 
-  template <class Change>
-  void change(const Change& apply) {
-    std::visit(apply, buffer);
-    update();
+  static Storage* withRoomFor(std::size_t capacity) {
+    if (capacity > std::numeric_limits<std::ptrdiff_t>::max() - sizeof(Storage)) {
+      throw std::length_error("more bytes than there can be");
+    }
+    void* const place = ::operator new(sizeof(Storage) + capacity);
+    auto* const storage = ::new (place) Storage;
+    storage->first = static_cast<std::uint8_t*>(place) + sizeof(Storage);
+    storage->capacity = capacity;
+    return storage;
+  }
+  void letGo() noexcept;
+
+  void add(const std::uint8_t* bytes, std::size_t count) noexcept {
+    if (count > 0) std::memcpy(first + size, bytes, count);
+    size += count;
   }
 
-  void update() noexcept {
+  std::atomic<std::size_t> owners = 1;
+  std::uint8_t* first = nullptr;
+  std::size_t size = 0;
+  std::size_t capacity = 0;  // 0 where it was taken over
+};
+
+// Either kind of buffer, so that text and byte vectors are both taken over without copying.
+struct Data::Storage::TakenOver final : Storage {
+  template <class Buffer>
+  explicit TakenOver(Buffer&& taken) : buffer(std::forward<Buffer>(taken)) {
     std::visit(
         [this](auto& held) {
           first = reinterpret_cast<std::uint8_t*>(held.data());
@@ -29,19 +51,25 @@ struct Data::Storage {
         buffer);
   }
 
-  std::atomic<std::size_t> owners = 1;
-  std::uint8_t* first = nullptr;
-  std::size_t size = 0;
   std::variant<std::vector<std::uint8_t>, std::string> buffer;
 };
 
+void Data::Storage::letGo() noexcept {
+  if (owners.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  if (capacity == 0) {
+    delete static_cast<TakenOver*>(this);
+  } else {
+    ::operator delete(this);
+  }
+}
+
 Data::Data(std::vector<std::uint8_t> bytes)
-    : storage_(bytes.empty() ? nullptr : new Storage(std::move(bytes))) {}
+    : storage_(bytes.empty() ? nullptr : new Storage::TakenOver(std::move(bytes))) {}
 
 Data::Data(const void* bytes, std::size_t size) {
   if (size == 0) return;
-  const auto* first = static_cast<const std::uint8_t*>(bytes);
-  storage_ = new Storage(std::vector<std::uint8_t>(first, first + size));
+  storage_ = Storage::withRoomFor(size);
+  storage_->add(static_cast<const std::uint8_t*>(bytes), size);
 }
 
 Data::Data(const Data& other) noexcept : storage_(other.storage_) {
@@ -54,13 +82,11 @@ Data& Data::operator=(Data other) noexcept {
 }
 
 Data::~Data() {
-  if (storage_ != nullptr && storage_->owners.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    delete storage_;
-  }
+  if (storage_ != nullptr) storage_->letGo();
 }
 
 Data::Storage* Data::adopt(std::string&& text) {
-  return text.empty() ? nullptr : new Storage(std::move(text));
+  return text.empty() ? nullptr : new Storage::TakenOver(std::move(text));
 }
 
 const std::uint8_t* Data::bytes() const noexcept {
@@ -69,17 +95,19 @@ const std::uint8_t* Data::bytes() const noexcept {
 
 std::size_t Data::size() const noexcept { return storage_ != nullptr ? storage_->size : 0; }
 
-// Storage of this object alone. The count is read with acquire order: an owner that has just let go
-// may have been reading until then.
-Data::Storage& Data::uniqueStorage(std::size_t capacity) {
-  if (storage_ == nullptr || storage_->owners.load(std::memory_order_acquire) != 1) {
-    std::vector<std::uint8_t> own;
-    own.reserve(std::max(capacity, size()));
-    own.insert(own.end(), begin(), end());
-    Data copy;
-    copy.storage_ = new Storage(std::move(own));
-    *this = std::move(copy);
-  }
+// The count is read with acquire order: an owner that has just let go may have been reading until
+// then.
+bool Data::isSoleOwner() const noexcept {
+  return storage_ != nullptr && storage_->owners.load(std::memory_order_acquire) == 1;
+}
+
+// Storage of this object alone, with room for so many bytes, of which there are some.
+Data::Storage& Data::ownStorage(std::size_t capacity) {
+  if (isSoleOwner() && storage_->capacity >= capacity) return *storage_;
+  Data copy;
+  copy.storage_ = Storage::withRoomFor(std::max(capacity, size()));
+  copy.storage_->add(begin(), size());
+  *this = std::move(copy);
   return *storage_;
 }
 
@@ -88,9 +116,10 @@ void Data::append(const void* bytes, std::size_t size) {
   const auto* source = static_cast<const std::uint8_t*>(bytes);
   const bool isOwn = std::less_equal<>()(begin(), source) && std::less<>()(source, end());
   if (isOwn) return append(Data(bytes, size));  // growing may free what is being copied
-  uniqueStorage(this->size() + size).change([source, size](auto& held) {
-    held.insert(held.end(), source, source + size);
-  });
+  const std::size_t sum = this->size() + size;
+  // Growing by a share of what there is keeps many small additions from copying it each time.
+  const bool fits = isSoleOwner() && storage_->capacity >= sum;
+  ownStorage(fits || empty() ? sum : std::max(sum, 2 * this->size())).add(source, size);
 }
 
 void Data::append(const Data& other) {
@@ -102,16 +131,25 @@ void Data::append(const Data& other) {
 }
 
 void Data::reserve(std::size_t capacity) {
-  if (capacity <= size()) return;
-  uniqueStorage(capacity).change([capacity](auto& held) { held.reserve(capacity); });
+  if (capacity > size()) ownStorage(capacity);
 }
 
 void Data::resize(std::size_t size) {
-  if (size == this->size()) return;
-  uniqueStorage(size).change([size](auto& held) { held.resize(size); });
+  const std::size_t before = this->size();
+  if (size == before) return;
+  if (size == 0) {
+    *this = Data();
+    return;
+  }
+  Storage& storage = size < before && isSoleOwner() ? *storage_ : ownStorage(size);
+  if (size > before) std::memset(storage.first + before, 0, size - before);
+  storage.size = size;
 }
 
-std::uint8_t* Data::mutableBytes() { return empty() ? nullptr : uniqueStorage(0).first; }
+std::uint8_t* Data::mutableBytes() {
+  if (empty()) return nullptr;
+  return isSoleOwner() ? storage_->first : ownStorage(size()).first;
+}
 
 std::string_view Data::view() const noexcept {
   return {reinterpret_cast<const char*>(bytes()), size()};

@@ -67,7 +67,8 @@ class Data {
   struct Storage;
 
   static Storage* adopt(std::string&& text);
-  Storage& uniqueStorage(std::size_t capacity);
+  bool isSoleOwner() const noexcept;
+  Storage& ownStorage(std::size_t capacity);
 
   Storage* storage_ =
       nullptr;  // null stands for no bytes, so that an empty object allocates nothing

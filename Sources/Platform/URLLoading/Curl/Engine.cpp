@@ -28,7 +28,7 @@ constexpr std::uint64_t wakeUpTag = std::numeric_limits<std::uint64_t>::max();
 // How often one round lets new work follow from what it did, before it looks at the sockets again.
 constexpr int mostTurns = 4;
 
-// Deliveries wait for those of the next rounds while there is more to do at once, so that fewer of
+// Deliveries wait for those of the next rounds while sockets are ready at once, so that fewer of
 // them wake a thread: until there are as many as one thread is given, and no longer than this.
 constexpr std::size_t fullDelivery = DeliveryChain::capacity;
 constexpr int mostRoundsHeldBack = 3;
@@ -176,8 +176,8 @@ bool Engine::waitForEvents() noexcept {
     const auto& event = events[static_cast<std::size_t>(i)];
     dispatch(event.data.u64, event.events);
   }
-  const bool hadWork = drainInbox();
-  return count > 0 || hadWork;
+  drainInbox();
+  return count > 0;
 }
 
 int Engine::timeout() const noexcept {
@@ -198,7 +198,7 @@ void Engine::dispatch(std::uint64_t tag, std::uint32_t events) noexcept {
   watch.owner->socketReady(static_cast<int>(socket), events);
 }
 
-bool Engine::drainInbox() noexcept {
+void Engine::drainInbox() noexcept {
   {
     const MutexLock lock(mutex_);
     asleep_ = false;
@@ -212,9 +212,7 @@ bool Engine::drainInbox() noexcept {
     }
     work = Work();
   }
-  const bool hadWork = !work_.empty();
   work_.clear();
-  return hadWork;
 }
 
 void Engine::settle() noexcept {

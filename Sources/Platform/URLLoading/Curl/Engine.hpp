@@ -85,11 +85,11 @@ class Engine {
   void abandon() noexcept TARN_EXCLUDES(mutex_);
 
   void run() noexcept;
-  /// Whether anything came, be it of a socket or from another thread. So drainInbox().
+  /// Whether a socket was ready.
   bool waitForEvents() noexcept;
   int timeout() const noexcept;
   void dispatch(std::uint64_t tag, std::uint32_t events) noexcept;
-  bool drainInbox() noexcept;
+  void drainInbox() noexcept;
   void settle() noexcept;
   void fireTimers() noexcept;
   void serveSessions() noexcept;

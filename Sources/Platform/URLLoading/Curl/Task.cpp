@@ -94,9 +94,19 @@ void CurlTask::post(void (CurlTask::*action)()) {
   engine_.post([self = shared_from_this(), action] { (*self.*action)(); });
 }
 
+// One on its way is enough, and all there may be: a thread that suspends and resumes without end
+// would fill the loop's inbox faster than that is emptied.
 void CurlTask::postReconcile() {
-  if (!engine_.isAbandoned()) return post(&CurlTask::reconcile);
-  Engine::shared().post([self = shared_from_this()] { self->endInChild(); });
+  if (engine_.isAbandoned()) {
+    return Engine::shared().post([self = shared_from_this()] { self->endInChild(); });
+  }
+  if (reconcilePosted_.exchange(true)) return;
+  try {
+    post(&CurlTask::reconcile);
+  } catch (...) {
+    reconcilePosted_ = false;
+    throw;
+  }
 }
 
 // A session of the process that this one was forked from has no connections, no loop and no time.
@@ -108,6 +118,7 @@ void CurlTask::endInChild() noexcept {
 }
 
 void CurlTask::reconcile() {
+  reconcilePosted_ = false;
   if (finished_) return;
   switch (state_) {
     case State::canceling:

@@ -144,6 +144,7 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   Engine& engine_;
   const std::unique_ptr<const URLError> refusal_;
   std::atomic<State> state_{State::suspended};
+  std::atomic<bool> reconcilePosted_{false};
   std::atomic<std::int64_t> bytesReceived_{0};
   Mailbox mailbox_;
 
