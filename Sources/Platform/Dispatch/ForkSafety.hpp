@@ -11,8 +11,8 @@
 // thread:
 //
 //   1. A fork waits until no other thread is inside a NoForkScope. Every Mutex is one while it is
-//      held, and so is each round of the loading engine. In the child no lock is held by a thread
-//      that it does not have, and nothing that a lock guards is half changed.
+//      held, and so are some rounds of the loading engine. In the child no lock is held by a
+//      thread that it does not have, and nothing that a lock guards is half changed.
 //   2. What belongs to threads and to work, which stay with the parent, is PerProcess: the child
 //      begins with a new one. The parent's is left as it is and never destroyed, so that nothing of
 //      an application is destroyed twice.

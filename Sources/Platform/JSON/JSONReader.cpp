@@ -38,6 +38,7 @@ inline bool isEqual(const char* a, const char* b, std::size_t size) noexcept {
 JSONReader::JSONReader(std::string_view text, std::span<const std::uint32_t> tokens,
                        const JSONDecoder& decoder) noexcept
     : text_(text),
+      plain_(text.substr(0, 0)),
       token_(tokens.data()),
       value_(tokens.data()),
       decoder_(decoder),

@@ -111,15 +111,18 @@ Data::Storage& Data::ownStorage(std::size_t capacity) {
   return *storage_;
 }
 
+// With room for more to come than is asked for, or many small additions would copy all each time.
+Data::Storage& Data::growTo(std::size_t size) {
+  const bool grows = isSoleOwner() && storage_->capacity < size;
+  return ownStorage(grows ? std::max(size, 2 * this->size()) : size);
+}
+
 void Data::append(const void* bytes, std::size_t size) {
   if (size == 0) return;
   const auto* source = static_cast<const std::uint8_t*>(bytes);
   const bool isOwn = std::less_equal<>()(begin(), source) && std::less<>()(source, end());
   if (isOwn) return append(Data(bytes, size));  // growing may free what is being copied
-  const std::size_t sum = this->size() + size;
-  // Growing by a share of what there is keeps many small additions from copying it each time.
-  const bool fits = isSoleOwner() && storage_->capacity >= sum;
-  ownStorage(fits || empty() ? sum : std::max(sum, 2 * this->size())).add(source, size);
+  growTo(this->size() + size).add(source, size);
 }
 
 void Data::append(const Data& other) {
@@ -137,11 +140,11 @@ void Data::reserve(std::size_t capacity) {
 void Data::resize(std::size_t size) {
   const std::size_t before = this->size();
   if (size == before) return;
-  if (size == 0) {
-    *this = Data();
+  if (size < before && !isSoleOwner()) {
+    *this = Data(bytes(), size);
     return;
   }
-  Storage& storage = size < before && isSoleOwner() ? *storage_ : ownStorage(size);
+  Storage& storage = size < before ? *storage_ : growTo(size);
   if (size > before) std::memset(storage.first + before, 0, size - before);
   storage.size = size;
 }

@@ -69,6 +69,7 @@ class Data {
   static Storage* adopt(std::string&& text);
   bool isSoleOwner() const noexcept;
   Storage& ownStorage(std::size_t capacity);
+  Storage& growTo(std::size_t size);
 
   Storage* storage_ =
       nullptr;  // null stands for no bytes, so that an empty object allocates nothing

@@ -124,16 +124,16 @@ void progress(const TaskRef& ref, std::int64_t taskIdentifier, std::int64_t tota
 
 }  // namespace
 
-std::size_t TaskKeyHash::operator()(std::string_view key) const {
+ThreadSafeDictionary<std::string, TaskRef>& taskDictionary() {
+  const detail::NoForkScope scope;  // not while it is being made
+  static auto& dictionary = *new ThreadSafeDictionary<std::string, TaskRef>;
+  return dictionary;
+}
+
+std::size_t URLSessionTaskRef::KeyHash::operator()(std::string_view key) const {
   std::size_t identifier = 0;
   const auto producer = std::from_chars(key.data(), key.data() + key.size(), identifier).ptr;
   return identifier + std::hash<std::string_view>()({producer, key.data() + key.size()});
-}
-
-ThreadSafeDictionary<std::string, TaskRef, TaskKeyHash>& taskDictionary() {
-  const detail::NoForkScope scope;  // not while it is being made
-  static auto& dictionary = *new ThreadSafeDictionary<std::string, TaskRef, TaskKeyHash>;
-  return dictionary;
 }
 
 void HTTPTaskProducer::addTaskRefToQueue(TaskRef ref) const {

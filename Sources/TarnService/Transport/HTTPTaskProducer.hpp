@@ -163,18 +163,11 @@ class HTTPUploadTaskProducer : public HTTPTaskProducer {
                                          const HTTPUploadTaskKind& kind);
 };
 
-/// Follows the identifier in a task key: records of tasks that run at the same time are neighbours
-/// in the table, instead of a cache miss each.
-struct TaskKeyHash {
-  std::size_t operator()(std::string_view key) const;
-};
-
 /// The records of all producers, by task key: the identifier of the task and the class of its
 /// producer, as in "7-TarnService.DataTaskProducer".
 ///
 /// A record is never removed, only replaced by a later task with the same key, as sessions number
 /// their tasks afresh.
-ThreadSafeDictionary<std::string, std::shared_ptr<URLSessionTaskRef>, TaskKeyHash>&
-taskDictionary();
+ThreadSafeDictionary<std::string, std::shared_ptr<URLSessionTaskRef>>& taskDictionary();
 
 }  // namespace tarn

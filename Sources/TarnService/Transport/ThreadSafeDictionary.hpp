@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -26,6 +27,15 @@ template <class T>
 struct Labelled<std::shared_ptr<T>> {
   using Type = T;
 };
+/// A value type may know a better hash of its keys than the usual one, as its `KeyHash`.
+template <class Key, class Value>
+struct HashOf {
+  using Type = std::hash<Key>;
+};
+template <class Key, class Value>
+requires std::is_invocable_v < typename Labelled<Value>::Type::KeyHash,
+const Key& > struct HashOf<Key, Value> { using Type = typename Labelled<Value>::Type::KeyHash; };
+
 template <class T>
 std::string labelOf() {
   return std::string(unqualifiedTypeName<typename Labelled<T>::Type>());
@@ -37,7 +47,7 @@ std::string labelOf() {
 ///
 /// Callable from any thread, but not from a hash or comparison of its own keys. Empty in a child of
 /// fork(): what it held stays with the parent.
-template <class Key, class Value, class Hash = std::hash<Key>>
+template <class Key, class Value>
 class ThreadSafeDictionary {
  public:
   ThreadSafeDictionary()
@@ -96,8 +106,10 @@ class ThreadSafeDictionary {
   const DispatchQueue& queue() const noexcept { return queue_; }
 
  private:
+  using Map = std::unordered_map<Key, Value, typename detail::HashOf<Key, Value>::Type>;
+
   DispatchQueue queue_;
-  mutable detail::PerProcess<std::unordered_map<Key, Value, Hash>> dictionary_;
+  mutable detail::PerProcess<Map> dictionary_;
 };
 
 /// A list behind a serial queue of its own. Empty in a child of fork().

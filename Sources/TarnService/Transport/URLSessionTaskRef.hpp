@@ -4,10 +4,12 @@
 #include <Platform/URLLoading/URLSessionTask.hpp>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <variant>
 
 namespace tarn {
@@ -25,6 +27,11 @@ class URLSessionTaskRef {
                                             std::optional<Error>)>;
   /// `data` for data and upload tasks, `file` for download tasks.
   using CompletionKind = std::variant<DataCompletion, FileCompletion>;
+  /// Follows the identifier in a task key: the records of tasks that run at the same time are
+  /// neighbours in the registry, instead of a cache miss each.
+  struct KeyHash {
+    std::size_t operator()(std::string_view key) const;
+  };
   /// Bytes done and bytes expected.
   using Progress = std::function<void(std::int64_t, std::int64_t)>;
 

@@ -8,6 +8,7 @@
 #include <pthread.h>
 #include <sched.h>
 #include <thread>
+#include <unistd.h>
 
 namespace tarn::detail {
 namespace {
@@ -76,7 +77,8 @@ bool startThread(const char* name, void (*body)(void*) noexcept, void* argument,
 
 std::size_t usableProcessors() noexcept {
   cpu_set_t processors;
-  if (sched_getaffinity(0, sizeof processors, &processors) == 0) {
+  // Of the main thread, whichever asks: others may be bound to a processor for a work of their own.
+  if (sched_getaffinity(getpid(), sizeof processors, &processors) == 0) {
     return static_cast<std::size_t>(CPU_COUNT(&processors));
   }
   return std::max<std::size_t>(1, std::thread::hardware_concurrency());  // more than the set holds

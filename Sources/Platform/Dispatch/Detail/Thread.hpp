@@ -12,7 +12,7 @@ namespace tarn::detail {
 bool startThread(const char* name, void (*body)(void*) noexcept, void* argument,
                  pthread_t* joinable = nullptr) noexcept;
 
-/// How many processors the threads of this process may run on.
+/// How many processors the process, that is its main thread, may run on.
 std::size_t usableProcessors() noexcept;
 
 }  // namespace tarn::detail

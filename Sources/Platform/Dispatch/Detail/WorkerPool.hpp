@@ -38,9 +38,9 @@ class Runnable {
 /// A worker keeps the first runnable that it submits for itself, as its next one, so that work
 /// which hops from queue to queue wakes nobody. That one moves to the shared list when the worker
 /// submits another or blocks, or when the timekeeper finds it waiting for longer than a tick. As
-/// many workers are active as the machine has hardware threads (at least two); one that blocks in
-/// this library is made up for, and so is one that blocks elsewhere while nothing moves for some
-/// ticks.
+/// many workers are active as there were processors for the process when the pool was made; one
+/// that blocks in this library is made up for, and so is one that blocks elsewhere while nothing
+/// moves for some ticks.
 class WorkerPool {
  public:
   /// Never destroyed: threads may be at work while the process exits. A child of fork() has another

@@ -32,6 +32,7 @@ constexpr int mostTurns = 4;
 // them wake a thread: until there are as many as one thread is given, and no longer than this.
 constexpr std::size_t fullDelivery = DeliveryChain::capacity;
 constexpr int mostRoundsHeldBack = 3;
+constexpr std::chrono::milliseconds longRound{1};
 
 Mutex engineMutex;
 Engine* engine = nullptr;  // never freed: reachable for leak checkers, valid for late callers
@@ -153,10 +154,10 @@ void Engine::run() noexcept {
   while (!stopped_) {
     const bool quiet = !waitForEvents();
     settle();
-    if (quiet || deliveries_.size() >= fullDelivery || ++roundsHeldBack_ > mostRoundsHeldBack) {
-      deliver();
-    }
+    const bool late = ++roundsHeldBack_ > mostRoundsHeldBack || Clock::now() - now_ > longRound;
+    if (quiet || late || deliveries_.size() >= fullDelivery) deliver();
   }
+  deliver();
 }
 
 bool Engine::waitForEvents() noexcept {
@@ -172,12 +173,14 @@ bool Engine::waitForEvents() noexcept {
   const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), limit);
   if (!holdsBack) NoForkScope::enter();
   now_ = Clock::now();
+  bool wereReady = false;
   for (int i = 0; i < count; ++i) {
     const auto& event = events[static_cast<std::size_t>(i)];
+    wereReady = wereReady || event.data.u64 != wakeUpTag;
     dispatch(event.data.u64, event.events);
   }
   drainInbox();
-  return count > 0;
+  return wereReady;
 }
 
 int Engine::timeout() const noexcept {

@@ -53,8 +53,8 @@ class Engine {
   void forget(const SocketOwner& owner) noexcept;
   /// Has the session look for finished transfers at the end of this round.
   void serveLater(std::shared_ptr<SessionCore> session);
-  /// Has the task hand its events over at the end of this round, so that those of a small answer go
-  /// together.
+  /// Has the task hand its events over at the end of this round or one of the next few, so that
+  /// those of a small answer go together, and those of several tasks.
   void deliverLater(std::shared_ptr<CurlTask> task);
 
  private:

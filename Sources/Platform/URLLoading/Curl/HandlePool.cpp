@@ -17,6 +17,7 @@ TransferHandle::TransferHandle(Use use)
     : use_(std::move(use)), url_(curl_url()), easy_(curl_easy_init()) {
   if (!url_ || !easy_) throw std::bad_alloc();
   setOption(easy(), CURLOPT_ERRORBUFFER, errorText_.data());
+  setOption(easy(), CURLOPT_BUFFERSIZE, use_.readBuffer);
 }
 
 void TransferHandle::setAddress(const std::string& address) {
@@ -35,6 +36,7 @@ void TransferHandle::setAddress(const std::string& address) {
 void TransferHandle::setFields(const URLRequest& request, const std::string& authorization) {
   const auto& fields = request.allHTTPHeaderFields();
   const bool sameFields = shared_.areThoseOf(request) || fields == fields_;
+  shared_ = SharedHeaderFields(request);
   if (hasLines_ && sameFields && authorization == authorization_) return;
   hasLines_ = false;
   lines_ = headerLines(request, use_.sendsBody, authorization);
@@ -44,15 +46,8 @@ void TransferHandle::setFields(const URLRequest& request, const std::string& aut
   if (cookie) setOption(easy(), CURLOPT_COOKIE, std::string(*cookie).c_str());
   keepsFields_ = cookie || request.value("Host");
   fields_ = fields;
-  shared_ = SharedHeaderFields(request);
   authorization_ = authorization;
   hasLines_ = true;
-}
-
-void TransferHandle::setReadBuffer(long size) {
-  if (readBuffer_ == size) return;
-  setOption(easy(), CURLOPT_BUFFERSIZE, size);
-  readBuffer_ = size;
 }
 
 void TransferHandle::addField(const std::string& line) {

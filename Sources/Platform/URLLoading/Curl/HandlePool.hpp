@@ -23,6 +23,9 @@ class TransferHandle {
     std::shared_ptr<const HostQueue> queue;  // stands for the origin
     std::string method;
     bool sendsBody;
+    // How much is read at once, in bytes. libcurl refuses another size as long as a handle has its
+    // buffer, which it may keep after a transfer that shared its connection.
+    long readBuffer;
 
     friend bool operator==(const Use&, const Use&) = default;
   };
@@ -44,8 +47,6 @@ class TransferHandle {
   /// Each of these throws std::bad_alloc.
   void setAddress(const std::string& address);
   void setFields(const URLRequest& request, const std::string& authorization);
-  /// How much libcurl may read at once, in bytes.
-  void setReadBuffer(long size);
   /// After setFields(): of this transfer only.
   void addField(const std::string& line);
   /// Something of the fields stays in libcurl: the host of a Host field, for the session's cookies,
@@ -64,7 +65,6 @@ class TransferHandle {
   SharedHeaderFields shared_;  // the same, known without a comparison
   std::string authorization_;
   HeaderLines lines_;
-  long readBuffer_ = 0;
   bool hasLines_ = false;  // of those fields and nothing else
   bool keepsFields_ = false;
   std::array<char, CURL_ERROR_SIZE> errorText_{};

@@ -79,7 +79,7 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
                          std::optional<URLCredential> credential);
 
   // On the loop thread, by the engine.
-  /// Makes the events of this round visible. True: `deliver()` has to be put on the queue.
+  /// Makes the events so far visible. True: `deliver()` has to be put on the queue.
   bool flush() noexcept;
   const std::shared_ptr<OperationQueue>& queue() const noexcept;
 
@@ -159,8 +159,8 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   bool deliveryPlanned_ = false;
   bool bodyBegun_ = false;
 
-  // Used by the events only, one at a time. The session, which holds its delegate for as long, is
-  // let go after the last, so that a finished task holds none.
+  // Changed by the events only, one at a time. The session, which holds its delegate for as long,
+  // is let go after the last, so that a finished task holds none; until then the loop reads it too.
   std::optional<URLError> failure_;
   std::shared_ptr<CurlSession> session_;
   URLSessionDelegate* delegate_;

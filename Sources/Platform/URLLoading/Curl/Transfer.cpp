@@ -111,10 +111,20 @@ void Transfer::start() noexcept {
   guarded(&Transfer::attach);
 }
 
+// libcurl takes the buffer from the heap for each transfer, where a large one, among all that is
+// kept, costs a small transfer as much as a tenth of its time. A large body needs a large one.
+long Transfer::readBuffer() const noexcept {
+  constexpr long forSmallBodies = 16 * 1024;
+  constexpr long forLargeBodies = 64 * 1024;
+  const bool expectsLarge = task_->isDownload() || queue_->lastBodySize() > forLargeBodies;
+  return expectsLarge ? forLargeBodies : forSmallBodies;
+}
+
 void Transfer::attach() {
   stage_ = Stage::running;
   body_ = RequestBody::of(*request_, bodyFile_);
-  auto handle = core_->handles().take({queue_, request_->httpMethod(), body_ != nullptr});
+  auto handle =
+      core_->handles().take({queue_, request_->httpMethod(), body_ != nullptr, readBuffer()});
   bodyOffset_ = 0;
   routesTried_ = core_->engine().routes().changes();
   triedAddresses_.clear();
@@ -199,7 +209,7 @@ void Transfer::conclude() {
     outcome_ = error(URLError::cannotDecodeRawData, "The encoded body ends too early.");
   }
   if (!outcome_) {
-    if (stage_ != Stage::kept) queue_->setLastBodySize(bodyBytes_);
+    if (bodyStarted_) queue_->setLastBodySize(bodyBytes_);
     cache_.complete(sentRequest(), task_->heldData());
   }
   finish(std::move(outcome_));

@@ -100,19 +100,9 @@ void Transfer::configure(TransferHandle& handle) {
   handle.setTransfer(this);
   handle.setAddress(request.url().absoluteString());
   handle.setFields(request, authenticator_.authorization(request));
-  handle.setReadBuffer(readBuffer());
   cache_.send(handle);
   authenticator_.configure(easy, request, origin());
   if (body_) setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{body_->size()});
-}
-
-// libcurl takes the buffer from the heap for each transfer, where a large one, among all that is
-// kept, costs a small transfer as much as a tenth of its time. A large body needs a large one.
-long Transfer::readBuffer() const noexcept {
-  constexpr long forSmallBodies = 16 * 1024;
-  constexpr long forLargeBodies = 64 * 1024;
-  const bool expectsLarge = task_->isDownload() || queue_->lastBodySize() > forLargeBodies;
-  return expectsLarge ? forLargeBodies : forSmallBodies;
 }
 
 // Which functions of ours libcurl calls, all of them with the handle, which knows its transfer.

@@ -60,6 +60,24 @@ TEST_F(HTTP2, CarriesLargeBodiesBothWays) {
   EXPECT_EQ(server().uploaded("a") == expected, true);
 }
 
+// Each answer is followed by one of another size, whose buffer is another.
+TEST_F(HTTP2, SmallAndLargeBodiesTakeTurns) {
+  RecordedSession session;
+  ASSERT_EQ(session.load(server().secureUrl("/hello")).text(), "hello");
+  const auto large = server().bigBody();
+  for (int round = 0; round < 10; ++round) {
+    std::vector<std::shared_ptr<URLSessionDataTask>> tasks;
+    for (const char* path : {"/big", "/hello", "/hello", "/big", "/hello", "/hello"}) {
+      tasks.push_back(session.start(server().secureUrl(path)));
+    }
+    for (const auto& task : tasks) {
+      const auto loaded = session.finished(task);
+      EXPECT_EQ(loaded.code(), 0);
+      EXPECT_TRUE(loaded.text() == "hello" || loaded.text() == large);
+    }
+  }
+}
+
 TEST_F(HTTP2, ASuspendedTaskDoesNotHoldUpAnotherOfItsConnection) {
   RecordedSession session;
   std::atomic<bool> first{true};
