@@ -425,8 +425,6 @@ TEST(JSONReaderTests, FailsWithThePathOfTheValue) {
   EXPECT_EQ(error.key(), "colour");
 }
 
-// MARK: Numbers
-
 template <class T>
 struct NumberRow {
   const char* text;
@@ -623,8 +621,6 @@ TEST(JSONReaderNumberTests, LongNumbersAreRead) {
   EXPECT_EQ(errorOf([&] { JSONDecoder().decode<double>("1" + zeros); }).kind(),
             Case::dataCorrupted);
 }
-
-// MARK: Strings
 
 TEST(JSONReaderStringTests, EscapesStandForCharacters) {
   const std::pair<const char*, const char*> rows[] = {

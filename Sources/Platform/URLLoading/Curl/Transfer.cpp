@@ -112,12 +112,14 @@ void Transfer::start() noexcept {
 }
 
 // libcurl takes the buffer from the heap for each transfer, where a large one, among all that is
-// kept, costs a small transfer as much as a tenth of its time. A large body needs a large one.
+// kept, costs a small transfer as much as a tenth of its time. A large body needs a large one, and
+// so does HTTP/2: what libcurl reads from a connection at once has to fit in, or a suspended
+// transfer holds up the others.
 long Transfer::readBuffer() const noexcept {
-  constexpr long forSmallBodies = 16 * 1024;
-  constexpr long forLargeBodies = 64 * 1024;
-  const bool expectsLarge = task_->isDownload() || queue_->lastBodySize() > forLargeBodies;
-  return expectsLarge ? forLargeBodies : forSmallBodies;
+  constexpr long small = 16 * 1024;
+  constexpr long large = 64 * 1024;
+  const bool isLarge = origin().secure || task_->isDownload() || queue_->lastBodySize() > large;
+  return isLarge ? large : small;
 }
 
 void Transfer::attach() {
