@@ -33,8 +33,10 @@ struct HashOf {
   using Type = std::hash<Key>;
 };
 template <class Key, class Value>
-requires std::is_invocable_v < typename Labelled<Value>::Type::KeyHash,
-const Key& > struct HashOf<Key, Value> { using Type = typename Labelled<Value>::Type::KeyHash; };
+requires(std::is_invocable_v<typename Labelled<Value>::Type::KeyHash,
+                             const Key&>) struct HashOf<Key, Value> {
+  using Type = typename Labelled<Value>::Type::KeyHash;
+};
 
 template <class T>
 std::string labelOf() {

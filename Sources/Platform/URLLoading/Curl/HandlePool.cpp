@@ -1,4 +1,5 @@
 #include <Platform/URLLoading/Curl/HandlePool.hpp>
+#include <Platform/URLLoading/Detail/SharedHeaderFields.hpp>
 
 #include <algorithm>
 #include <iterator>
@@ -34,9 +35,9 @@ void TransferHandle::setAddress(const std::string& address) {
 }
 
 void TransferHandle::setFields(const URLRequest& request, const std::string& authorization) {
-  const auto& fields = request.allHTTPHeaderFields();
-  const bool sameFields = shared_.areThoseOf(request) || fields == fields_;
-  shared_ = SharedHeaderFields(request);
+  const auto& fields = SharedHeaderFields::of(request);
+  const bool sameFields = fields == fields_ || (fields && fields_ && *fields == *fields_);
+  fields_ = fields;
   if (hasLines_ && sameFields && authorization == authorization_) return;
   hasLines_ = false;
   lines_ = headerLines(request, use_.sendsBody, authorization);
@@ -45,7 +46,6 @@ void TransferHandle::setFields(const URLRequest& request, const std::string& aut
   const auto cookie = request.value("Cookie");
   if (cookie) setOption(easy(), CURLOPT_COOKIE, std::string(*cookie).c_str());
   keepsFields_ = cookie || request.value("Host");
-  fields_ = fields;
   authorization_ = authorization;
   hasLines_ = true;
 }

@@ -2,7 +2,6 @@
 
 #include <Platform/URLLoading/Curl/HostQueues.hpp>
 #include <Platform/URLLoading/Curl/RequestOptions.hpp>
-#include <Platform/URLLoading/Detail/SharedHeaderFields.hpp>
 #include <Platform/URLLoading/URLRequest.hpp>
 
 #include <curl/curl.h>
@@ -61,8 +60,7 @@ class TransferHandle {
   bool isFresh_ = true;
   std::string address_;
   std::unique_ptr<CURLU, CurlDeleter> url_;
-  URLRequest::HeaderFields fields_;
-  SharedHeaderFields shared_;  // the same, known without a comparison
+  std::shared_ptr<const URLRequest::HeaderFields> fields_;  // shared with the last request
   std::string authorization_;
   HeaderLines lines_;
   bool hasLines_ = false;  // of those fields and nothing else

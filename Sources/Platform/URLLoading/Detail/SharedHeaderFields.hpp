@@ -14,10 +14,10 @@ class SharedHeaderFields {
   explicit SharedHeaderFields(const URLRequest& request) noexcept
       : fields_(request.headerFields_) {}
 
-  /// Whether the request has these very fields, not just equal ones.
-  bool areThoseOf(const URLRequest& request) const noexcept {
-    const auto& fields = request.headerFields_;
-    return fields && !fields.owner_before(fields_) && !fields_.owner_before(fields);
+  /// The fields themselves; null for none.
+  static const std::shared_ptr<const URLRequest::HeaderFields>& of(
+      const URLRequest& request) noexcept {
+    return request.headerFields_;
   }
 
   /// False, and no change, where no request has the fields any more.

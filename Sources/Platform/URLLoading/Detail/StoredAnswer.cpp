@@ -130,14 +130,15 @@ CacheControl cacheControlOf(const URLRequest& request) {
 StoredAnswer::StoredAnswer(const URLRequest& request, Head head, ExchangeTimes times, Data body)
     : head_(std::move(head)), body_(std::move(body)), times_(times) {
   Fields fields(head_->allHeaderFields());
+  control_ = CacheControl::parse(fields.cacheControl.value_or(""));
   mayBeKept_ = mayBeKept(request, fields);
   // What it says of the connection by itself is left out when the answer is served. What else it
   // names as such counts for nothing.
   if (namesAnyOf(fields.connection.value_or(""), head_->allHeaderFields())) {
     head_ = withFields(*head_, head_->url(), withoutConnectionFields(head_->allHeaderFields()));
     fields = Fields(head_->allHeaderFields());
+    control_ = CacheControl::parse(fields.cacheControl.value_or(""));
   }
-  control_ = CacheControl::parse(fields.cacheControl.value_or(""));
   authorization_ = selectingValue(request, "Authorization");
   auto vary = fields.vary.value_or("");
   while (const auto name = takeListItem(vary)) {
@@ -151,10 +152,9 @@ StoredAnswer::StoredAnswer(const URLRequest& request, Head head, ExchangeTimes t
 bool StoredAnswer::mayBeKept(const URLRequest& request, const Fields& fields) const {
   const int status = head_->statusCode();
   if (isNeverKept(status)) return false;
-  const auto control = CacheControl::parse(fields.cacheControl.value_or(""));
-  if (control.noStore) return false;
-  const bool allowed = control.maxAge || control.isPublic || control.isPrivate || fields.expires ||
-                       isHeuristicallyCacheable(status);
+  if (control_.noStore) return false;
+  const bool allowed = control_.maxAge || control_.isPublic || control_.isPrivate ||
+                       fields.expires || isHeuristicallyCacheable(status);
   if (!allowed) return false;
   auto vary = fields.vary.value_or("");
   while (const auto name = takeListItem(vary)) {
