@@ -17,42 +17,36 @@ std::int64_t contentLength(const HTTPHeaderFields& fields) noexcept {
 
 }  // namespace
 
-struct HTTPURLResponse::ContentType {
-  std::optional<std::string> mimeType;
-  std::optional<std::string> charset;
-
-  static ContentType of(const HTTPHeaderFields& fields) {
-    const auto text = fields.value("Content-Type");
-    if (!text) return {};
-    auto parsed = detail::parseParameterizedValue(*text);
-    ContentType result;
-    if (!parsed.value.empty()) result.mimeType = std::move(parsed.value);
-    if (const auto charset = parsed.parameter("charset"); charset && !charset->empty()) {
-      result.charset = detail::lowercased(*charset);
-    }
-    return result;
-  }
-};
-
-// The fields come by reference, so that reading the other arguments out of them is in order.
-HTTPURLResponse::HTTPURLResponse(URL url, int statusCode, std::string&& httpVersion,
-                                 HTTPHeaderFields&& headerFields,
-                                 std::int64_t expectedContentLength, ContentType contentType)
-    : URLResponse(std::move(url), std::move(contentType.mimeType), expectedContentLength,
-                  std::move(contentType.charset)),
+HTTPURLResponse::HTTPURLResponse(URL url, int statusCode, std::string httpVersion,
+                                 HTTPHeaderFields headerFields, std::int64_t expectedContentLength)
+    : URLResponse(std::move(url), expectedContentLength),
       statusCode_(statusCode),
       httpVersion_(std::move(httpVersion)),
       headerFields_(std::move(headerFields)) {}
 
 HTTPURLResponse::HTTPURLResponse(URL url, int statusCode, std::string httpVersion,
-                                 HTTPHeaderFields headerFields, std::int64_t expectedContentLength)
-    : HTTPURLResponse(std::move(url), statusCode, std::move(httpVersion), std::move(headerFields),
-                      expectedContentLength, ContentType::of(headerFields)) {}
-
-HTTPURLResponse::HTTPURLResponse(URL url, int statusCode, std::string httpVersion,
                                  HTTPHeaderFields headerFields)
-    : HTTPURLResponse(std::move(url), statusCode, std::move(httpVersion), std::move(headerFields),
-                      contentLength(headerFields), ContentType::of(headerFields)) {}
+    : URLResponse(std::move(url), contentLength(headerFields)),
+      statusCode_(statusCode),
+      httpVersion_(std::move(httpVersion)),
+      headerFields_(std::move(headerFields)) {}
+
+std::string_view HTTPURLResponse::contentType() const noexcept {
+  return headerFields_.value("Content-Type").value_or("");
+}
+
+std::optional<std::string> HTTPURLResponse::mimeType() const {
+  const auto type = detail::withoutParameters(contentType());
+  return type.empty() ? std::nullopt : std::optional(detail::lowercased(type));
+}
+
+std::optional<std::string> HTTPURLResponse::textEncodingName() const {
+  for (const auto& [name, value] : detail::parametersOf(contentType())) {
+    if (name != "charset") continue;
+    return value.empty() ? std::nullopt : std::optional(detail::lowercased(value));
+  }
+  return std::nullopt;
+}
 
 std::optional<std::string> HTTPURLResponse::declaredFilename() const {
   const auto disposition = headerFields_.value("Content-Disposition");

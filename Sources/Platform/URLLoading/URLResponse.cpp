@@ -3,16 +3,33 @@
 
 namespace tarn {
 
+struct URLResponse::Type {
+  std::optional<std::string> mimeType;
+  std::optional<std::string> textEncodingName;
+};
+
 URLResponse::URLResponse(URL url, std::optional<std::string> mimeType,
                          std::int64_t expectedContentLength,
                          std::optional<std::string> textEncodingName)
     : url_(std::move(url)),
-      mimeType_(std::move(mimeType)),
       expectedContentLength_(expectedContentLength),
-      textEncodingName_(std::move(textEncodingName)) {}
+      type_(std::make_unique<const Type>(Type{std::move(mimeType), std::move(textEncodingName)})) {}
+
+URLResponse::URLResponse(URL url, std::int64_t expectedContentLength)
+    : url_(std::move(url)), expectedContentLength_(expectedContentLength) {}
+
+URLResponse::~URLResponse() = default;
+
+std::optional<std::string> URLResponse::mimeType() const {
+  return type_ ? type_->mimeType : std::nullopt;
+}
+
+std::optional<std::string> URLResponse::textEncodingName() const {
+  return type_ ? type_->textEncodingName : std::nullopt;
+}
 
 std::string URLResponse::suggestedFilename() const {
-  return detail::suggestedFilename(declaredFilename(), url_, mimeType_);
+  return detail::suggestedFilename(declaredFilename(), url_, mimeType());
 }
 
 }  // namespace tarn

@@ -3,6 +3,7 @@
 #include <Platform/Types/URL.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -14,29 +15,33 @@ class URLResponse {
   /// `expectedContentLength` is -1 where it is unknown.
   URLResponse(URL url, std::optional<std::string> mimeType, std::int64_t expectedContentLength,
               std::optional<std::string> textEncodingName);
-  virtual ~URLResponse() = default;
+  virtual ~URLResponse();
   URLResponse(const URLResponse&) = delete;
   URLResponse& operator=(const URLResponse&) = delete;
 
   const URL& url() const noexcept { return url_; }
   /// Lower case, without parameters; absent where the answer does not say.
-  const std::optional<std::string>& mimeType() const noexcept { return mimeType_; }
+  virtual std::optional<std::string> mimeType() const;
   /// Bytes of the body, or -1 where they are unknown, as for a decoded content coding.
   std::int64_t expectedContentLength() const noexcept { return expectedContentLength_; }
   /// The charset of the answer in lower case; absent where the answer does not say.
-  const std::optional<std::string>& textEncodingName() const noexcept { return textEncodingName_; }
+  virtual std::optional<std::string> textEncodingName() const;
   /// A name under which the body can be saved: never empty, never a path, at most 255 bytes.
   std::string suggestedFilename() const;
 
  protected:
+  /// Of an answer that tells its type by itself.
+  URLResponse(URL url, std::int64_t expectedContentLength);
+
   /// The name that the answer itself gives, before it is made safe.
   virtual std::optional<std::string> declaredFilename() const { return std::nullopt; }
 
  private:
+  struct Type;
+
   URL url_;
-  std::optional<std::string> mimeType_;
   std::int64_t expectedContentLength_;
-  std::optional<std::string> textEncodingName_;
+  std::unique_ptr<const Type> type_;  // null where the answer tells it by itself
 };
 
 }  // namespace tarn

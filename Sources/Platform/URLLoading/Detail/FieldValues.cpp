@@ -88,27 +88,23 @@ bool isToken(std::string_view text) noexcept {
   });
 }
 
-std::optional<std::string_view> ParameterizedValue::parameter(
-    std::string_view name) const noexcept {
-  for (const auto& [key, text] : parameters) {
-    if (key == name) return text;
-  }
-  return std::nullopt;
+std::string_view withoutParameters(std::string_view text) noexcept {
+  return Scanner(text).until(";,");
 }
 
-ParameterizedValue parseParameterizedValue(std::string_view text) {
+std::vector<std::pair<std::string, std::string>> parametersOf(std::string_view text) {
   Scanner scanner(text);
-  ParameterizedValue result;
-  result.value = lowercased(scanner.until(";,"));
+  scanner.until(";,");
+  std::vector<std::pair<std::string, std::string>> result;
   while (!scanner.atEnd()) {
     scanner.skip();
     const auto name = scanner.until("=;,");
     if (!scanner.take('=')) continue;
     if (scanner.take('"')) {
-      result.parameters.emplace_back(lowercased(name), scanner.quoted());
+      result.emplace_back(lowercased(name), scanner.quoted());
       scanner.until(";,");
     } else {
-      result.parameters.emplace_back(lowercased(name), scanner.until(";,"));
+      result.emplace_back(lowercased(name), scanner.until(";,"));
     }
   }
   return result;
@@ -132,7 +128,7 @@ std::vector<std::string_view> listItems(std::string_view text) {
 
 std::optional<std::string> contentDispositionFilename(std::string_view value) {
   std::optional<std::string> filename;
-  for (auto& [name, text] : parseParameterizedValue(value).parameters) {
+  for (auto& [name, text] : parametersOf(value)) {
     std::optional<std::string> candidate;
     if (name == "filename*") {
       candidate = extendedValue(text);

@@ -22,15 +22,13 @@ std::string lowercased(std::string_view text);
 /// Letters, digits and the few marks that a method or field name may hold (RFC 9110, 5.6.2).
 bool isToken(std::string_view text) noexcept;
 
-/// A field value of the form `value; name=text; name="quoted \"text\""` (RFC 9110, 5.6.6).
-struct ParameterizedValue {
-  std::string value;                                            ///< in lower case
-  std::vector<std::pair<std::string, std::string>> parameters;  ///< names in lower case, unquoted
+// A field value may have the form `value; name=text; name="quoted \"text\""` (RFC 9110, 5.6.6). A
+// comma ends a value or text too, as where two fields were joined.
 
-  std::optional<std::string_view> parameter(std::string_view name) const noexcept;
-};
-/// Reads as far as it makes sense; a comma ends a parameter too, as where two fields were joined.
-ParameterizedValue parseParameterizedValue(std::string_view text);
+/// The value, trimmed.
+std::string_view withoutParameters(std::string_view text) noexcept;
+/// The names, in lower case, with their texts, unquoted; read as far as it makes sense.
+std::vector<std::pair<std::string, std::string>> parametersOf(std::string_view text);
 
 /// Takes the first item off a comma-separated list, trimmed; empty ones are passed over, and a
 /// comma within quotes separates nothing. Nothing where there is none left.
