@@ -89,11 +89,11 @@ class URLRequest {
 
   URL url_;
   CachePolicy cachePolicy_;
+  bool allowsResend_ = true;
   TimeInterval timeoutInterval_;
   std::string httpMethod_ = "GET";
   std::shared_ptr<const HeaderFields> headerFields_;  // null for none
   std::optional<Data> httpBody_;
-  bool allowsResend_ = true;
 };
 
 }  // namespace tarn
