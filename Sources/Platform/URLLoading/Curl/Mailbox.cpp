@@ -17,10 +17,7 @@ void TaskEvents::add(TaskEvents&& later) {
   error = std::move(later.error);
 }
 
-TaskEvents& Mailbox::outgoing() {
-  if (!outgoing_) outgoing_ = std::make_unique<TaskEvents>();
-  return *outgoing_;
-}
+TaskEvents& Mailbox::outgoing() { return outgoing_ ? *outgoing_ : outgoing_.emplace(); }
 
 const Data& Mailbox::heldData() const noexcept {
   static const Data none;
@@ -41,22 +38,22 @@ bool Mailbox::flush() {
   undelivered_ += outgoing_->data.size();
   if (inbox_) {
     inbox_->add(std::move(*outgoing_));
-    outgoing_.reset();
   } else {
     inbox_ = std::move(outgoing_);
   }
+  outgoing_.reset();
   return !std::exchange(*scheduled_, true);
 }
 
-std::unique_ptr<TaskEvents> Mailbox::take() {
+std::optional<TaskEvents> Mailbox::take() {
   const MutexLock lock(mutex_);
-  return std::move(inbox_);
+  return std::exchange(inbox_, std::nullopt);
 }
 
 Mailbox::Next Mailbox::delivered(std::size_t bytes) {
   const MutexLock lock(mutex_);
   undelivered_ -= bytes;
-  *scheduled_ = inbox_ != nullptr;
+  *scheduled_ = inbox_.has_value();
   const bool room = undelivered_ <= capacity / 2 && std::exchange(loopWaits_, false);
   return {*scheduled_, room};
 }

@@ -30,11 +30,11 @@ struct ChallengeQuestion {
 /// after a question or the end nothing else comes before it has been taken. They are told in this
 /// order.
 struct TaskEvents {
-  bool waiting = false;  // for a route to the host
+  bool waiting = false;    // for a route to the host
+  bool completed = false;  // nothing else comes
   std::unique_ptr<ChallengeQuestion> challenge;
   std::unique_ptr<RedirectQuestion> redirect;
   Data data;
-  bool completed = false;
   std::optional<URLError> error;  // why the transfer ended, with `completed`
 
   /// What comes after these.
@@ -59,8 +59,8 @@ class Mailbox {
   /// On the loop thread.
   bool flush() TARN_EXCLUDES(mutex_);
 
-  /// On the queue: the batch to tell; never null where an operation was put on the queue for it.
-  std::unique_ptr<TaskEvents> take() TARN_EXCLUDES(mutex_);
+  /// On the queue: the batch to tell; there is one where an operation was put on the queue for it.
+  std::optional<TaskEvents> take() TARN_EXCLUDES(mutex_);
   struct Next {
     bool more;  ///< another batch waits: another operation has to be put on the queue
     bool room;  ///< the loop waits for room, and there is
@@ -69,10 +69,9 @@ class Mailbox {
   Next delivered(std::size_t bytes) TARN_EXCLUDES(mutex_);
 
  private:
-  // Null where there are none: a mailbox is kept for as long as its task is.
-  std::unique_ptr<TaskEvents> outgoing_;
+  std::optional<TaskEvents> outgoing_;
   Mutex mutex_;
-  std::unique_ptr<TaskEvents> inbox_ TARN_GUARDED_BY(mutex_);
+  std::optional<TaskEvents> inbox_ TARN_GUARDED_BY(mutex_);
   std::atomic<std::size_t> undelivered_ = 0;  // written with the mutex held
   PerProcess<bool> scheduled_ TARN_GUARDED_BY(mutex_);
   bool loopWaits_ TARN_GUARDED_BY(mutex_) = false;

@@ -39,7 +39,7 @@ std::shared_ptr<Task> CurlSession::makeTask(std::optional<URLError> refusal, URL
                                 std::forward<Arguments>(arguments)...);
   if (phase_ != Phase::invalid) {
     tasks_.push_back(task.get());
-    task->place_ = tasks_.size() - 1;
+    task->underWay_->place = tasks_.size() - 1;
   }
   return task;
 }
@@ -101,11 +101,12 @@ void CurlSession::retire(CurlTask& task) noexcept {
     std::shared_ptr<URLSessionDelegate> delegate;
     {
       const MutexLock lock(mutex_);
-      if (task.place_ == CurlTask::nowhere) return;
-      tasks_.back()->place_ = task.place_;
-      tasks_[task.place_] = tasks_.back();
+      auto& place = task.underWay_->place;
+      if (place == CurlTask::nowhere) return;
+      tasks_.back()->underWay_->place = place;
+      tasks_[place] = tasks_.back();
       tasks_.pop_back();
-      task.place_ = CurlTask::nowhere;
+      place = CurlTask::nowhere;
       delegate = endIfIdle();
     }
     tellEnd(std::move(delegate));

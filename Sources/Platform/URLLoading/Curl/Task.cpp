@@ -39,31 +39,26 @@ class DelegateAnswer {
 
 }  // namespace
 
+CurlTask::UnderWay::UnderWay(TaskSetup setup)
+    : session(std::move(setup.session)),
+      delegate(setup.delegate),
+      refusal(std::move(setup.refusal)) {}
+
 CurlTask::CurlTask(TaskSetup setup, URLRequest request)
     : originalRequest_(std::move(request)),
       engine_(setup.session->core()->engine()),
-      refusal_(setup.refusal ? std::make_unique<const URLError>(*std::move(setup.refusal))
-                             : nullptr),
-      session_(std::move(setup.session)),
-      delegate_(setup.delegate) {}
+      underWay_(std::make_unique<UnderWay>(std::move(setup))) {}
 
 CurlTask::~CurlTask() {
-  if (session_) session_->retire(*this);
+  if (underWay_) underWay_->session->retire(*this);
 }
 
-URLRequest CurlTask::currentRequest() const {
-  const MutexLock lock(mutex_);
-  return redirectedRequest_ ? *redirectedRequest_ : originalRequest_;
+std::shared_ptr<const HTTPURLResponse> CurlTask::response() const noexcept {
+  return hasResponse_ ? response_ : nullptr;
 }
 
-std::shared_ptr<const HTTPURLResponse> CurlTask::response() const {
-  const MutexLock lock(mutex_);
-  return response_;
-}
-
-std::optional<Error> CurlTask::error() const {
-  const MutexLock lock(mutex_);
-  return error_;
+std::optional<Error> CurlTask::error() const noexcept {
+  return state_ == State::completed && error_ ? std::optional(*error_) : std::nullopt;
 }
 
 // The state is changed here and acted upon on the loop, which looks at the state as it is then:
@@ -112,7 +107,8 @@ void CurlTask::postReconcile() {
 // A session of the process that this one was forked from has no connections, no loop and no time.
 void CurlTask::endInChild() noexcept {
   if (finished_) return;
-  static_cast<void>(transfer_.release());  // what it holds of libcurl is not to be touched
+  // What it holds of libcurl is not to be touched.
+  static_cast<void>(underWay_->transfer.release());
   finish(URLError(URLError::cancelled, "The session is the parent process's.",
                   originalRequest_.url().redacted()));
 }
@@ -125,11 +121,11 @@ void CurlTask::reconcile() {
       finish(std::nullopt);
       break;
     case State::suspended:
-      if (transfer_) transfer_->setSuspended(true);
+      if (auto* const present = transfer()) present->setSuspended(true);
       break;
     case State::running:
-      if (transfer_) {
-        transfer_->setSuspended(false);
+      if (auto* const present = transfer()) {
+        present->setSuspended(false);
       } else {
         begin();
       }
@@ -141,15 +137,21 @@ void CurlTask::reconcile() {
 
 void CurlTask::begin() noexcept {
   try {
-    if (refusal_) throw *refusal_;
+    if (underWay_->refusal) throw *underWay_->refusal;
     auto first = firstRequest();
-    transfer_ = std::make_unique<Transfer>(shared_from_this(), session_->core());
-    transfer_->begin(std::move(first));
+    underWay_->transfer =
+        std::make_unique<Transfer>(shared_from_this(), underWay_->session->core());
+    underWay_->transfer->begin(std::move(first));
   } catch (const URLError& failure) {
     finish(failure);
   } catch (const std::exception& failure) {
     finish(URLError(URLError::unknown, failure.what(), originalRequest_.url().redacted()));
   }
+}
+
+// Null before the first resume() and after the end.
+Transfer* CurlTask::transfer() const noexcept {
+  return finished_ ? nullptr : underWay_->transfer.get();
 }
 
 // What is still on its way is not wanted by then.
@@ -158,29 +160,30 @@ void CurlTask::giveUp() {
 }
 
 void CurlTask::continueReading() {
-  if (transfer_) transfer_->roomMade();
+  if (auto* const present = transfer()) present->roomMade();
 }
 
 void CurlTask::redirectAnswered(std::optional<URLRequest> request) {
-  if (transfer_) transfer_->redirectAnswered(std::move(request));
+  if (auto* const present = transfer()) present->redirectAnswered(std::move(request));
 }
 
 void CurlTask::challengeAnswered(URLSessionAuthChallengeDisposition disposition,
                                  std::optional<URLCredential> credential) {
-  if (transfer_) transfer_->challengeAnswered(disposition, std::move(credential));
+  if (auto* const present = transfer()) {
+    present->challengeAnswered(disposition, std::move(credential));
+  }
 }
 
 std::optional<URLRequest> CurlTask::requestInstead(const HTTPURLResponse&) { return std::nullopt; }
 
-void CurlTask::setCurrentRequest(URLRequest request) {
-  auto present = std::make_unique<const URLRequest>(std::move(request));
-  const MutexLock lock(mutex_);
-  redirectedRequest_.swap(present);
+const URLRequest& CurlTask::setCurrentRequest(URLRequest request) {
+  currentRequest_ = &laterRequests_.emplace_front(std::move(request));
+  return *currentRequest_;
 }
 
-void CurlTask::setResponse(std::shared_ptr<const HTTPURLResponse> response) {
-  const MutexLock lock(mutex_);
+void CurlTask::setResponse(std::shared_ptr<const HTTPURLResponse> response) noexcept {
   response_ = std::move(response);
+  hasResponse_ = true;
 }
 
 void CurlTask::countReceived(std::size_t bytes) noexcept {
@@ -193,9 +196,9 @@ void CurlTask::addData(const std::uint8_t* bytes, std::size_t size, std::int64_t
   // really comes.
   constexpr std::int64_t mostReserved = 4 * 1024 * 1024;
   constexpr std::int64_t fullBatch = Mailbox::capacity + 64 * 1024;  // with what makes it full
-  Data& data = mailbox_.outgoing().data;
+  Data& data = underWay_->mailbox.outgoing().data;
   if (data.empty() && expected > static_cast<std::int64_t>(size)) {
-    const auto most = std::exchange(bodyBegun_, true) ? fullBatch : mostReserved;
+    const auto most = std::exchange(underWay_->bodyBegun, true) ? fullBatch : mostReserved;
     data.reserve(static_cast<std::size_t>(std::min(expected, most)));
   }
   data.append(bytes, size);
@@ -203,33 +206,33 @@ void CurlTask::addData(const std::uint8_t* bytes, std::size_t size, std::int64_t
 }
 
 void CurlTask::addData(const Data& bytes) {
-  mailbox_.outgoing().data.append(bytes);
+  underWay_->mailbox.outgoing().data.append(bytes);
   planDelivery();
 }
 
 void CurlTask::askRedirect(std::shared_ptr<const HTTPURLResponse> response, URLRequest newRequest) {
-  mailbox_.outgoing().redirect = std::make_unique<RedirectQuestion>(
+  underWay_->mailbox.outgoing().redirect = std::make_unique<RedirectQuestion>(
       RedirectQuestion{std::move(response), std::move(newRequest)});
   planDelivery();
 }
 
 void CurlTask::askChallenge(URLAuthenticationChallenge challenge, bool ofConnection) {
-  mailbox_.outgoing().challenge =
+  underWay_->mailbox.outgoing().challenge =
       std::make_unique<ChallengeQuestion>(ChallengeQuestion{std::move(challenge), ofConnection});
   planDelivery();
 }
 
 void CurlTask::tellWaiting() {
-  mailbox_.outgoing().waiting = true;
+  underWay_->mailbox.outgoing().waiting = true;
   planDelivery();
 }
 
 void CurlTask::finish(std::optional<URLError> error) noexcept {
   finished_ = true;
   const auto self = shared_from_this();
-  transfer_.reset();
+  underWay_->transfer.reset();
   guarded("URL loading", [&] {
-    auto& events = mailbox_.outgoing();
+    auto& events = underWay_->mailbox.outgoing();
     events.error = std::move(error);
     events.completed = true;
     planDelivery();
@@ -237,43 +240,42 @@ void CurlTask::finish(std::optional<URLError> error) noexcept {
 }
 
 void CurlTask::planDelivery() {
-  if (deliveryPlanned_) return;
+  if (underWay_->deliveryPlanned) return;
   engine_.deliverLater(shared_from_this());
-  deliveryPlanned_ = true;
+  underWay_->deliveryPlanned = true;
 }
 
 bool CurlTask::flush() noexcept {
-  deliveryPlanned_ = false;
+  underWay_->deliveryPlanned = false;
   bool needed = false;
   guarded("URL loading", [&] {
-    if (transfer_) transfer_->handingOver(heldData());
-    needed = mailbox_.flush();
+    if (auto* const present = transfer()) present->handingOver(heldData());
+    needed = underWay_->mailbox.flush();
   });
   return needed;
 }
 
-// While an operation has to be added the last event is still to come, and with it the session is
-// held.
+// While an operation has to be added the last event is still to come.
 const std::shared_ptr<OperationQueue>& CurlTask::queue() const noexcept {
-  return session_->queue();
+  return underWay_->session->queue();
 }
 
-URLSession& CurlTask::session() noexcept { return *session_; }
+URLSession& CurlTask::session() noexcept { return *underWay_->session; }
 
 void CurlTask::deliver() noexcept {
-  auto events = mailbox_.take();
+  auto events = underWay_->mailbox.take();
   const std::size_t bytes = events->data.size();
   const bool last = events->completed;
   const auto process = forkCount();
   deliver(*events);
-  if (process != forkCount()) return;  // the delegate forked: the rest is the parent's
+  if (process != forkCount()) return;
   events.reset();
   if (last) {
-    delegate_ = nullptr;
-    if (const auto session = std::exchange(session_, nullptr)) session->retire(*this);
+    underWay_->session->retire(*this);
+    underWay_.reset();
     return;
   }
-  const auto next = mailbox_.delivered(bytes);
+  const auto next = underWay_->mailbox.delivered(bytes);
   guarded("URL loading", [&] {
     if (next.room) post(&CurlTask::continueReading);
     // An operation holds the task, so the queue may outlive all other owners.
@@ -281,23 +283,28 @@ void CurlTask::deliver() noexcept {
   });
 }
 
+// Where the delegate forks, the rest is the parent's, and another thread of the child may end the
+// task.
 void CurlTask::deliver(TaskEvents& events) noexcept {
+  auto& failure = underWay_->failure;
   const auto process = forkCount();
   if (events.waiting) {
     tell("taskIsWaitingForConnectivity", &URLSessionDelegate::taskIsWaitingForConnectivity, face());
   }
   if (events.challenge) askDelegate(*events.challenge);
   if (events.redirect) askDelegate(*events.redirect);
-  if (!events.data.empty() && !failure_) {
+  if (process != forkCount()) return;
+  if (!events.data.empty() && !failure) {
     attempt([&] { takeBody(std::move(events.data)); });
-    if (failure_) guarded("URL loading", [&] { post(&CurlTask::giveUp); });
+    if (process != forkCount()) return;
+    if (failure) guarded("URL loading", [&] { post(&CurlTask::giveUp); });
   }
-  if (!events.completed || process != forkCount()) return;
-  if (!failure_) failure_ = std::move(events.error);
-  if (!failure_) attempt([&] { completeBody(); });
+  if (!events.completed) return;
+  if (!failure) failure = std::move(events.error);
+  if (!failure) attempt([&] { completeBody(); });
   settle();
   settled();
-  tell("didComplete", &URLSessionDelegate::didComplete, face(), failure_ ? error() : std::nullopt);
+  tell("didComplete", &URLSessionDelegate::didComplete, face(), error());
 }
 
 template <class Action>
@@ -306,9 +313,10 @@ void CurlTask::attempt(Action&& action) noexcept {
     try {
       action();
     } catch (const URLError& failure) {
-      failure_ = failure;
+      underWay_->failure = failure;
     } catch (const std::exception& failure) {
-      failure_.emplace(URLError::unknown, failure.what(), currentRequest().url().redacted());
+      underWay_->failure.emplace(URLError::unknown, failure.what(),
+                                 currentRequest().url().redacted());
     }
   });
 }
@@ -326,15 +334,16 @@ void CurlTask::askDelegate(RedirectQuestion& question) noexcept {
 
 void CurlTask::askDelegate(ChallengeQuestion& question) noexcept {
   guarded("URL loading", [&] {
-    if (!delegate_) return;
+    if (!underWay_->delegate) return;
     auto answer = std::make_shared<DelegateAnswer>(shared_from_this(), engine_);
     const URLChallengeHandler handler = [answer](URLSessionAuthChallengeDisposition disposition,
                                                  std::optional<URLCredential> credential) {
       answer->give(&CurlTask::challengeAnswered, disposition, std::move(credential));
     };
     if (question.ofConnection) {
-      guarded("didReceiveChallenge",
-              [&] { delegate_->didReceiveChallenge(session(), question.challenge, handler); });
+      guarded("didReceiveChallenge", [&] {
+        underWay_->delegate->didReceiveChallenge(session(), question.challenge, handler);
+      });
     } else {
       tell("didReceiveTaskChallenge", &URLSessionDelegate::didReceiveTaskChallenge, face(),
            question.challenge, handler);
@@ -345,16 +354,14 @@ void CurlTask::askDelegate(ChallengeQuestion& question) noexcept {
 // The error is there before the task is seen to be over. Once cancel() has been accepted, the
 // outcome is that, even where the last byte came first.
 void CurlTask::settle() noexcept {
+  auto& failure = underWay_->failure;
   auto state = state_.load();
   do {
     guarded("URL loading", [&] {
       if (state == State::canceling) {
-        failure_ = URLError(URLError::cancelled, {}, currentRequest().url().redacted());
+        failure = URLError(URLError::cancelled, {}, currentRequest().url().redacted());
       }
-      if (failure_) {
-        const MutexLock lock(mutex_);
-        error_.emplace(*failure_);
-      }
+      if (failure) error_ = std::make_unique<const Error>(*failure);
     });
   } while (!state_.compare_exchange_weak(state, State::completed));
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Dispatch/OperationQueue.hpp>
 #include <Platform/Types/FatalError.hpp>
 #include <Platform/Types/URLError.hpp>
@@ -9,6 +8,7 @@
 #include <Platform/URLLoading/URLSessionTask.hpp>
 
 #include <atomic>
+#include <forward_list>
 #include <memory>
 #include <optional>
 
@@ -39,9 +39,9 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
 
   State state() const noexcept { return state_; }
   const URLRequest& originalRequest() const noexcept { return originalRequest_; }
-  URLRequest currentRequest() const TARN_EXCLUDES(mutex_);
-  std::shared_ptr<const HTTPURLResponse> response() const TARN_EXCLUDES(mutex_);
-  std::optional<Error> error() const TARN_EXCLUDES(mutex_);
+  const URLRequest& currentRequest() const noexcept { return *currentRequest_; }
+  std::shared_ptr<const HTTPURLResponse> response() const noexcept;
+  std::optional<Error> error() const noexcept;
   std::int64_t countOfBytesReceived() const noexcept { return bytesReceived_; }
 
   void resume();
@@ -57,16 +57,18 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   /// Whether the body of its answer is for a file. Such an answer neither comes from the session's
   /// cache nor is kept there.
   virtual bool isDownload() const noexcept { return false; }
-  void setCurrentRequest(URLRequest request) TARN_EXCLUDES(mutex_);
-  void setResponse(std::shared_ptr<const HTTPURLResponse> response) TARN_EXCLUDES(mutex_);
+  /// The request that is sent from now on. It lives as long as the task.
+  const URLRequest& setCurrentRequest(URLRequest request);
+  /// At most once.
+  void setResponse(std::shared_ptr<const HTTPURLResponse> response) noexcept;
   void countReceived(std::size_t bytes) noexcept;
   /// Body bytes for the delegate; `expected` are those still to come with them, or -1.
   void addData(const std::uint8_t* bytes, std::size_t size, std::int64_t expected);
   /// As above, bytes that are shared with others.
   void addData(const Data& bytes);
   /// Body bytes that have not been handed over yet.
-  const Data& heldData() const noexcept { return mailbox_.heldData(); }
-  bool isBackedUp() { return mailbox_.isFull(); }
+  const Data& heldData() const noexcept { return underWay_->mailbox.heldData(); }
+  bool isBackedUp() { return underWay_->mailbox.isFull(); }
   void askRedirect(std::shared_ptr<const HTTPURLResponse> response, URLRequest newRequest);
   void askChallenge(URLAuthenticationChallenge challenge, bool ofConnection);
   void tellWaiting();
@@ -105,9 +107,9 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   void tell(const char* event,
             void (URLSessionDelegate::*member)(URLSession&, Task&, Parameters...), Task& task,
             Arguments&&... arguments) noexcept {
-    if (!delegate_) return;
+    if (!underWay_->delegate) return;
     guarded(event, [&] {
-      ((*delegate_).*member)(session(), task, std::forward<Arguments>(arguments)...);
+      ((*underWay_->delegate).*member)(session(), task, std::forward<Arguments>(arguments)...);
     });
   }
   template <class Action>
@@ -123,6 +125,25 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   friend class CurlSession;
   static constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
 
+  /// What a task needs until its last event has been told.
+  struct UnderWay {
+    explicit UnderWay(TaskSetup setup);
+
+    const std::shared_ptr<CurlSession> session;  // it holds its delegate for as long
+    URLSessionDelegate* const delegate;
+    std::size_t place = nowhere;  // among the session's tasks, under the session's lock
+    Mailbox mailbox;
+
+    // On the loop thread only.
+    const std::optional<URLError> refusal;
+    std::unique_ptr<Transfer> transfer;
+    bool deliveryPlanned = false;
+    bool bodyBegun = false;
+
+    // By the events only, one at a time.
+    std::optional<URLError> failure;
+  };
+
   void post(void (CurlTask::*action)());
   void postReconcile();
   void reconcile();
@@ -132,6 +153,7 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
   void giveUp();
   void planDelivery();
 
+  Transfer* transfer() const noexcept;
   URLSession& session() noexcept;
   void deliver(TaskEvents& events) noexcept;
   template <class Action>
@@ -142,29 +164,17 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
 
   const URLRequest originalRequest_;
   Engine& engine_;
-  const std::unique_ptr<const URLError> refusal_;
   std::atomic<State> state_{State::suspended};
   std::atomic<bool> reconcilePosted_{false};
+  std::atomic<bool> hasResponse_{false};
+  bool finished_ = false;  // on the loop thread only
   std::atomic<std::int64_t> bytesReceived_{0};
-  Mailbox mailbox_;
-
-  mutable Mutex mutex_;
-  std::unique_ptr<const URLRequest> redirectedRequest_ TARN_GUARDED_BY(mutex_);
-  std::shared_ptr<const HTTPURLResponse> response_ TARN_GUARDED_BY(mutex_);
-  std::optional<Error> error_ TARN_GUARDED_BY(mutex_);
-
-  // On the loop thread only.
-  std::unique_ptr<Transfer> transfer_;
-  bool finished_ = false;
-  bool deliveryPlanned_ = false;
-  bool bodyBegun_ = false;
-
-  // Changed by the events only, one at a time. The session, which holds its delegate for as long,
-  // is let go after the last, so that a finished task holds none; until then the loop reads it too.
-  std::optional<URLError> failure_;
-  std::shared_ptr<CurlSession> session_;
-  URLSessionDelegate* delegate_;
-  std::size_t place_ = nowhere;  // among the session's tasks, under the session's lock
+  std::atomic<const URLRequest*> currentRequest_{&originalRequest_};
+  std::forward_list<URLRequest> laterRequests_;      // the last comes first
+  std::shared_ptr<const HTTPURLResponse> response_;  // read once hasResponse_ is set
+  std::unique_ptr<const Error> error_;               // read once the state is completed
+  // Let go by the last event; the loop knows by `finished_` that this may have happened.
+  std::unique_ptr<UnderWay> underWay_;
 };
 
 /// A task as the application sees it.

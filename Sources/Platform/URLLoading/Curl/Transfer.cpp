@@ -79,9 +79,7 @@ void Transfer::aim() {
 }
 
 void Transfer::setRequest(URLRequest request) {
-  task_->setCurrentRequest(request);
-  redirected_ = std::make_unique<const URLRequest>(std::move(request));
-  request_ = redirected_.get();
+  request_ = &task_->setCurrentRequest(std::move(request));
 }
 
 void Transfer::enterQueue() {

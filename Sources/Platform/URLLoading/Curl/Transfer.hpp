@@ -144,11 +144,10 @@ class Transfer final : private Timer, private RouteWaiter {
   const std::shared_ptr<SessionCore> core_;
   const Clock::duration idleLimit_;
   const Clock::time_point resourceDeadline_;
-  std::unique_ptr<const URLRequest> redirected_;  // where the one on its way is not the original
-  const URLRequest* request_;                     // the one on its way
-  std::unique_ptr<const URLRequest> completed_;   // that one, where something is added on sending
-  const URL* bodyFile_;                           // the task's, as long as it is to be sent
-  std::shared_ptr<HostQueue> queue_;              // of where it goes; null before the first
+  const URLRequest* request_;                    // the one on its way
+  std::unique_ptr<const URLRequest> completed_;  // that one, where something is added on sending
+  const URL* bodyFile_;                          // the task's, as long as it is to be sent
+  std::shared_ptr<HostQueue> queue_;             // of where it goes; null before the first
   Authenticator authenticator_;
 
   Stage stage_ = Stage::queued;
