@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
+#include <string>
 
 namespace tarn {
 
@@ -64,8 +65,13 @@ HTTPHeaderFields::const_iterator HTTPHeaderFields::find(std::string_view name) c
 // At the end there is none to replace.
 void HTTPHeaderFields::replace(const_iterator field, const HTTPHeaderFields& replacement) {
   const auto next = field == end() ? field : std::next(field);
-  text_.replace(static_cast<std::size_t>(field.place_ - text_.data()),
-                static_cast<std::size_t>(next.place_ - field.place_), replacement.text_);
+  const std::string_view text = text_.view();
+  Data changed;
+  changed.reserve(text.size() + replacement.text_.size());
+  changed.append(text.substr(0, static_cast<std::size_t>(field.place_ - text.data())));
+  changed.append(replacement.text_.view());
+  changed.append(text.substr(static_cast<std::size_t>(next.place_ - text.data())));
+  text_ = std::move(changed);
 }
 
 bool operator==(const HTTPHeaderFields& left, const HTTPHeaderFields& right) noexcept {

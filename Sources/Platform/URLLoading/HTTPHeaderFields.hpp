@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/Types/Data.hpp>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -7,7 +9,6 @@
 #include <iterator>
 #include <optional>
 #include <span>
-#include <string>
 #include <string_view>
 #include <utility>
 
@@ -18,9 +19,9 @@ class HeaderFieldsBuilder;
 }
 
 /// Header fields of one HTTP message in the order they were first seen; names compare without
-/// regard to ASCII case (RFC 9110, 5.1). The views that it hands out live as long as this object is
-/// neither changed nor moved from; they may be arguments of its own functions. A name or value of 4
-/// GiB or more is refused with std::length_error.
+/// regard to ASCII case (RFC 9110, 5.1). Copies share the text. The views that it hands out live as
+/// long as this object is neither changed nor moved from; they may be arguments of its own
+/// functions. A name or value of 4 GiB or more is refused with std::length_error.
 class HTTPHeaderFields {
  public:
   /// A name and its value.
@@ -66,7 +67,7 @@ class HTTPHeaderFields {
   void replace(const_iterator field, const HTTPHeaderFields& replacement);
 
   // Each field in turn: its sizes, its name, its value.
-  std::string text_;
+  Data text_;
 };
 
 /// A forward iterator whose elements are made as they are read.
@@ -113,11 +114,12 @@ class HTTPHeaderFields::const_iterator {
 };
 
 inline HTTPHeaderFields::const_iterator HTTPHeaderFields::begin() const noexcept {
-  return const_iterator(text_.data());
+  return const_iterator(text_.view().data());
 }
 
 inline HTTPHeaderFields::const_iterator HTTPHeaderFields::end() const noexcept {
-  return const_iterator(text_.data() + text_.size());
+  const auto text = text_.view();
+  return const_iterator(text.data() + text.size());
 }
 
 namespace detail {

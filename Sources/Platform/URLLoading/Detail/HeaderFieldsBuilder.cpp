@@ -66,7 +66,8 @@ void HeaderFieldsBuilder::extend(std::string_view text) {
 // Servers may send thousands of names: each is compared with few.
 HTTPHeaderFields HeaderFieldsBuilder::take() {
   HTTPHeaderFields fields;
-  fields.text_ = std::exchange(text_, {});
+  fields.text_ = Data(text_);
+  text_.clear();
   std::array<std::byte, 512> nearby;  // enough for most
   std::pmr::monotonic_buffer_resource memory(nearby.data(), nearby.size());
   std::pmr::vector<Place> sorted(&memory);
@@ -76,13 +77,11 @@ HTTPHeaderFields HeaderFieldsBuilder::take() {
   const bool repeats =
       std::adjacent_find(sorted.begin(), sorted.end(), haveSameName) != sorted.end();
   if (repeats) fields.text_ = joined(fields, sorted);
-  fields.text_.shrink_to_fit();
   return fields;
 }
 
 // Each value is written once, however many parts it is joined from.
-std::string HeaderFieldsBuilder::joined(const HTTPHeaderFields& fields,
-                                        std::span<const Place> sorted) {
+Data HeaderFieldsBuilder::joined(const HTTPHeaderFields& fields, std::span<const Place> sorted) {
   HeaderFieldsBuilder result;
   result.reserve(0, fields.text_.size());
   for (auto field = fields.begin(); field != fields.end(); ++field) {
@@ -94,7 +93,7 @@ std::string HeaderFieldsBuilder::joined(const HTTPHeaderFields& fields,
       result.extend((*same)->second);
     }
   }
-  return std::move(result.text_);
+  return Data(result.text_);
 }
 
 }  // namespace tarn::detail

@@ -23,8 +23,8 @@ class HeaderFieldsBuilder {
   HTTPHeaderFields take();
 
  private:
-  static std::string joined(const HTTPHeaderFields& fields,
-                            std::span<const HTTPHeaderFields::const_iterator> sorted);
+  static Data joined(const HTTPHeaderFields& fields,
+                     std::span<const HTTPHeaderFields::const_iterator> sorted);
 
   std::string text_;
   std::size_t last_ = 0;  // where the last field begins
