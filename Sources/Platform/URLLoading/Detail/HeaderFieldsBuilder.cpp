@@ -72,7 +72,8 @@ HTTPHeaderFields HeaderFieldsBuilder::take() {
   std::pmr::monotonic_buffer_resource memory(nearby.data(), nearby.size());
   std::pmr::vector<Place> sorted(&memory);
   sorted.reserve(std::exchange(count_, 0));
-  for (auto field = fields.begin(); field != fields.end(); ++field) sorted.push_back(field);
+  const auto end = fields.end();
+  for (auto field = fields.begin(); field != end; ++field) sorted.push_back(field);
   std::sort(sorted.begin(), sorted.end(), precedes);
   const bool repeats =
       std::adjacent_find(sorted.begin(), sorted.end(), haveSameName) != sorted.end();
