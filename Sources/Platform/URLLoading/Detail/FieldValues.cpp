@@ -62,6 +62,11 @@ std::optional<std::string> extendedValue(std::string_view text) {
   return std::nullopt;
 }
 
+// Where the first parameter, or another value, begins.
+std::size_t valueEnd(std::string_view text) noexcept {
+  return std::min({text.find(';'), text.find(','), text.size()});
+}
+
 std::size_t firstItemEnd(std::string_view list) noexcept {
   bool quoted = false;
   for (std::size_t i = 0; i < list.size(); ++i) {
@@ -89,12 +94,11 @@ bool isToken(std::string_view text) noexcept {
 }
 
 std::string_view withoutParameters(std::string_view text) noexcept {
-  return Scanner(text).until(";,");
+  return trimmed(text.substr(0, valueEnd(text)));
 }
 
 std::vector<std::pair<std::string, std::string>> parametersOf(std::string_view text) {
-  Scanner scanner(text);
-  scanner.until(";,");
+  Scanner scanner(text.substr(valueEnd(text)));
   std::vector<std::pair<std::string, std::string>> result;
   while (!scanner.atEnd()) {
     scanner.skip();
