@@ -1,3 +1,4 @@
+#include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Types/FatalError.hpp>
 #include <Platform/Types/TypeName.hpp>
 #include <TarnService/Diagnostics/Logger.hpp>
@@ -7,9 +8,9 @@
 #include <TarnService/Transport/QueueLabel.hpp>
 #include <TarnService/Transport/ServerTrust.hpp>
 
-#include <array>
 #include <charconv>
 #include <functional>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -130,18 +131,28 @@ ThreadSafeDictionary<std::string, TaskRef>& taskDictionary() {
   return dictionary;
 }
 
-std::size_t URLSessionTaskRef::KeyHash::operator()(std::string_view key) const {
-  std::size_t identifier = 0;
-  const auto producer = std::from_chars(key.data(), key.data() + key.size(), identifier).ptr;
-  return identifier + std::hash<std::string_view>()({producer, key.data() + key.size()});
+detail::TaskKey detail::TaskKey::read(std::string_view text) {
+  std::int64_t identifier = 0;
+  const auto end = std::from_chars(text.data(), text.data() + text.size(), identifier).ptr;
+  const auto name = text.substr(static_cast<std::size_t>(end - text.data()));
+  const bool isTaskKey = name.starts_with('-') && text == std::to_string(identifier).append(name);
+  return {identifier, taskProducerName(isTaskKey ? name : std::string("?").append(text))};
+}
+
+const std::string* detail::taskProducerName(std::string_view name) {
+  static constinit Mutex mutex;
+  const MutexLock lock(mutex);
+  // Never destroyed: keys stay as long as the process.
+  static auto& names = *new std::set<std::string, std::less<>>;
+  const auto known = names.find(name);
+  return &*(known != names.end() ? known : names.emplace(name).first);
 }
 
 void HTTPTaskProducer::addTaskRefToQueue(TaskRef ref) const {
   const URLSessionTask* const task = ref->task.get();
-  const std::string& refKey = key(task->taskIdentifier());
   TaskRef previous;  // let go after the queue: what it holds may be the application's
   taskDictionary().update([&](auto& refs) {
-    previous = std::exchange(refs[refKey], std::move(ref));
+    previous = std::exchange(refs[key(task->taskIdentifier())], std::move(ref));
     if (!previous || previous->isReported || previous->task.get() == task) return;
     // In the same step, so that events of the older task find their record all the time.
     displacedTaskRefs().set(previous->task.get(), previous);
@@ -202,10 +213,9 @@ void HTTPTaskProducer::reportCompletion(const URLSessionTask& task,
 }
 
 TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
-  const std::string& taskKey = key(task.taskIdentifier());
   TaskRef ref;
   taskDictionary().update([&](auto& refs) {
-    const auto entry = refs.find(taskKey);
+    const auto entry = refs.find(key(task.taskIdentifier()));
     if (entry == refs.end() || !entry->second || entry->second->task.get() != &task) return;
     ref = entry->second;
     ref->isReported = true;
@@ -213,24 +223,22 @@ TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
   return ref ? ref : displacedTaskRefs().removeValue(&task).value_or(nullptr);
 }
 
-const std::string& HTTPTaskProducer::description() const {
-  const detail::NoForkScope scope;  // not while it is being put together
-  std::call_once(described_, [this] { description_ = qualifiedTypeName(typeid(*this)); });
-  return description_;
-}
-
-const std::string& HTTPTaskProducer::key(std::int64_t forTaskIdentifier) const {
-  thread_local std::string text;
-  std::array<char, 24> digits;
-  const auto end =
-      std::to_chars(digits.data(), digits.data() + digits.size(), forTaskIdentifier).ptr;
-  text.assign(digits.data(), end);
-  text += '-';
-  return text += description();
+detail::TaskKey HTTPTaskProducer::key(std::int64_t forTaskIdentifier) const {
+  const std::string* name = name_.load(std::memory_order_acquire);
+  if (name == nullptr) {
+    name = detail::taskProducerName("-" + qualifiedTypeName(typeid(*this)));
+    name_.store(name, std::memory_order_release);
+  }
+  return {forTaskIdentifier, name};
 }
 
 TaskRef HTTPTaskProducer::taskRef(std::int64_t taskIdentifier) const {
-  return taskDictionary()[key(taskIdentifier)].value_or(nullptr);
+  TaskRef ref;
+  taskDictionary().update([&](const auto& refs) {
+    const auto entry = refs.find(key(taskIdentifier));
+    if (entry != refs.end()) ref = entry->second;
+  });
+  return ref;
 }
 
 TaskRef HTTPTaskProducer::taskRef(const URLSessionTask& task) const {
