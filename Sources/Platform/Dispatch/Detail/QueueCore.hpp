@@ -38,6 +38,7 @@ class QueueCore : public std::enable_shared_from_this<QueueCore> {
   virtual void beginTurn() = 0;
   virtual void endTurn() = 0;
 
+  virtual bool isMain() const noexcept { return false; }
   bool isCurrent() const noexcept;
 
   /// Whether the thread that made this process by fork() was inside the queue then. Asked as the
