@@ -1,4 +1,3 @@
-#include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Types/FatalError.hpp>
 #include <Platform/Types/TypeName.hpp>
 #include <TarnService/Diagnostics/Logger.hpp>
@@ -8,9 +7,7 @@
 #include <TarnService/Transport/QueueLabel.hpp>
 #include <TarnService/Transport/ServerTrust.hpp>
 
-#include <charconv>
 #include <functional>
-#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -131,23 +128,6 @@ ThreadSafeDictionary<std::string, TaskRef>& taskDictionary() {
   return dictionary;
 }
 
-detail::TaskKey detail::TaskKey::read(std::string_view text) {
-  std::int64_t identifier = 0;
-  const auto end = std::from_chars(text.data(), text.data() + text.size(), identifier).ptr;
-  const auto name = text.substr(static_cast<std::size_t>(end - text.data()));
-  const bool isTaskKey = name.starts_with('-') && text == std::to_string(identifier).append(name);
-  return {identifier, taskProducerName(isTaskKey ? name : std::string("?").append(text))};
-}
-
-const std::string* detail::taskProducerName(std::string_view name) {
-  static constinit Mutex mutex;
-  const MutexLock lock(mutex);
-  // Never destroyed: keys stay as long as the process.
-  static auto& names = *new std::set<std::string, std::less<>>;
-  const auto known = names.find(name);
-  return &*(known != names.end() ? known : names.emplace(name).first);
-}
-
 void HTTPTaskProducer::addTaskRefToQueue(TaskRef ref) const {
   const URLSessionTask* const task = ref->task.get();
   TaskRef previous;  // let go after the queue: what it holds may be the application's
@@ -224,12 +204,12 @@ TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
 }
 
 detail::TaskKey HTTPTaskProducer::key(std::int64_t forTaskIdentifier) const {
-  const std::string* name = name_.load(std::memory_order_acquire);
-  if (name == nullptr) {
-    name = detail::taskProducerName("-" + qualifiedTypeName(typeid(*this)));
-    name_.store(name, std::memory_order_release);
+  const auto* suffix = keySuffix_.load(std::memory_order_acquire);
+  if (suffix == nullptr) {
+    suffix = &detail::TaskKeySuffix::ofClass(qualifiedTypeName(typeid(*this)));
+    keySuffix_.store(suffix, std::memory_order_release);
   }
-  return {forTaskIdentifier, name};
+  return {forTaskIdentifier, *suffix};
 }
 
 TaskRef HTTPTaskProducer::taskRef(std::int64_t taskIdentifier) const {

@@ -74,7 +74,8 @@ class HTTPTaskProducer {
  private:
   detail::TaskKey key(std::int64_t forTaskIdentifier) const;
 
-  mutable std::atomic<const std::string*> name_ = nullptr;  // of the class; found when first needed
+  // Found when first needed: the class is not known to the constructor.
+  mutable std::atomic<const detail::TaskKeySuffix*> keySuffix_ = nullptr;
 };
 
 /// A producer of tasks whose body is gathered in memory.

@@ -2,45 +2,17 @@
 
 #include <Platform/Types/Data.hpp>
 #include <Platform/URLLoading/URLSessionTask.hpp>
+#include <TarnService/Transport/TaskKey.hpp>
 
 #include <atomic>
-#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <string>
-#include <string_view>
 #include <variant>
 
 namespace tarn {
-
-namespace detail {
-
-/// What a task key says, without its text: a record is kept under each, and looked for several
-/// times.
-struct TaskKey {
-  /// `producer` is one of those that taskProducerName() answers.
-  TaskKey(std::int64_t identifier, const std::string* producer) noexcept
-      : identifier(identifier), producer(producer) {}
-  /// Any text is a key; each that does not have the form of a task key has a name of its own.
-  template <std::convertible_to<std::string_view> Text>
-  TaskKey(const Text& text)  // NOLINT(google-explicit-constructor): stands for the text
-      : TaskKey(read(text)) {}
-
-  static TaskKey read(std::string_view text);
-  friend bool operator==(const TaskKey&, const TaskKey&) noexcept = default;
-
-  std::int64_t identifier;
-  const std::string* producer;
-};
-
-/// The one object that stands for what follows the identifier in task keys, as in
-/// "-TarnService.DataTaskProducer"; lives as long as the process.
-const std::string* taskProducerName(std::string_view name);
-
-}  // namespace detail
 
 /// The record of one session task: what a session's delegate needs to answer the request that
 /// started it.
@@ -82,12 +54,3 @@ class URLSessionTaskRef {
 };
 
 }  // namespace tarn
-
-/// Follows the identifier: the records of tasks that run at the same time are neighbours in the
-/// registry, instead of a cache miss each.
-template <>
-struct std::hash<tarn::detail::TaskKey> {
-  std::size_t operator()(const tarn::detail::TaskKey& key) const noexcept {
-    return static_cast<std::size_t>(key.identifier) + std::hash<const void*>()(key.producer);
-  }
-};
