@@ -451,6 +451,21 @@ TEST_F(ForkTests, TheCompletionOfARequestForks) {
   }
 }
 
+TEST_F(ForkTests, AnItemAddedInTheFirstTurnOfAChildWaitsForItsEnd) {
+  TARN_SKIP_FORK();
+  const DispatchQueue queue("test.turns");
+  EXPECT_EQ(inChild([&]() -> std::string {
+              const DispatchSemaphore ran(0);
+              const bool isEarly = queue.sync([&] {
+                queue.async([ran] { ran.signal(); });
+                return ran.wait(TimeInterval(0.2));
+              });
+              if (isEarly) return "it runs beside the turn";
+              return ran.wait(limit) ? "" : "it does not run";
+            }),
+            "");
+}
+
 TEST_F(ForkTests, AChildForksInItsTurn) {
   TARN_SKIP_FORK();
   sendMany(4);

@@ -86,9 +86,7 @@ void DispatchQueue::asyncAfter(TimeInterval delay, Work work) const {
 
 bool DispatchQueue::isCurrent() const noexcept { return core_->isCurrent(); }
 
-bool DispatchQueue::isMain() const noexcept {
-  return core_.get() == detail::MainQueueCore::shared().get();
-}
+bool DispatchQueue::isMain() const noexcept { return core_->isMain(); }
 
 void DispatchQueue::runOnMain(Work work) {
   detail::MainQueueCore::shared()->runThere(std::move(work));

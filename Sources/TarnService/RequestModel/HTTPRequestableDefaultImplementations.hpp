@@ -170,7 +170,7 @@ struct HTTPRequestableDefaults {
   }
   /// Whether the answer is an HTTP answer whose status the request accepts; null is none.
   bool isAcceptable(const URLResponse* httpResponse) const {
-    const auto* http = dynamic_cast<const HTTPURLResponse*>(httpResponse);
+    const auto* http = detail::httpResponse(httpResponse);
     return http && self().isAcceptable(status(*http));
   }
   bool _shouldWaitForConnectivity() const {

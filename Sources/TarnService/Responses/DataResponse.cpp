@@ -7,7 +7,7 @@ namespace {
 
 DataResult judge(const std::optional<Data>& data, const URLResponse* response,
                  const std::optional<Error>& error) {
-  const auto* http = dynamic_cast<const HTTPURLResponse*>(response);
+  const auto* http = detail::httpResponse(response);
   if (auto failure = detail::failureOf(http, error)) return DataResult::failure(*failure);
   if (!http) {
     return DataResult::failure(HTTPUnknownError::dataResponseFailedToConstruct(

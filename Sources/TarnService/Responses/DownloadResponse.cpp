@@ -9,7 +9,7 @@ namespace tarn::detail {
 std::optional<Error> readAnswer(const std::optional<URL>& location, const URLResponse* response,
                                 const std::optional<Error>& error, TypeReference type,
                                 bool (*read)(const URL& location, void* body), void* body) {
-  const auto* http = dynamic_cast<const HTTPURLResponse*>(response);
+  const auto* http = detail::httpResponse(response);
   if (auto failure = failureOf(http, error)) return failure;
   // A 204 has no body to read, even where there is a file.
   if (http && status(*http) == HTTPStatus::noContent) return std::nullopt;

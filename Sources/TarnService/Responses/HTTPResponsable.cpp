@@ -1,11 +1,14 @@
 #include <TarnService/Responses/HTTPResponsable.hpp>
 #include <TarnService/Responses/HTTPResponseError.hpp>
 
+#include <type_traits>
+#include <typeinfo>
+
 namespace tarn {
 
 HTTPResponseMetadata::HTTPResponseMetadata(std::shared_ptr<const URLResponse> response) {
   if (!response) return;
-  if (const auto* http = dynamic_cast<const HTTPURLResponse*>(response.get())) {
+  if (const auto* http = detail::httpResponse(response.get())) {
     headers = http->allHeaderFields();
     status = tarn::status(*http);
   }
@@ -15,6 +18,13 @@ HTTPResponseMetadata::HTTPResponseMetadata(std::shared_ptr<const URLResponse> re
   textEncodingName = response->textEncodingName();
   url = response->url();
   urlResponse = std::move(response);
+}
+
+const HTTPURLResponse* detail::httpResponse(const URLResponse* response) noexcept {
+  // Several times for each answer: as the class is final, this tells what a dynamic_cast would.
+  static_assert(std::is_final_v<HTTPURLResponse>);
+  if (response == nullptr || typeid(*response) != typeid(HTTPURLResponse)) return nullptr;
+  return static_cast<const HTTPURLResponse*>(response);
 }
 
 std::string detail::debugStatusAndHeaders(TypeReference type,

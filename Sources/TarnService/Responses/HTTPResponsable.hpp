@@ -38,6 +38,8 @@ struct HTTPResponseMetadata {
 
 namespace detail {
 
+/// The answer as an HTTP answer; null where it is none.
+const HTTPURLResponse* httpResponse(const URLResponse* response) noexcept;
 std::string debugStatusAndHeaders(TypeReference type, const HTTPResponseMetadata& metadata);
 /// Why every record is a failure, whatever the body: the error it was given, or a status outside of
 /// 200 to 206. `http` is null where the answer was no HTTP answer, which each record judges itself.

@@ -40,7 +40,7 @@ Error failureToDecode(Error thrown, TypeReference type, std::string json) {
 std::optional<Error> decodeAnswer(const std::optional<Data>& data, const URLResponse* response,
                                   const std::optional<Error>& error, TypeReference type,
                                   void (*decode)(const Data& json, void* body), void* body) {
-  const auto* http = dynamic_cast<const HTTPURLResponse*>(response);
+  const auto* http = httpResponse(response);
   if (auto failure = failureOf(http, error)) return failure;
   if (!http) {
     return HTTPUnknownError::jsonResponseFailedToConstruct(SourceLocation::in(function),

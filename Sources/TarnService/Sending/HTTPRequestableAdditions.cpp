@@ -47,7 +47,7 @@ Error networkError(const Error& transportError) {
 }
 
 Error unacceptableStatus(const URLResponse* response) {
-  const auto* http = dynamic_cast<const HTTPURLResponse*>(response);
+  const auto* http = httpResponse(response);
   return HTTPResponseError::unacceptableStatus(http ? status(*http)
                                                     : HTTPStatus(HTTPStatus::unknown));
 }

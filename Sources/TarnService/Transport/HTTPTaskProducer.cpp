@@ -7,8 +7,6 @@
 #include <TarnService/Transport/QueueLabel.hpp>
 #include <TarnService/Transport/ServerTrust.hpp>
 
-#include <array>
-#include <charconv>
 #include <functional>
 #include <stdexcept>
 #include <utility>
@@ -130,18 +128,11 @@ ThreadSafeDictionary<std::string, TaskRef>& taskDictionary() {
   return dictionary;
 }
 
-std::size_t URLSessionTaskRef::KeyHash::operator()(std::string_view key) const {
-  std::size_t identifier = 0;
-  const auto producer = std::from_chars(key.data(), key.data() + key.size(), identifier).ptr;
-  return identifier + std::hash<std::string_view>()({producer, key.data() + key.size()});
-}
-
 void HTTPTaskProducer::addTaskRefToQueue(TaskRef ref) const {
   const URLSessionTask* const task = ref->task.get();
-  const std::string& refKey = key(task->taskIdentifier());
   TaskRef previous;  // let go after the queue: what it holds may be the application's
   taskDictionary().update([&](auto& refs) {
-    previous = std::exchange(refs[refKey], std::move(ref));
+    previous = std::exchange(refs[key(task->taskIdentifier())], std::move(ref));
     if (!previous || previous->isReported || previous->task.get() == task) return;
     // In the same step, so that events of the older task find their record all the time.
     displacedTaskRefs().set(previous->task.get(), previous);
@@ -202,10 +193,9 @@ void HTTPTaskProducer::reportCompletion(const URLSessionTask& task,
 }
 
 TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
-  const std::string& taskKey = key(task.taskIdentifier());
   TaskRef ref;
   taskDictionary().update([&](auto& refs) {
-    const auto entry = refs.find(taskKey);
+    const auto entry = refs.find(key(task.taskIdentifier()));
     if (entry == refs.end() || !entry->second || entry->second->task.get() != &task) return;
     ref = entry->second;
     ref->isReported = true;
@@ -213,24 +203,22 @@ TaskRef HTTPTaskProducer::endedTaskRef(const URLSessionTask& task) const {
   return ref ? ref : displacedTaskRefs().removeValue(&task).value_or(nullptr);
 }
 
-const std::string& HTTPTaskProducer::description() const {
-  const detail::NoForkScope scope;  // not while it is being put together
-  std::call_once(described_, [this] { description_ = qualifiedTypeName(typeid(*this)); });
-  return description_;
-}
-
-const std::string& HTTPTaskProducer::key(std::int64_t forTaskIdentifier) const {
-  thread_local std::string text;
-  std::array<char, 24> digits;
-  const auto end =
-      std::to_chars(digits.data(), digits.data() + digits.size(), forTaskIdentifier).ptr;
-  text.assign(digits.data(), end);
-  text += '-';
-  return text += description();
+detail::TaskKey HTTPTaskProducer::key(std::int64_t forTaskIdentifier) const {
+  const auto* suffix = keySuffix_.load(std::memory_order_acquire);
+  if (suffix == nullptr) {
+    suffix = &detail::TaskKeySuffix::ofClass(qualifiedTypeName(typeid(*this)));
+    keySuffix_.store(suffix, std::memory_order_release);
+  }
+  return {forTaskIdentifier, *suffix};
 }
 
 TaskRef HTTPTaskProducer::taskRef(std::int64_t taskIdentifier) const {
-  return taskDictionary()[key(taskIdentifier)].value_or(nullptr);
+  TaskRef ref;
+  taskDictionary().update([&](const auto& refs) {
+    const auto entry = refs.find(key(taskIdentifier));
+    if (entry != refs.end()) ref = entry->second;
+  });
+  return ref;
 }
 
 TaskRef HTTPTaskProducer::taskRef(const URLSessionTask& task) const {

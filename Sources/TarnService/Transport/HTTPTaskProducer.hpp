@@ -4,10 +4,10 @@
 #include <TarnService/Transport/ThreadSafeDictionary.hpp>
 #include <TarnService/Transport/URLSessionTaskRef.hpp>
 
+#include <atomic>
 #include <concepts>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -72,12 +72,10 @@ class HTTPTaskProducer {
   TaskRef endedTaskRef(const URLSessionTask& task) const;
 
  private:
-  const std::string& description() const;
-  // The text changes with the next key that the thread asks for.
-  const std::string& key(std::int64_t forTaskIdentifier) const;
+  detail::TaskKey key(std::int64_t forTaskIdentifier) const;
 
-  mutable std::once_flag described_;
-  mutable std::string description_;
+  // Found when first needed: the class is not known to the constructor.
+  mutable std::atomic<const detail::TaskKeySuffix*> keySuffix_ = nullptr;
 };
 
 /// A producer of tasks whose body is gathered in memory.

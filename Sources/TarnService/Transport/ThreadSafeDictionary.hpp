@@ -6,7 +6,6 @@
 #include <TarnService/Transport/QueueLabel.hpp>
 
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,15 +26,16 @@ template <class T>
 struct Labelled<std::shared_ptr<T>> {
   using Type = T;
 };
-/// A value type may know a better hash of its keys than the usual one, as its `KeyHash`.
+/// A value type may know a better form for its keys in the map, which they convert to, as its
+/// `Key`.
 template <class Key, class Value>
-struct HashOf {
-  using Type = std::hash<Key>;
+struct KeyInMap {
+  using Type = Key;
 };
 template <class Key, class Value>
-requires(std::is_invocable_v<typename Labelled<Value>::Type::KeyHash,
-                             const Key&>) struct HashOf<Key, Value> {
-  using Type = typename Labelled<Value>::Type::KeyHash;
+requires(std::is_convertible_v<const Key&,
+                               typename Labelled<Value>::Type::Key>) struct KeyInMap<Key, Value> {
+  using Type = typename Labelled<Value>::Type::Key;
 };
 
 template <class T>
@@ -108,7 +108,7 @@ class ThreadSafeDictionary {
   const DispatchQueue& queue() const noexcept { return queue_; }
 
  private:
-  using Map = std::unordered_map<Key, Value, typename detail::HashOf<Key, Value>::Type>;
+  using Map = std::unordered_map<typename detail::KeyInMap<Key, Value>::Type, Value>;
 
   DispatchQueue queue_;
   mutable detail::PerProcess<Map> dictionary_;

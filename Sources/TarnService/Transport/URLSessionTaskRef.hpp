@@ -2,6 +2,7 @@
 
 #include <Platform/Types/Data.hpp>
 #include <Platform/URLLoading/URLSessionTask.hpp>
+#include <TarnService/Transport/TaskKey.hpp>
 
 #include <atomic>
 #include <cstddef>
@@ -9,7 +10,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <string_view>
 #include <variant>
 
 namespace tarn {
@@ -27,11 +27,8 @@ class URLSessionTaskRef {
                                             std::optional<Error>)>;
   /// `data` for data and upload tasks, `file` for download tasks.
   using CompletionKind = std::variant<DataCompletion, FileCompletion>;
-  /// Follows the identifier in a task key: the records of tasks that run at the same time are
-  /// neighbours in the registry, instead of a cache miss each.
-  struct KeyHash {
-    std::size_t operator()(std::string_view key) const;
-  };
+  /// The form in which the registry has its keys.
+  using Key = detail::TaskKey;
   /// Bytes done and bytes expected.
   using Progress = std::function<void(std::int64_t, std::int64_t)>;
 
@@ -46,9 +43,9 @@ class URLSessionTaskRef {
   const CompletionKind completion;
   /// Empty unless the task was created with progress.
   const Progress progress;
-  const bool shouldWaitForConnectivity;
   /// The body bytes so far.
   Data responseData;
+  const bool shouldWaitForConnectivity;
   /// Whether the end of the task has been reported; kept by the producers.
   bool isReported = false;
   /// Whether the library cancelled the task because it may not wait for connectivity; for callers

@@ -10,6 +10,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace shop {
 
@@ -94,6 +95,30 @@ TEST_F(HTTPTaskProducerTests, KeysTellProducerClassesApart) {
   ASSERT_EQ(second->taskIdentifier(), 1);
   EXPECT_EQ(record("1-TarnService.DataTaskProducer").task, first);
   EXPECT_EQ(record("1-shop.Producer").task, second);
+}
+
+TEST_F(HTTPTaskProducerTests, TheRegistryTellsAllTextsApart) {
+  const std::vector<std::string> keys = {"7-shop.Till", "7-shop.Tills", "8-shop.Till",
+                                         "-7-shop.Till", "07-shop.Till", "7--shop.Till",
+                                         "7shop.Till", "0-shop.Till", "shop.Till", "-shop.Till",
+                                         "?shop.Till", "0-?shop.Till", "7-", "7", "-", "?", "",
+                                         // Its number is none that a task can have.
+                                         "18446744073709551623-shop.Till"};
+  const auto task = create(*producer);
+  const std::size_t before = taskDictionary().count();
+  std::vector<std::shared_ptr<URLSessionTaskRef>> records;
+  for (const auto& key : keys) {
+    records.push_back(std::make_shared<URLSessionTaskRef>(task, false, nullptr,
+                                                          URLSessionTaskRef::DataCompletion()));
+    taskDictionary().set(key, records.back());
+  }
+  EXPECT_EQ(taskDictionary().count(), before + keys.size());
+  for (std::size_t index = 0; index < keys.size(); ++index) {
+    SCOPED_TRACE(keys[index]);
+    EXPECT_EQ(taskDictionary()[keys[index]], records[index]);
+    EXPECT_EQ(taskDictionary().removeValue(keys[index]), records[index]);
+    EXPECT_EQ(taskDictionary()[keys[index]], std::nullopt);
+  }
 }
 
 TEST_F(HTTPTaskProducerTests, ARecordStartsEmpty) {

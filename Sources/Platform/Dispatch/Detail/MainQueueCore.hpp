@@ -20,6 +20,7 @@ class MainQueueCore final : public QueueCore {
   void async(Work work) override TARN_EXCLUDES(mutex_);
   void beginTurn() override {}
   void endTurn() override {}
+  bool isMain() const noexcept override { return true; }
 
   /// Runs `work` on the draining thread and waits; what it throws reaches the caller.
   void runThere(Work work) TARN_EXCLUDES(mutex_);

@@ -65,8 +65,24 @@ SerialQueueCore::SerialQueueCore(std::string label, QualityOfService qualityOfSe
     : QueueCore(std::move(label), qualityOfService), Runnable(qualityOfService) {}
 
 SerialQueueCore::State& SerialQueueCore::state() noexcept {
-  if (state_.renew()) state_.present().busy = wasForkedInside();
+  if (state_.renew()) turn_ = inThisProcess(wasForkedInside() ? taken : free);
   return state_.present();
+}
+
+bool SerialQueueCore::takeTurnOrAwait() noexcept {
+  return turn_.exchange(inThisProcess(awaited), std::memory_order_acq_rel) == inThisProcess(free);
+}
+
+bool SerialQueueCore::giveBackUnlessAwaited() noexcept {
+  std::uint32_t unawaited = inThisProcess(taken);
+  return turn_.compare_exchange_strong(unawaited, inThisProcess(free), std::memory_order_release,
+                                       std::memory_order_relaxed);
+}
+
+SerialQueueCore::Entry SerialQueueCore::pop(State& state) {
+  Entry entry = state.entries.pop();
+  if (state.entries.empty()) turn_.store(inThisProcess(taken), std::memory_order_relaxed);
+  return entry;
 }
 
 void SerialQueueCore::async(Work work) {
@@ -74,8 +90,7 @@ void SerialQueueCore::async(Work work) {
     const MutexLock lock(mutex_);
     State& state = this->state();
     state.entries.push({std::move(work), nullptr});
-    if (state.busy) return;
-    state.busy = true;
+    if (!takeTurnOrAwait()) return;
     state.self = shared_from_this();
   }
   WorkerPool::shared().submit(*this);
@@ -85,14 +100,16 @@ void SerialQueueCore::beginTurn() {
   if (isCurrent()) {
     fatalError("sync on the serial queue '" + label() + "', on which the calling thread runs");
   }
+  std::uint32_t noOnes = inThisProcess(free);
+  if (turn_.compare_exchange_strong(noOnes, inThisProcess(taken), std::memory_order_acquire,
+                                    std::memory_order_relaxed)) {
+    return;
+  }
   Parker parker;
   {
     const MutexLock lock(mutex_);
     State& state = this->state();
-    if (!state.busy) {
-      state.busy = true;
-      return;
-    }
+    if (takeTurnOrAwait()) return;
     state.entries.push({Work(), &parker});
   }
   if (parker.spin()) return;
@@ -102,16 +119,17 @@ void SerialQueueCore::beginTurn() {
 }
 
 void SerialQueueCore::endTurn() {
+  if (giveBackUnlessAwaited()) return;
   Parker* waiter = nullptr;
   {
     const MutexLock lock(mutex_);
     State& state = this->state();
     if (state.entries.empty()) {
-      state.busy = false;
+      turn_.store(inThisProcess(free), std::memory_order_release);
       return;
     }
     if (state.entries.front().waiter != nullptr) {
-      waiter = state.entries.pop().waiter;
+      waiter = pop(state).waiter;
     } else {
       state.self = shared_from_this();
     }
@@ -129,18 +147,19 @@ void SerialQueueCore::run() noexcept {
       State& state = this->state();
       if (count == 0) self = std::move(state.self);
       if (state.entries.empty()) {
-        state.busy = false;
+        turn_.store(inThisProcess(free), std::memory_order_release);
         return;
       }
       if (count >= itemsPerTurn && WorkerPool::shared().othersWait()) {
         state.self = std::move(self);
         break;
       }
-      entry = state.entries.pop();
+      entry = pop(state);
     }
     // The turn is the waiting thread's now.
     if (entry.waiter != nullptr) return entry.waiter->unpark();
     runItem(entry.work);
+    if (giveBackUnlessAwaited()) return;
   }
   WorkerPool::shared().submitShared(*this);
 }

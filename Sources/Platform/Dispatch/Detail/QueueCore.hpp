@@ -8,7 +8,9 @@
 #include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/Dispatch/UniqueFunction.hpp>
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -36,6 +38,7 @@ class QueueCore : public std::enable_shared_from_this<QueueCore> {
   virtual void beginTurn() = 0;
   virtual void endTurn() = 0;
 
+  virtual bool isMain() const noexcept { return false; }
   bool isCurrent() const noexcept;
 
   /// Whether the thread that made this process by fork() was inside the queue then. Asked as the
@@ -55,7 +58,7 @@ class QueueCore : public std::enable_shared_from_this<QueueCore> {
 extern thread_local constinit const QueueFrame* currentFrame;
 
 /// One item at a time. The thread whose turn it is, a worker or one that called sync, passes it on
-/// when done.
+/// when done. A turn for which nobody else waits is taken and given back without the lock.
 class SerialQueueCore final : public QueueCore, private Runnable {
  public:
   SerialQueueCore(std::string label, QualityOfService qualityOfService);
@@ -73,13 +76,23 @@ class SerialQueueCore final : public QueueCore, private Runnable {
 
   struct State {
     RingBuffer<Entry> entries;
-    bool busy = false;
     std::shared_ptr<QueueCore> self;  // while submitted to the pool
   };
 
+  /// Whether the turn is somebody's, and whether there are entries that it has to be passed on to.
+  enum Turn : std::uint32_t { free, taken, awaited };
+
   void run() noexcept override TARN_EXCLUDES(mutex_);
   State& state() noexcept TARN_REQUIRES(mutex_);
+  bool takeTurnOrAwait() noexcept TARN_REQUIRES(mutex_);
+  bool giveBackUnlessAwaited() noexcept;
+  Entry pop(State& state) TARN_REQUIRES(mutex_);
 
+  /// The turn as this process tells it: what a fork has left of the parent's equals none.
+  static std::uint32_t inThisProcess(Turn turn) noexcept { return forkCount() * 4 + turn; }
+
+  // Written with the mutex held, but for the steps between `free` and `taken`.
+  std::atomic<std::uint32_t> turn_ = inThisProcess(free);
   Mutex mutex_;
   PerProcess<State> state_ TARN_GUARDED_BY(mutex_);
 };

@@ -4,6 +4,7 @@
 #include <Platform/Types/UUID.hpp>
 #include <Platform/URLLoading/Detail/DownloadFile.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
@@ -17,6 +18,10 @@ namespace {
 
 constexpr std::string_view namePrefix = "TarnDownload-";
 constexpr std::string_view nameSuffix = ".tmp";
+
+// For a longer write the kernel's page cache takes longer stretches of memory, which are seldom at
+// hand.
+constexpr std::size_t longestWrite = 64 * 1024;
 
 std::string freshPath(const std::string& directory) {
   std::string path = directory;
@@ -151,7 +156,7 @@ std::string DownloadFile::name() const { return path_.substr(path_.rfind('/') + 
 void DownloadFile::write(const void* bytes, std::size_t count) {
   const auto* next = static_cast<const char*>(bytes);
   while (count > 0) {
-    const auto written = ::write(descriptor_.get(), next, count);
+    const auto written = ::write(descriptor_.get(), next, std::min(count, longestWrite));
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) fail(URLError::cannotWriteToFile, "Writing to the file", path_, errno);
     next += written;
