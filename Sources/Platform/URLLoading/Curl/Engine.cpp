@@ -37,6 +37,17 @@ constexpr std::chrono::milliseconds longRound{1};
 Mutex engineMutex;
 Engine* engine = nullptr;  // never freed: reachable for leak checkers, valid for late callers
 
+/// glibc's heap gives what falls free at its end back to the system from 128 KiB on, until it has
+/// seen a larger block come and go (mallopt(3), M_MMAP_THRESHOLD). With dozens of transfers at a
+/// time their buffers would be taken from the system anew again and again.
+void showLargeBlockToHeap() noexcept {
+  constexpr std::size_t size = 1024 * 1024;
+  if (volatile char* const block = static_cast<char*>(std::malloc(size))) {
+    *block = 0;  // so that the compiler does not leave the whole out
+    std::free(const_cast<char*>(block));
+  }
+}
+
 int checked(int result, const char* what) {
   if (result < 0) throw std::system_error(errno, std::generic_category(), what);
   return result;
@@ -47,6 +58,7 @@ int checked(int result, const char* what) {
 Engine& Engine::shared() {
   const NoForkScope scope;  // not while the libraries are being set up
   static const bool prepared = [] {
+    showLargeBlockToHeap();
     initializeTLSLibrary();
     curl_global_init(CURL_GLOBAL_ALL);
     // Where the application set OpenSSL up before, OpenSSL's clean-up is registered by now: ours,
