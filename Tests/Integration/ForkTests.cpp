@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <netinet/in.h>
@@ -26,10 +27,12 @@
 #include <random>
 #include <spawn.h>
 #include <string>
+#include <string_view>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #if defined(TARN_THREAD_SANITIZER)
@@ -181,6 +184,56 @@ std::string sendEverything(ScriptedServer& server) {
   return download(server.url("/child"));
 }
 
+/// Ten bytes, of which the first half comes at once and the rest to who asks for it.
+Script fileAnswer(bool asksForRest) {
+  Script script;
+  const std::pair<std::string, std::string> tag{"ETag", "\"t\""};
+  if (!asksForRest) return script.head(200, {{"Content-Length", "10"}, tag}).send("01234").stall();
+  return script.respond(206, {{"Content-Range", "bytes 5-9/10"}, tag}, "56789");
+}
+
+/// Forks in one event of a download, and lets the child go back into the library.
+struct ForkingDelegate final : URLSessionDelegate {
+  ForkingDelegate(const char* event, int report) : event(event), report(report) {}
+
+  void didWriteData(URLSession&, URLSessionDownloadTask&, std::int64_t, std::int64_t,
+                    std::int64_t) override {
+    hear("didWriteData");
+    written.signal();
+  }
+  void didResume(URLSession&, URLSessionDownloadTask&, std::int64_t, std::int64_t) override {
+    hear("didResume");
+  }
+  void didFinishDownloading(URLSession&, URLSessionDownloadTask&, const URL& location) override {
+    std::ifstream(location.path()) >> content;
+    hear("didFinishDownloading");
+  }
+  void didComplete(URLSession&, URLSessionTask&, const std::optional<Error>&) override {
+    hear("didComplete");
+    done.signal();
+  }
+
+  void hear(std::string_view told) {
+    if (child == 0) {
+      static_cast<void>(::write(report, told.data(), told.size()));
+    } else if (isArmed && told == event) {
+      child = ::fork();
+      if (child != 0) return;
+      alarm(childPatience);
+      // The worker gets to it once it has done with this event and all that follows.
+      DispatchQueue::global().async([] { _exit(0); });
+    }
+  }
+
+  const std::string_view event;
+  const int report;
+  std::atomic<bool> isArmed = false;
+  std::atomic<pid_t> child = -1;
+  std::string content;
+  DispatchSemaphore written{0};
+  DispatchSemaphore done{0};
+};
+
 /// A program at work: full queues, armed timers, requests in every state.
 class ForkTests : public testing::Test {
  protected:
@@ -188,6 +241,7 @@ class ForkTests : public testing::Test {
     server_.setHandler([](const ReceivedRequest& request) {
       Script script;
       if (request.target == "/stall") script.stall();
+      if (request.target == "/file") return fileAnswer(request.header("Range").has_value());
       return script.respond(200, {}, "ok");
     });
     // The tests' own log recorder has a lock, which a child may find held.
@@ -448,6 +502,37 @@ TEST_F(ForkTests, TheCompletionOfARequestForks) {
     });
     ASSERT_TRUE(done.wait(limit));
     ASSERT_EQ(wrong, "");
+  }
+}
+
+TEST_F(ForkTests, TheRestOfADownloadIsTheParents) {
+  TARN_SKIP_FORK();
+  for (const char* event : {"didResume", "didWriteData", "didFinishDownloading"}) {
+    SCOPED_TRACE(event);
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(::pipe(pipe.data()), 0);
+    const auto delegate = std::make_shared<ForkingDelegate>(event, pipe[1]);
+    const auto session = URLSession::make(URLSessionConfiguration::ephemeral(), delegate);
+    const auto first = session->downloadTask(URLRequest(URL(server_.url("/file"))));
+    first->resume();
+    ASSERT_TRUE(delegate->written.wait(limit));
+    std::optional<Data> resumeData;
+    first->cancel([&](std::optional<Data> data) { resumeData = std::move(data); });
+    ASSERT_TRUE(delegate->done.wait(limit));
+    ASSERT_TRUE(resumeData.has_value());
+    delegate->isArmed = true;
+    session->downloadTask(*resumeData)->resume();
+    ASSERT_TRUE(delegate->done.wait(limit));
+    EXPECT_EQ(delegate->content, "0123456789");
+    session->finishTasksAndInvalidate();
+    ::close(pipe[1]);
+    std::array<char, 256> heard;
+    const auto count = ::read(pipe[0], heard.data(), heard.size());
+    ::close(pipe[0]);
+    EXPECT_EQ(std::string(heard.data(), count > 0 ? static_cast<std::size_t>(count) : 0), "");
+    int status = -1;
+    ASSERT_EQ(::waitpid(delegate->child, &status, 0), delegate->child);
+    EXPECT_EQ(status, 0);
   }
 }
 

@@ -3,6 +3,8 @@
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
 #include <Platform/URLLoading/URLResponse.hpp>
 
+#include <string_view>
+
 namespace tarn {
 
 /// The head of an HTTP answer. Immutable; shared between threads.

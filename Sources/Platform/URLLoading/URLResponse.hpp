@@ -20,11 +20,11 @@ class URLResponse {
   URLResponse& operator=(const URLResponse&) = delete;
 
   const URL& url() const noexcept { return url_; }
-  /// Lower case, without parameters; absent where the answer does not say.
+  /// A copy in lower case, without parameters; absent where the answer does not say.
   virtual std::optional<std::string> mimeType() const;
   /// Bytes of the body, or -1 where they are unknown, as for a decoded content coding.
   std::int64_t expectedContentLength() const noexcept { return expectedContentLength_; }
-  /// The charset of the answer in lower case; absent where the answer does not say.
+  /// A copy of the charset in lower case; absent where the answer does not say.
   virtual std::optional<std::string> textEncodingName() const;
   /// A name under which the body can be saved: never empty, never a path, at most 255 bytes.
   std::string suggestedFilename() const;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/URLLoading/URLSession.hpp>
+#include <TarnService/Transport/TaskKey.hpp>
 #include <TarnService/Transport/ThreadSafeDictionary.hpp>
 #include <TarnService/Transport/URLSessionTaskRef.hpp>
 

@@ -9,6 +9,9 @@ namespace tarn::detail {
 
 namespace {
 
+// What a text that is no task key is kept behind; the rest of a task key begins with a hyphen.
+constexpr char otherText = '?';
+
 std::size_t hashOf(std::string_view text) { return std::hash<std::string_view>()(text); }
 
 }  // namespace
@@ -29,13 +32,22 @@ TaskKey::TaskKey(std::int64_t identifier, std::string ownSuffix) : identifier_(i
   suffix_.reset(new TaskKeySuffix{std::move(ownSuffix), hash, false});
 }
 
+TaskKey::TaskKey(const TaskKey& other)
+    : identifier_(other.identifier_),
+      suffix_(other.suffix_->isShared ? other.suffix_.get() : new TaskKeySuffix(*other.suffix_)) {}
+
+std::string TaskKey::text() const {
+  const std::string& suffix = suffix_->text;
+  return suffix.front() == otherText ? suffix.substr(1) : std::to_string(identifier_) + suffix;
+}
+
 TaskKey TaskKey::read(std::string_view text) {
   std::int64_t identifier = 0;
   const auto end = std::from_chars(text.data(), text.data() + text.size(), identifier).ptr;
   std::string rest(end, text.data() + text.size());
   const bool isTaskKey = rest.starts_with('-') && text == std::to_string(identifier) + rest;
-  // A task key's rest begins with a hyphen, that of any other text does not.
-  return isTaskKey ? TaskKey(identifier, std::move(rest)) : TaskKey(0, "?" + std::string(text));
+  return isTaskKey ? TaskKey(identifier, std::move(rest))
+                   : TaskKey(0, otherText + std::string(text));
 }
 
 }  // namespace tarn::detail

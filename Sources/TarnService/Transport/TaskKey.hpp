@@ -30,6 +30,14 @@ class TaskKey {
   template <std::convertible_to<std::string_view> Text>
   TaskKey(const Text& text)  // NOLINT(google-explicit-constructor): stands for the text
       : TaskKey(read(text)) {}
+  TaskKey(const TaskKey& other);
+  TaskKey& operator=(const TaskKey& other) { return *this = TaskKey(other); }
+  TaskKey(TaskKey&&) noexcept = default;
+  TaskKey& operator=(TaskKey&&) noexcept = default;
+  ~TaskKey() = default;
+
+  /// As it is written, "7-TarnService.DataTaskProducer".
+  std::string text() const;
 
   std::size_t hash() const noexcept {
     return static_cast<std::size_t>(identifier_) + suffix_->hash;

@@ -27,15 +27,15 @@ struct Labelled<std::shared_ptr<T>> {
   using Type = T;
 };
 /// A value type may know a better form for its keys in the map, which they convert to, as its
-/// `Key`.
+/// `KeyInDictionary`.
 template <class Key, class Value>
-struct KeyInMap {
+struct KeyOf {
   using Type = Key;
 };
 template <class Key, class Value>
-requires(std::is_convertible_v<const Key&,
-                               typename Labelled<Value>::Type::Key>) struct KeyInMap<Key, Value> {
-  using Type = typename Labelled<Value>::Type::Key;
+requires(std::is_convertible_v<
+         const Key&, typename Labelled<Value>::Type::KeyInDictionary>) struct KeyOf<Key, Value> {
+  using Type = typename Labelled<Value>::Type::KeyInDictionary;
 };
 
 template <class T>
@@ -108,7 +108,7 @@ class ThreadSafeDictionary {
   const DispatchQueue& queue() const noexcept { return queue_; }
 
  private:
-  using Map = std::unordered_map<typename detail::KeyInMap<Key, Value>::Type, Value>;
+  using Map = std::unordered_map<typename detail::KeyOf<Key, Value>::Type, Value>;
 
   DispatchQueue queue_;
   mutable detail::PerProcess<Map> dictionary_;

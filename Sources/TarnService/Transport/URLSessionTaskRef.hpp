@@ -28,7 +28,7 @@ class URLSessionTaskRef {
   /// `data` for data and upload tasks, `file` for download tasks.
   using CompletionKind = std::variant<DataCompletion, FileCompletion>;
   /// The form in which the registry has its keys.
-  using Key = detail::TaskKey;
+  using KeyInDictionary = detail::TaskKey;
   /// Bytes done and bytes expected.
   using Progress = std::function<void(std::int64_t, std::int64_t)>;
 

@@ -113,6 +113,13 @@ TEST_F(HTTPTaskProducerTests, TheRegistryTellsAllTextsApart) {
     taskDictionary().set(key, records.back());
   }
   EXPECT_EQ(taskDictionary().count(), before + keys.size());
+  std::vector<std::string> texts;
+  taskDictionary().update([&](const auto& refs) {
+    const auto copy = refs;
+    for (const auto& [key, ref] : copy) texts.push_back(key.text());
+  });
+  EXPECT_THAT(texts, testing::IsSupersetOf(keys));
+  EXPECT_THAT(texts, testing::Contains("1-TarnService.DataTaskProducer"));
   for (std::size_t index = 0; index < keys.size(); ++index) {
     SCOPED_TRACE(keys[index]);
     EXPECT_EQ(taskDictionary()[keys[index]], records[index]);

@@ -83,19 +83,22 @@ std::optional<URLRequest> CurlDownloadTask::continueFrom(const HTTPURLResponse& 
 
 // -- On the queue
 
-void CurlDownloadTask::openFile() {
-  if (std::exchange(opened_, true)) return;
+/// False where the delegate has forked in between and this is the child: the file is the parent's.
+bool CurlDownloadTask::openFile() {
+  if (std::exchange(opened_, true)) return true;
   if (file_) {
+    const auto process = forkCount();
     tell("didResume", &URLSessionDelegate::didResume, static_cast<URLSessionDownloadTask&>(*this),
          continuedAt_, expectedSize_);
-    return;
+    return process == forkCount();
   }
   file_ = DownloadFile::create(directory_);
   if (const auto answer = response()) expectedSize_ = answer->expectedContentLength();
+  return true;
 }
 
 void CurlDownloadTask::takeBody(Data bytes) {
-  openFile();
+  if (!openFile()) return;
   file_->write(bytes.bytes(), bytes.size());
   tell("didWriteData", &URLSessionDelegate::didWriteData,
        static_cast<URLSessionDownloadTask&>(*this), static_cast<std::int64_t>(bytes.size()),
@@ -118,7 +121,7 @@ void CurlDownloadTask::putBackKeptPart() noexcept {
 }
 
 void CurlDownloadTask::completeBody() {
-  openFile();  // an empty body has a file too
+  if (!openFile()) return;  // an empty body has a file too
   if (continuedAt_ > 0 && file_->size() != expectedSize_) {
     throw URLError(URLError::networkConnectionLost, "The body ended too early.",
                    currentRequest().url().redacted());
@@ -127,12 +130,14 @@ void CurlDownloadTask::completeBody() {
 }
 
 void CurlDownloadTask::settled() noexcept {
+  const auto process = forkCount();
   if (!error()) {
     guarded("URL loading", [&] {
       tell("didFinishDownloading", &URLSessionDelegate::didFinishDownloading,
            static_cast<URLSessionDownloadTask&>(*this), URL::fileURL(file_->path()));
     });
   }
+  if (process != forkCount()) return;
   answerHandlers();
   putBackKeptPart();
   file_.reset();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/Dispatch/Mutex.hpp>
 #include <Platform/URLLoading/Curl/Task.hpp>
 #include <Platform/URLLoading/Detail/DownloadFile.hpp>
 #include <Platform/URLLoading/Detail/ResumeData.hpp>
@@ -30,7 +31,7 @@ class CurlDownloadTask final : public TaskFace<URLSessionDownloadTask> {
 
   std::optional<URLRequest> continueFrom(const HTTPURLResponse& answer);
   std::optional<URLRequest> startAfresh();
-  void openFile();
+  bool openFile();
   void putBackKeptPart() noexcept;
   std::optional<ResumeData> resumeData();
   void answerHandlers() noexcept TARN_EXCLUDES(handlersMutex_);

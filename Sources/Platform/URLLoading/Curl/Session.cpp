@@ -29,17 +29,17 @@ CurlSession::~CurlSession() {
 template <class Task, class... Arguments>
 std::shared_ptr<Task> CurlSession::makeTask(std::optional<URLError> refusal, URLRequest request,
                                             Arguments&&... arguments) {
-  std::shared_ptr<Task> task;  // should anything fail, it goes after the lock: it takes it
   const MutexLock lock(mutex_);
   if (phase_ != Phase::active) {
     refusal.emplace(URLError::cancelled, "The session is invalid.", request.url().redacted());
   }
   TaskSetup setup{++lastIdentifier_, shared_from_this(), delegate_.get(), std::move(refusal)};
-  task = std::make_shared<Task>(std::move(setup), std::move(request),
-                                std::forward<Arguments>(arguments)...);
+  auto task = std::make_shared<Task>(std::move(setup), std::move(request),
+                                     std::forward<Arguments>(arguments)...);
   if (phase_ != Phase::invalid) {
     tasks_.push_back(task.get());
     task->underWay_->place = tasks_.size() - 1;
+    task->underWay_->isListed = true;
   }
   return task;
 }
@@ -97,16 +97,16 @@ void CurlSession::finishTasksAndInvalidate() {
 }
 
 void CurlSession::retire(CurlTask& task) noexcept {
+  // One that could not be made whole is let go with the lock held.
+  if (!std::exchange(task.underWay_->isListed, false)) return;
   try {
     std::shared_ptr<URLSessionDelegate> delegate;
     {
       const MutexLock lock(mutex_);
-      auto& place = task.underWay_->place;
-      if (place == CurlTask::nowhere) return;
+      const auto place = task.underWay_->place;
       tasks_.back()->underWay_->place = place;
       tasks_[place] = tasks_.back();
       tasks_.pop_back();
-      place = CurlTask::nowhere;
       delegate = endIfIdle();
     }
     tellEnd(std::move(delegate));

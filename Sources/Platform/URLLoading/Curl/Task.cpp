@@ -287,23 +287,23 @@ void CurlTask::deliver() noexcept {
 // task.
 void CurlTask::deliver(TaskEvents& events) noexcept {
   auto& failure = underWay_->failure;
-  const auto process = forkCount();
+  const auto isHere = [process = forkCount()] { return process == forkCount(); };
   if (events.waiting) {
     tell("taskIsWaitingForConnectivity", &URLSessionDelegate::taskIsWaitingForConnectivity, face());
   }
-  if (events.challenge) askDelegate(*events.challenge);
-  if (events.redirect) askDelegate(*events.redirect);
-  if (process != forkCount()) return;
-  if (!events.data.empty() && !failure) {
+  if (events.challenge && isHere()) askDelegate(*events.challenge);
+  if (events.redirect && isHere()) askDelegate(*events.redirect);
+  if (!events.data.empty() && isHere() && !failure) {
     attempt([&] { takeBody(std::move(events.data)); });
-    if (process != forkCount()) return;
-    if (failure) guarded("URL loading", [&] { post(&CurlTask::giveUp); });
+    if (isHere() && failure) guarded("URL loading", [&] { post(&CurlTask::giveUp); });
   }
-  if (!events.completed) return;
+  if (!events.completed || !isHere()) return;
   if (!failure) failure = std::move(events.error);
   if (!failure) attempt([&] { completeBody(); });
+  if (!isHere()) return;
   settle();
   settled();
+  if (!isHere()) return;
   tell("didComplete", &URLSessionDelegate::didComplete, face(), error());
 }
 

@@ -123,7 +123,6 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
 
  private:
   friend class CurlSession;
-  static constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
 
   /// What a task needs until its last event has been told.
   struct UnderWay {
@@ -131,7 +130,8 @@ class CurlTask : public std::enable_shared_from_this<CurlTask> {
 
     const std::shared_ptr<CurlSession> session;  // it holds its delegate for as long
     URLSessionDelegate* const delegate;
-    std::size_t place = nowhere;  // among the session's tasks, under the session's lock
+    bool isListed = false;  // among the session's tasks; written by who makes or retires this one
+    std::size_t place = 0;  // there, under the session's lock
     Mailbox mailbox;
 
     // On the loop thread only.

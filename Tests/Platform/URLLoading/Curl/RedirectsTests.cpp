@@ -6,6 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <string>
+#include <thread>
+#include <utility>
 
 namespace tarn::test {
 namespace {
@@ -71,6 +74,37 @@ INSTANTIATE_TEST_SUITE_P(
                     MethodRow{"PUT", {"PUT", "PUT", "GET", "PUT", "PUT"}},
                     MethodRow{"PATCH", {"PATCH", "PATCH", "GET", "PATCH", "PATCH"}},
                     MethodRow{"DELETE", {"DELETE", "DELETE", "GET", "DELETE", "DELETE"}}));
+
+TEST(Redirects, ATaskCanBeAskedMeanwhile) {
+  constexpr int steps = 15;
+  ScriptedServer server;
+  for (int i = 0; i < steps; ++i) {
+    server.route("/" + std::to_string(i), redirect(302, "/" + std::to_string(i + 1)));
+  }
+  server.route("/" + std::to_string(steps), Script().respond(200, {}, "there"));
+  RecordedSession session;
+  const auto task = session->dataTask(RecordedSession::request(server.url("/0")));
+  bool wasComplete = true;  // whatever was seen of it
+  std::size_t addresses = 0;
+  std::thread asks([&] {
+    std::string last;
+    for (bool isOver = false; !isOver;) {
+      isOver = task->state() == URLSessionTask::State::completed;
+      const auto address = task->currentRequest().url().absoluteString();
+      wasComplete = wasComplete && address.starts_with(server.url("/"));
+      if (std::exchange(last, address) != address) ++addresses;
+      const auto response = task->response();
+      wasComplete = wasComplete && (!response || response->url().lastPathComponent() == "15");
+      wasComplete = wasComplete && !task->error();
+    }
+  });
+  const auto loaded = session.finished(session.start(task));
+  asks.join();
+  EXPECT_EQ(loaded.code(), 0);
+  EXPECT_TRUE(wasComplete);
+  EXPECT_GE(addresses, 1u);
+  EXPECT_EQ(task->currentRequest().url().absoluteString(), server.url("/15"));
+}
 
 TEST(Redirects, OtherAnswersAreTheOutcome) {
   ScriptedServer server;
