@@ -88,7 +88,7 @@ TEST_F(MemoryTests, WhatFinishedRequestsLeaveIsSmallAndGoesWithTheReset) {
   sendBatch(server);
   const std::size_t second = bytesInUse();
   EXPECT_GT(second, first + 500 * count) << "the records are gone without a reset";
-  EXPECT_LT(second, first + 2500 * count);
+  EXPECT_LT(second, first + 1200 * count);
   // From here on each batch takes the places of the first: nothing grows.
   for (int round = 0; round < 2; ++round) {
     resetDefaultTaskProducers();
