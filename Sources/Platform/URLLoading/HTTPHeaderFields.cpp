@@ -36,10 +36,8 @@ HTTPHeaderFields::Sizes HTTPHeaderFields::Sizes::of(std::size_t name, std::size_
 }
 
 std::optional<std::string_view> HTTPHeaderFields::value(std::string_view name) const noexcept {
-  for (const auto& [present, value] : *this) {
-    if (equalsIgnoringCase(present, name)) return value;
-  }
-  return std::nullopt;
+  const auto field = find(name);
+  return field == end() ? std::nullopt : std::optional(field->second);
 }
 
 void HTTPHeaderFields::add(std::string_view name, std::string_view value) {

@@ -7,7 +7,6 @@
 #include <TarnService/Transport/QueueLabel.hpp>
 #include <TarnService/Transport/ServerTrust.hpp>
 
-#include <functional>
 #include <stdexcept>
 #include <utility>
 

@@ -5,7 +5,6 @@
 #include <TarnService/Transport/TaskKey.hpp>
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
