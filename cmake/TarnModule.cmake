@@ -29,6 +29,7 @@ function(tarn_build_flags target)
   if(TARN_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${TARN_SANITIZE} -fno-omit-frame-pointer
       -fno-sanitize-recover=all)
+    target_compile_definitions(${target} PRIVATE TARN_SANITIZED)
     # Between the sanitizers' checks, GCC 12 loses sight of which alternative of an optional or variant is engaged and
     # how long a string is, at times depending on the length of a path. The other builds treat warnings as errors.
     target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized;-Wno-array-bounds;-Wno-stringop-overflow>)

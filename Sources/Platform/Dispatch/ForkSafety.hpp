@@ -63,6 +63,16 @@ class NoForkScope {
 /// How many forks lie between the program's start and this process.
 inline std::uint32_t forkCount() noexcept { return forks.load(std::memory_order_relaxed); }
 
+/// The process that this was made in.
+class ProcessMark {
+ public:
+  /// False in a child that was forked since.
+  bool isCurrent() const noexcept { return count_ == forkCount(); }
+
+ private:
+  std::uint32_t count_ = forkCount();
+};
+
 /// Has `function` called in the child of each fork from now on, in the order of these calls, before
 /// fork() returns. For the objects of the process, a few.
 void callInChild(void (*function)() noexcept) noexcept;
@@ -74,17 +84,17 @@ class PerProcess {
  public:
   PerProcess() : value_() {}
   ~PerProcess() {
-    if (process_ == forkCount()) value_.~T();
+    if (process_.isCurrent()) value_.~T();
   }
   PerProcess(const PerProcess&) = delete;
   PerProcess& operator=(const PerProcess&) = delete;
 
   /// Makes a new value where the present one is another process's; true where it did.
   bool renew() noexcept(std::is_nothrow_default_constructible_v<T>) {
-    if (process_ == forkCount()) [[likely]]
+    if (process_.isCurrent()) [[likely]]
       return false;
     ::new (static_cast<void*>(std::addressof(value_))) T();
-    process_ = forkCount();
+    process_ = {};
     return true;
   }
 
@@ -101,7 +111,7 @@ class PerProcess {
   union {
     T value_;
   };
-  std::uint32_t process_ = forkCount();
+  ProcessMark process_;
 };
 
 }  // namespace tarn::detail

@@ -18,13 +18,7 @@ HTTPHeaderFields::HTTPHeaderFields(std::initializer_list<value_type> fields)
     : HTTPHeaderFields(std::span(fields.begin(), fields.size())) {}
 
 HTTPHeaderFields::HTTPHeaderFields(std::span<const value_type> fields) {
-  std::size_t characters = 0;
-  for (const auto& [name, value] : fields) {
-    const Sizes sizes = Sizes::of(name.size(), value.size());
-    characters += std::size_t{sizes.name} + sizes.value;
-  }
   detail::HeaderFieldsBuilder builder;
-  builder.reserve(fields.size(), characters);
   for (const auto& [name, value] : fields) builder.add(name, value);
   *this = builder.take();
 }

@@ -35,9 +35,8 @@ std::string_view HTTPURLResponse::contentType() const noexcept {
   return headerFields_.value("Content-Type").value_or("");
 }
 
-std::optional<std::string> HTTPURLResponse::mimeType() const {
-  const auto type = detail::withoutParameters(contentType());
-  return type.empty() ? std::nullopt : std::optional(detail::lowercased(type));
+std::string_view HTTPURLResponse::declaredType() const noexcept {
+  return detail::withoutParameters(contentType());
 }
 
 std::optional<std::string> HTTPURLResponse::textEncodingName() const {

@@ -20,11 +20,11 @@ class HTTPURLResponse final : public URLResponse {
   int statusCode() const noexcept { return statusCode_; }
   const std::string& httpVersion() const noexcept { return httpVersion_; }
   const HTTPHeaderFields& allHeaderFields() const noexcept { return headerFields_; }
-  std::optional<std::string> mimeType() const override;
   std::optional<std::string> textEncodingName() const override;
 
  private:
   std::string_view contentType() const noexcept;
+  std::string_view declaredType() const noexcept override;
   std::optional<std::string> declaredFilename() const override;
 
   int statusCode_;

@@ -1,3 +1,4 @@
+#include <Platform/URLLoading/Detail/FieldValues.hpp>
 #include <Platform/URLLoading/Detail/SuggestedFilename.hpp>
 #include <Platform/URLLoading/URLResponse.hpp>
 
@@ -21,15 +22,21 @@ URLResponse::URLResponse(URL url, std::int64_t expectedContentLength)
 URLResponse::~URLResponse() = default;
 
 std::optional<std::string> URLResponse::mimeType() const {
-  return type_ ? type_->mimeType : std::nullopt;
+  const auto type = declaredType();
+  return type.empty() ? std::nullopt : std::optional(detail::lowercased(type));
+}
+
+std::string_view URLResponse::declaredType() const noexcept {
+  return type_ && type_->mimeType ? std::string_view(*type_->mimeType) : std::string_view();
 }
 
 std::optional<std::string> URLResponse::textEncodingName() const {
-  return type_ ? type_->textEncodingName : std::nullopt;
+  if (!type_ || !type_->textEncodingName) return std::nullopt;
+  return detail::lowercased(*type_->textEncodingName);
 }
 
 std::string URLResponse::suggestedFilename() const {
-  return detail::suggestedFilename(declaredFilename(), url_, mimeType());
+  return detail::suggestedFilename(declaredFilename(), url_, declaredType());
 }
 
 }  // namespace tarn

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace tarn {
 
@@ -21,7 +22,7 @@ class URLResponse {
 
   const URL& url() const noexcept { return url_; }
   /// A copy in lower case, without parameters; absent where the answer does not say.
-  virtual std::optional<std::string> mimeType() const;
+  std::optional<std::string> mimeType() const;
   /// Bytes of the body, or -1 where they are unknown, as for a decoded content coding.
   std::int64_t expectedContentLength() const noexcept { return expectedContentLength_; }
   /// A copy of the charset in lower case; absent where the answer does not say.
@@ -33,6 +34,8 @@ class URLResponse {
   /// Of an answer that tells its type by itself.
   URLResponse(URL url, std::int64_t expectedContentLength);
 
+  /// The type as the answer gives it, without parameters; empty where it does not say.
+  virtual std::string_view declaredType() const noexcept;
   /// The name that the answer itself gives, before it is made safe.
   virtual std::optional<std::string> declaredFilename() const { return std::nullopt; }
 

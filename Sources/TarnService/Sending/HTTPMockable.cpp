@@ -22,8 +22,8 @@ const URL& placeholder() noexcept {
 
 std::string filename(const MockValues& values, const HTTPURLResponse& response) {
   if (!values.suggestedFilename && !values.mimeType) return response.suggestedFilename();
-  return suggestedFilename(values.suggestedFilename, response.url(),
-                           values.mimeType ? values.mimeType : response.mimeType());
+  const auto type = values.mimeType ? values.mimeType : response.mimeType();
+  return suggestedFilename(values.suggestedFilename, response.url(), type.value_or(""));
 }
 
 }  // namespace

@@ -36,6 +36,16 @@ TEST(HTTPURLResponse, TakesTypeAndCharsetFromTheContentType) {
   EXPECT_EQ(response({}).textEncodingName(), std::nullopt);
 }
 
+TEST(HTTPURLResponse, AnswersOfOtherSchemesSpellTheirTypeAlike) {
+  const URLResponse file(URL("file:///tmp/list"), "Text/HTML", 7, "UTF-8");
+  EXPECT_EQ(file.mimeType(), "text/html");
+  EXPECT_EQ(file.textEncodingName(), "utf-8");
+  EXPECT_EQ(file.suggestedFilename(), "list.html");
+  const URLResponse untyped(URL("file:///tmp/list"), std::nullopt, 7, std::nullopt);
+  EXPECT_EQ(untyped.mimeType(), std::nullopt);
+  EXPECT_EQ(untyped.textEncodingName(), std::nullopt);
+}
+
 TEST(HTTPURLResponse, TakesTheLengthFromTheFieldsUnlessTold) {
   struct Row {
     const char* value;
@@ -93,6 +103,7 @@ TEST_P(SuggestedFilename, IsAlwaysUsable) {
 }
 
 const char* const site = "https://example.com/";
+const std::string longType = "text/" + std::string(1000, 'x');
 
 INSTANTIATE_TEST_SUITE_P(
     Sources, SuggestedFilename,
@@ -107,7 +118,9 @@ INSTANTIATE_TEST_SUITE_P(
         FilenameRow{site, "attachment; filename=\"x.bin\"", nullptr, "x.bin"},
         FilenameRow{site, "attachment; filename=x.bin", "text/html", "x.bin"},
         FilenameRow{site, "attachment; FILENAME=\"x\"", "application/json; a=b", "x.json"},
-        FilenameRow{site, "attachment", "text/plain", "example.com.txt"}));
+        FilenameRow{site, "attachment", "text/plain", "example.com.txt"},
+        FilenameRow{site, "attachment", "Text/PLAIN", "example.com.txt"},
+        FilenameRow{site, "attachment", longType.c_str(), "example.com"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Dispositions, SuggestedFilename,

@@ -87,10 +87,10 @@ std::optional<URLRequest> CurlDownloadTask::continueFrom(const HTTPURLResponse& 
 bool CurlDownloadTask::openFile() {
   if (std::exchange(opened_, true)) return true;
   if (file_) {
-    const auto process = forkCount();
+    const ProcessMark process;
     tell("didResume", &URLSessionDelegate::didResume, static_cast<URLSessionDownloadTask&>(*this),
          continuedAt_, expectedSize_);
-    return process == forkCount();
+    return process.isCurrent();
   }
   file_ = DownloadFile::create(directory_);
   if (const auto answer = response()) expectedSize_ = answer->expectedContentLength();
@@ -130,14 +130,14 @@ void CurlDownloadTask::completeBody() {
 }
 
 void CurlDownloadTask::settled() noexcept {
-  const auto process = forkCount();
+  const ProcessMark process;
   if (!error()) {
     guarded("URL loading", [&] {
       tell("didFinishDownloading", &URLSessionDelegate::didFinishDownloading,
            static_cast<URLSessionDownloadTask&>(*this), URL::fileURL(file_->path()));
     });
   }
-  if (process != forkCount()) return;
+  if (!process.isCurrent()) return;
   answerHandlers();
   putBackKeptPart();
   file_.reset();

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 namespace tarn::detail {
 
@@ -12,9 +13,6 @@ namespace {
 // exhaust memory.
 constexpr std::size_t mostLines = 5000;
 constexpr std::size_t mostBytes = 1024 * 1024;
-
-constexpr std::size_t usualFields = 16;
-constexpr std::size_t usualText = 512;
 
 // libcurl takes "5abc", "+5" and numbers that overflow; two readers of one message must not differ
 // on its length.
@@ -36,7 +34,7 @@ HeadParser::Event HeadParser::line(std::string_view text) {
   if (++lines_ > mostLines || bytes_ > mostBytes) return refuse("too many header lines");
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
   if (complete_) return Event::none;
-  if (!inBlock_) return startBlock(text);
+  if (!block_) return startBlock(text);
   if (text.empty()) return endBlock();
   return addField(text);
 }
@@ -51,9 +49,8 @@ bool HeadParser::bodyEndsWithConnection() const noexcept {
 
 HeadParser::Event HeadParser::startBlock(std::string_view line) {
   if (!line.starts_with("HTTP/")) return refuse("the answer does not begin with a status line");
-  started_ = inBlock_ = true;
-  block_ = {};
-  block_.reserve(usualFields, usualText);
+  started_ = true;
+  block_ = std::make_unique<HeaderFieldsBuilder>();
   mayFold_ = false;
   contentLength_.reset();
   const auto versionEnd = std::min(line.find(' '), line.size());
@@ -65,11 +62,11 @@ HeadParser::Event HeadParser::startBlock(std::string_view line) {
 }
 
 HeadParser::Event HeadParser::endBlock() {
-  inBlock_ = false;
+  const auto block = std::exchange(block_, nullptr);
   // Nobody asked to switch protocols, and what would follow is not HTTP.
   if (statusCode_ == 101) return refuse("the server switched protocols unasked");
   if (statusCode_ < 200) return Event::none;
-  fields_ = block_.take();
+  fields_ = block->take();
   transferCoded_ = fields_.contains("Transfer-Encoding");
   complete_ = true;
   return Event::headComplete;
@@ -78,8 +75,8 @@ HeadParser::Event HeadParser::endBlock() {
 HeadParser::Event HeadParser::addField(std::string_view line) {
   if (isBlank(line.front())) {
     if (mayFold_) {
-      block_.extend(" ");
-      block_.extend(trimmed(line));
+      block_->extend(" ");
+      block_->extend(trimmed(line));
     }
     return Event::none;
   }
@@ -93,10 +90,10 @@ HeadParser::Event HeadParser::addField(std::string_view line) {
     const auto length = strictLength(value);
     if (!length) return refuse("Content-Length is not a number");
     if (contentLength_ && contentLength_ != length) return refuse("two Content-Lengths differ");
-    if (!contentLength_) block_.add(name, value);
+    if (!contentLength_) block_->add(name, value);
     contentLength_ = length;
   } else if (!name.empty()) {
-    block_.add(name, value);
+    block_->add(name, value);
   }
   return Event::none;
 }

@@ -4,6 +4,7 @@
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,13 +44,12 @@ class HeadParser {
   Event refuse(const char* reason) noexcept;
 
   bool started_ = false;
-  bool inBlock_ = false;
   bool complete_ = false;
   int statusCode_ = 0;
   std::string httpVersion_;
   HTTPHeaderFields fields_;
-  HeaderFieldsBuilder block_;  // the block being read
-  bool mayFold_ = false;       // whether the last field may go on in the next line
+  std::unique_ptr<HeaderFieldsBuilder> block_;  // the block being read; null between two
+  bool mayFold_ = false;                        // whether the last field may go on in the next line
   std::optional<std::int64_t> contentLength_;
   bool transferCoded_ = false;
   std::size_t lines_ = 0;

@@ -266,9 +266,9 @@ void CurlTask::deliver() noexcept {
   auto events = underWay_->mailbox.take();
   const std::size_t bytes = events->data.size();
   const bool last = events->completed;
-  const auto process = forkCount();
+  const ProcessMark process;
   deliver(*events);
-  if (process != forkCount()) return;
+  if (!process.isCurrent()) return;
   events.reset();
   if (last) {
     underWay_->session->retire(*this);
@@ -287,23 +287,23 @@ void CurlTask::deliver() noexcept {
 // task.
 void CurlTask::deliver(TaskEvents& events) noexcept {
   auto& failure = underWay_->failure;
-  const auto isHere = [process = forkCount()] { return process == forkCount(); };
+  const ProcessMark process;
   if (events.waiting) {
     tell("taskIsWaitingForConnectivity", &URLSessionDelegate::taskIsWaitingForConnectivity, face());
   }
-  if (events.challenge && isHere()) askDelegate(*events.challenge);
-  if (events.redirect && isHere()) askDelegate(*events.redirect);
-  if (!events.data.empty() && isHere() && !failure) {
+  if (events.challenge && process.isCurrent()) askDelegate(*events.challenge);
+  if (events.redirect && process.isCurrent()) askDelegate(*events.redirect);
+  if (!events.data.empty() && process.isCurrent() && !failure) {
     attempt([&] { takeBody(std::move(events.data)); });
-    if (isHere() && failure) guarded("URL loading", [&] { post(&CurlTask::giveUp); });
+    if (process.isCurrent() && failure) guarded("URL loading", [&] { post(&CurlTask::giveUp); });
   }
-  if (!events.completed || !isHere()) return;
+  if (!events.completed || !process.isCurrent()) return;
   if (!failure) failure = std::move(events.error);
   if (!failure) attempt([&] { completeBody(); });
-  if (!isHere()) return;
+  if (!process.isCurrent()) return;
   settle();
   settled();
-  if (!isHere()) return;
+  if (!process.isCurrent()) return;
   tell("didComplete", &URLSessionDelegate::didComplete, face(), error());
 }
 

@@ -10,6 +10,7 @@
 #include <Platform/URLLoading/Curl/RouteMonitor.hpp>
 #include <Platform/URLLoading/Curl/TimerHeap.hpp>
 #include <Platform/URLLoading/Detail/Origin.hpp>
+#include <Platform/URLLoading/Detail/Recycled.hpp>
 #include <Platform/URLLoading/Detail/RequestBody.hpp>
 #include <Platform/URLLoading/HTTPURLResponse.hpp>
 #include <Platform/URLLoading/URLAuthenticationChallenge.hpp>
@@ -34,7 +35,7 @@ struct Failure;
 ///
 /// On the loop thread only. Owned by its task and keeps it alive; `finish` ends both, so nothing
 /// may be touched after it.
-class Transfer final : private Timer, private RouteWaiter {
+class Transfer final : public Recycled<Transfer>, private Timer, private RouteWaiter {
  public:
   Transfer(std::shared_ptr<CurlTask> task, std::shared_ptr<SessionCore> core);
   ~Transfer() override;

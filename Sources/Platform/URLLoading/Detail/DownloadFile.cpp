@@ -95,7 +95,7 @@ class UnfinishedFiles {
 DownloadFile::DownloadFile(std::string path) : path_(std::move(path)) {}
 
 DownloadFile::~DownloadFile() {
-  if (process_ != forkCount()) return;  // the file is the parent's
+  if (!process_.isCurrent()) return;  // the file is the parent's
   if (!kept_) unlink(path_.c_str());
   UnfinishedFiles::shared().remove(path_);
 }
@@ -183,7 +183,7 @@ void DownloadFile::keep() {
 }
 
 void DownloadFile::putBack() noexcept {
-  if (keptSize_ == 0 || !descriptor_.isOpen() || process_ != forkCount()) return;
+  if (keptSize_ == 0 || !descriptor_.isOpen() || !process_.isCurrent()) return;
   if (ftruncate(descriptor_.get(), keptSize_) != 0) return;
   kept_ = UnfinishedFiles::shared().moveOut(path_, keptPath_);
 }

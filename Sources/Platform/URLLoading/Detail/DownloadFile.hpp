@@ -52,7 +52,7 @@ class DownloadFile {
   explicit DownloadFile(std::string path);
 
   const std::string path_;
-  const std::uint32_t process_ = forkCount();
+  const ProcessMark process_;
   Descriptor descriptor_;
   std::int64_t size_ = 0;
   bool kept_ = false;

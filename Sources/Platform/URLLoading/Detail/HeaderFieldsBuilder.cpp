@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstring>
 #include <functional>
-#include <memory_resource>
 #include <utility>
 #include <vector>
 
@@ -43,8 +42,8 @@ bool haveSameName(Place left, Place right) noexcept {
 
 }  // namespace
 
-void HeaderFieldsBuilder::reserve(std::size_t fields, std::size_t characters) {
-  text_.reserve(fields * sizeof(HTTPHeaderFields::Sizes) + characters);
+HeaderFieldsBuilder::HeaderFieldsBuilder() {
+  text_.reserve(nearby_.size() - 1);  // and the null that a string ends with
 }
 
 void HeaderFieldsBuilder::add(std::string_view name, std::string_view value) {
@@ -84,7 +83,7 @@ HTTPHeaderFields HeaderFieldsBuilder::take() {
 // Each value is written once, however many parts it is joined from.
 Data HeaderFieldsBuilder::joined(const HTTPHeaderFields& fields, std::span<const Place> sorted) {
   HeaderFieldsBuilder result;
-  result.reserve(0, fields.text_.size());
+  result.text_.reserve(fields.text_.size());
   for (auto field = fields.begin(); field != fields.end(); ++field) {
     auto same = std::lower_bound(sorted.begin(), sorted.end(), field, namePrecedes);
     if (*same != field) continue;  // it is not the first of its name

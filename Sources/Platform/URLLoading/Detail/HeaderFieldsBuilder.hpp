@@ -1,8 +1,11 @@
 #pragma once
 
+#include <Platform/URLLoading/Detail/Recycled.hpp>
 #include <Platform/URLLoading/HTTPHeaderFields.hpp>
 
+#include <array>
 #include <cstddef>
+#include <memory_resource>
 #include <span>
 #include <string>
 #include <string_view>
@@ -10,10 +13,9 @@
 namespace tarn::detail {
 
 /// Puts header fields together that come one after another.
-class HeaderFieldsBuilder {
+class HeaderFieldsBuilder final : public Recycled<HeaderFieldsBuilder> {
  public:
-  /// Makes room for so many fields with so many characters in all.
-  void reserve(std::size_t fields, std::size_t characters);
+  HeaderFieldsBuilder();
   /// Throws std::length_error where a text is longer than 2^32 - 1 bytes.
   void add(std::string_view name, std::string_view value);
   /// Adds to the value of the last field; there must be one.
@@ -26,7 +28,10 @@ class HeaderFieldsBuilder {
   static Data joined(const HTTPHeaderFields& fields,
                      std::span<const HTTPHeaderFields::const_iterator> sorted);
 
-  std::string text_;
+  // Most heads find room in here; there is one of these for each head that is being read, no more.
+  std::array<std::byte, 704> nearby_;
+  std::pmr::monotonic_buffer_resource memory_{nearby_.data(), nearby_.size()};
+  std::pmr::string text_{&memory_};
   std::size_t last_ = 0;  // where the last field begins
   std::size_t count_ = 0;
 };

@@ -1,5 +1,6 @@
 #include <Platform/Types/Data.hpp>
 #include <Platform/Types/URL.hpp>
+#include <Platform/URLLoading/Detail/FieldValues.hpp>
 #include <Platform/URLLoading/Detail/SuggestedFilename.hpp>
 
 #include <algorithm>
@@ -106,16 +107,22 @@ std::string shortened(std::string name) {
   return name + suffix;
 }
 
-}  // namespace
-
+// Without the dot; empty where none is known.
 std::string_view usualExtension(std::string_view mimeType) noexcept {
-  const auto entry = std::lower_bound(extensions.begin(), extensions.end(), mimeType,
-                                      [](const auto& row, auto type) { return row.first < type; });
-  return entry != extensions.end() && entry->first == mimeType ? entry->second : std::string_view();
+  std::array<char, 80> buffer;  // longer than any type of the table
+  if (mimeType.size() > buffer.size()) return {};
+  std::transform(mimeType.begin(), mimeType.end(), buffer.begin(),
+                 [](char c) { return lowercased(c); });
+  const std::string_view type(buffer.data(), mimeType.size());
+  const auto entry = std::lower_bound(extensions.begin(), extensions.end(), type,
+                                      [](const auto& row, auto text) { return row.first < text; });
+  return entry != extensions.end() && entry->first == type ? entry->second : std::string_view();
 }
 
+}  // namespace
+
 std::string suggestedFilename(std::optional<std::string> declared, const URL& url,
-                              const std::optional<std::string>& mimeType) {
+                              std::string_view mimeType) {
   std::string name = std::move(declared).value_or("");
   bool usable = makeUsable(name);
   if (!usable) {
@@ -128,11 +135,10 @@ std::string suggestedFilename(std::optional<std::string> declared, const URL& ur
     name = url.host().value_or("");
     if (!makeUsable(name)) name = "Unknown";
   }
-  if (!hasExtension && mimeType) {
-    if (const auto extension = usualExtension(*mimeType); !extension.empty()) {
-      if (name.back() != '.') name.push_back('.');
-      name.append(extension);
-    }
+  if (hasExtension) return shortened(std::move(name));
+  if (const auto extension = usualExtension(mimeType); !extension.empty()) {
+    if (name.back() != '.') name.push_back('.');
+    name.append(extension);
   }
   return shortened(std::move(name));
 }
