@@ -72,7 +72,7 @@ def package_versions() -> dict[str, str | None]:
 def measure(runner: Runner, workload: Workload, clients: list[str], repetitions: int, counts: bool) -> dict:
     """The summary of each client, or none where it cannot do the workload."""
     runs: dict[str, list] = {client: [] for client in clients}
-    for repetition in range(repetitions):
+    for repetition in range(repetitions * workload.runs):
         for client in clients if repetition % 2 == 0 else reversed(clients):
             runs[client].append(runner.measure(client, workload))
     result = {client: report.summarise(runs[client]) if runs[client][0] else None for client in clients}

@@ -24,6 +24,15 @@ TEST(QuickstartTests, PrintsAnAnswerARefusalAndADocumentThatDoesNotFit) {
 
 class QuickstartAgainstNginxTests : public testing::Test {
  protected:
+  // The program finds the authority in its environment. This process may have read its trusted
+  // authorities before, and a process does so once.
+  QuickstartAgainstNginxTests() {
+    const std::string anchor = directory_.file("anchor.der");
+    writeFile(anchor, TestAuthority::der(authority_.caFile()));
+    TarnService::debugCertificateURLs = {URL::fileURL(anchor)};
+  }
+  ~QuickstartAgainstNginxTests() override { TarnService::debugCertificateURLs.reset(); }
+
   // Puts the file that the program asks for there, by the library itself, and runs the program.
   static std::string outputAgainst(const std::string& folder, const std::string& httpVersion) {
     Collector<DataResponse> responses;
@@ -39,26 +48,25 @@ class QuickstartAgainstNginxTests : public testing::Test {
       "nobody: HTTPStatus: notFound:404 is unacceptable\n"
       "grace: HTTPStatus: notFound:404 is unacceptable\n";
 
-  // One for all tests: a process reads its trusted authorities once.
-  static TestAuthority& authority() {
-    static TestAuthority shared;
-    static const ScopedEnvironment trust("SSL_CERT_FILE", shared.caFile());
-    return shared;
-  }
+  TestAuthority authority_;
+
+ private:
+  const ScopedEnvironment trust_{"SSL_CERT_FILE", authority_.caFile()};
+  const TemporaryDirectory directory_;
 };
 
 TEST_F(QuickstartAgainstNginxTests, OverHTTP) {
-  const NginxServer nginx(authority());
+  const NginxServer nginx(authority_);
   EXPECT_EQ(outputAgainst(nginx.url("/upload"), "HTTP/1.1"), expected);
 }
 
 TEST_F(QuickstartAgainstNginxTests, OverHTTPSAndHTTP1) {
-  const NginxServer nginx(authority(), 1, false);
+  const NginxServer nginx(authority_, 1, false);
   EXPECT_EQ(outputAgainst(nginx.secureUrl("/upload"), "HTTP/1.1"), expected);
 }
 
 TEST_F(QuickstartAgainstNginxTests, OverHTTPSAndHTTP2) {
-  const NginxServer nginx(authority());
+  const NginxServer nginx(authority_);
   EXPECT_EQ(outputAgainst(nginx.secureUrl("/upload"), "HTTP/2"), expected);
 }
 
