@@ -30,7 +30,7 @@ FOLDER_BYTES = 3 << 30  # the file that is served, one downloaded or uploaded, a
 def parse_options() -> argparse.Namespace:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--quick", action="store_true",
-                        help="fewer requests, three repetitions, no benchmarks of single parts")
+                        help="fewer requests and repetitions, no benchmarks of single parts")
     parser.add_argument("--only", metavar="WORKLOAD", action="append", choices=[w.key for w in WORKLOADS],
                         help="this workload and no other; may be repeated: " + ", ".join(w.key for w in WORKLOADS))
     parser.add_argument("--clients", metavar="A,B", type=lambda text: text.split(","), default=list(CLIENTS),
@@ -109,8 +109,11 @@ def run_workloads(options: argparse.Namespace, folder: Path, result: dict) -> li
             if options.only and workload.key not in options.only:
                 continue
             clients = measure(runner, workload, options.clients, result["repetitions"], not options.no_instructions)
-            result["workloads"][workload.key] = {"title": workload.title, "clients": clients}
-            tables.append(f"**{workload.title}**\n\n{report.workload_table(workload, clients)}")
+            title = workload.title
+            if workload.runs > 1:
+                title += f", {result['repetitions'] * workload.runs} runs"
+            result["workloads"][workload.key] = {"title": title, "clients": clients}
+            tables.append(f"**{title}**\n\n{report.workload_table(workload, clients)}")
             print(f"\n{tables[-1]}", flush=True)
     return tables
 

@@ -145,7 +145,7 @@ def machine_lines(result: dict) -> str:
     machine = result["machine"]
     versions = ", ".join(f"{name} {version}" for name, version in result["versions"].items() if version)
     return (f"{machine['cpu']}, {machine['cores']} cores, {machine['kernel']}, {machine['compiler']}. {versions}. "
-            f"Medians of {result['repetitions']} runs, of three times as many for the files of 1 GiB.")
+            f"Medians of {result['repetitions']} runs where a table does not say another number.")
 
 
 def write_documentation(path: Path, result: dict, tables: list[str]) -> None:

@@ -27,12 +27,13 @@ std::optional<std::string> URLResponse::mimeType() const {
 }
 
 std::string_view URLResponse::declaredType() const noexcept {
-  return type_ && type_->mimeType ? std::string_view(*type_->mimeType) : std::string_view();
+  if (!type_ || !type_->mimeType) return {};
+  return detail::withoutParameters(*type_->mimeType);
 }
 
 std::optional<std::string> URLResponse::textEncodingName() const {
-  if (!type_ || !type_->textEncodingName) return std::nullopt;
-  return detail::lowercased(*type_->textEncodingName);
+  const bool isKnown = type_ && !type_->textEncodingName.value_or("").empty();
+  return isKnown ? std::optional(detail::lowercased(*type_->textEncodingName)) : std::nullopt;
 }
 
 std::string URLResponse::suggestedFilename() const {

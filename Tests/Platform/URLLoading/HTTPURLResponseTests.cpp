@@ -37,13 +37,16 @@ TEST(HTTPURLResponse, TakesTypeAndCharsetFromTheContentType) {
 }
 
 TEST(HTTPURLResponse, AnswersOfOtherSchemesSpellTheirTypeAlike) {
-  const URLResponse file(URL("file:///tmp/list"), "Text/HTML", 7, "UTF-8");
+  const URLResponse file(URL("file:///tmp/list"), "Text/HTML; charset=UTF-8", 7, "UTF-8");
   EXPECT_EQ(file.mimeType(), "text/html");
   EXPECT_EQ(file.textEncodingName(), "utf-8");
   EXPECT_EQ(file.suggestedFilename(), "list.html");
-  const URLResponse untyped(URL("file:///tmp/list"), std::nullopt, 7, std::nullopt);
-  EXPECT_EQ(untyped.mimeType(), std::nullopt);
-  EXPECT_EQ(untyped.textEncodingName(), std::nullopt);
+  for (const std::optional<std::string>& nothing : {std::optional<std::string>(), {""}}) {
+    const URLResponse untyped(URL("file:///tmp/list"), nothing, 7, nothing);
+    EXPECT_EQ(untyped.mimeType(), std::nullopt);
+    EXPECT_EQ(untyped.textEncodingName(), std::nullopt);
+    EXPECT_EQ(untyped.suggestedFilename(), "list");
+  }
 }
 
 TEST(HTTPURLResponse, TakesTheLengthFromTheFieldsUnlessTold) {

@@ -28,7 +28,8 @@ class HeaderFieldsBuilder final : public Recycled<HeaderFieldsBuilder> {
   static Data joined(const HTTPHeaderFields& fields,
                      std::span<const HTTPHeaderFields::const_iterator> sorted);
 
-  // Most heads find room in here; there is one of these for each head that is being read, no more.
+  // Most heads find room in here. A longer one leaves up to twice its size behind as it grows,
+  // until the builder goes, which is soon.
   std::array<std::byte, 704> nearby_;
   std::pmr::monotonic_buffer_resource memory_{nearby_.data(), nearby_.size()};
   std::pmr::string text_{&memory_};

@@ -109,7 +109,9 @@ std::string shortened(std::string name) {
 
 // Without the dot; empty where none is known.
 std::string_view usualExtension(std::string_view mimeType) noexcept {
-  std::array<char, 80> buffer;  // longer than any type of the table
+  std::array<char, 80> buffer;
+  static_assert(std::all_of(extensions.begin(), extensions.end(),
+                            [](const auto& row) { return row.first.size() <= 80; }));
   if (mimeType.size() > buffer.size()) return {};
   std::transform(mimeType.begin(), mimeType.end(), buffer.begin(),
                  [](char c) { return lowercased(c); });
