@@ -102,8 +102,9 @@ def run_workloads(options: argparse.Namespace, folder: Path, result: dict) -> li
     cores = os.sched_getaffinity(0)
     document = output_of(options.build / "Benchmarks" / "JSONBench", "--document").encode()
     tables = []
-    with Server(folder, min(cores), document, os.geteuid() == 0) as server:
-        runner = Runner(options.build / "Benchmarks" / "Clients", folder, server, document, cores,
+    with (Server(folder, min(cores), document, os.geteuid() == 0) as server,
+          tempfile.TemporaryDirectory(prefix="downloads-", dir=options.build) as disk):
+        runner = Runner(options.build / "Benchmarks" / "Clients", folder, Path(disk), server, document, cores,
                         0.25 if options.quick else 1)
         for workload in WORKLOADS:
             if options.only and workload.key not in options.only:

@@ -50,7 +50,7 @@ class Bounds:
                  lambda: 1 / self.ratio("json"), at_least=4)
         self.add("burst: memory of a queued request beyond its body, bytes",
                  lambda: self.of("burst", "peakBytesPerRequest") - len(SMALL_BODY), at_most=6 * 1024)
-        for key in ("download", "upload"):
+        for key in ("download", "download-disk", "upload"):
             self.add(f"{key}: bytes per CPU second, times libcurl easy",
                      lambda: 1 / self.ratio(key, "CurlEasy"), at_least=0.95)
             self.add(f"{key}: peak memory, MiB", lambda: self.of(key, "peakKiB") / 1024, at_most=40)

@@ -45,6 +45,7 @@ class Workload:
     reference: str = "CurlLoop"
     counted: int = 0  # requests whose instructions are counted
     runs: int = 1  # for each repetition
+    is_on_disk: bool = False  # what the client writes
 
 
 WORKLOADS = (
@@ -64,7 +65,9 @@ WORKLOADS = (
              is_secure=True, counted=1000),
     # A virtual machine takes new memory for a file from its host, at times at once and at times not: runs of
     # one client differ by more than those of two clients.
-    Workload("download", "1 GiB to a file", "download", "/file", 1, reference="CurlEasy", runs=3),
+    Workload("download", "1 GiB to a file in memory", "download", "/file", 1, reference="CurlEasy", runs=3),
+    Workload("download-disk", "1 GiB to a file on a disk", "download", "/file", 1, reference="CurlEasy", runs=3,
+             is_on_disk=True),
     Workload("upload", "1 GiB from a file", "upload", "/put", 1, reference="CurlEasy", runs=3),
     Workload("burst", "10,000 requests queued at once, at most 6 connections", "burst", "/small", 10000, 200,
              10000, 6),
@@ -95,20 +98,23 @@ def children_cpu_seconds() -> float:
 class Runner:
     """Runs client programs against the server."""
 
-    def __init__(self, programs: Path, folder: Path, server: Server, document: bytes, cores: set[int],
+    def __init__(self, programs: Path, folder: Path, disk: Path, server: Server, document: bytes, cores: set[int],
                  share: float) -> None:
         self.programs = programs
         self.folder = folder
+        self.disk = disk  # another folder, on a disk
+        self.scratch = folder  # where clients write
         self.server = server
         self.document = document
         self.cores = cores  # all; the last is the client's
         self.share = share  # of the requests
-        self.environment = {"PATH": os.environ["PATH"], "LC_ALL": "C.UTF-8", "TMPDIR": str(folder)}
+        self.environment = {"PATH": os.environ["PATH"], "LC_ALL": "C.UTF-8"}
         self.headers = {name: self.sent_headers(name) for name in ("sequential", "json", "upload")}
 
     def measure(self, client: str, workload: Workload) -> Figures | None:
         """The figures of one run, or none where the client cannot do it."""
         requests = max(1, round(workload.requests * (1 if workload.name == "burst" else self.share)))
+        self.scratch = self.disk if workload.is_on_disk else self.folder
         with on_cores({max(self.cores)} if workload.is_pinned else self.cores):
             if workload.key == "start":
                 return self.measure_starts(client, workload)
@@ -151,7 +157,7 @@ class Runner:
         if workload.is_secure:
             options["--authority"] = self.server.authority
         if name == "download":
-            options["--file"] = self.folder / "downloaded"
+            options["--file"] = self.scratch / "downloaded"
         if name == "upload":
             options["--file"] = self.server.file
         for option, value in options.items():
@@ -161,13 +167,14 @@ class Runner:
         return result
 
     def run(self, arguments: list[str]) -> Figures | None:
-        (self.folder / "downloaded").unlink(missing_ok=True)
+        (self.scratch / "downloaded").unlink(missing_ok=True)
         finished = self.start(arguments)
         return None if finished.returncode == CANNOT else json.loads(finished.stdout)
 
     def start(self, arguments: list[str]) -> subprocess.CompletedProcess[str]:
         try:
-            finished = subprocess.run(arguments, env=self.environment, capture_output=True, text=True, timeout=180)
+            finished = subprocess.run(arguments, env={**self.environment, "TMPDIR": str(self.scratch)},
+                                      capture_output=True, text=True, timeout=180)
         except subprocess.TimeoutExpired as expired:
             raise ClientFailed(str(expired)) from None
         if finished.returncode not in (0, CANNOT):
