@@ -72,7 +72,7 @@ def package_versions() -> dict[str, str | None]:
 def measure(runner: Runner, workload: Workload, clients: list[str], repetitions: int, counts: bool) -> dict:
     """The summary of each client, or none where it cannot do the workload."""
     runs: dict[str, list] = {client: [] for client in clients}
-    for repetition in range(repetitions * workload.runs):
+    for repetition in range(repetitions):
         for client in clients if repetition % 2 == 0 else reversed(clients):
             runs[client].append(runner.measure(client, workload))
     result = {client: report.summarise(runs[client]) if runs[client][0] else None for client in clients}
@@ -104,17 +104,17 @@ def run_workloads(options: argparse.Namespace, folder: Path, result: dict) -> li
     tables = []
     with (Server(folder, min(cores), document, os.geteuid() == 0) as server,
           tempfile.TemporaryDirectory(prefix="downloads-", dir=options.build) as disk):
-        runner = Runner(options.build / "Benchmarks" / "Clients", folder, Path(disk), server, document, cores,
-                        0.25 if options.quick else 1)
+        in_memory, on_disk = (Runner(options.build / "Benchmarks" / "Clients", place, server, document, cores,
+                                     0.25 if options.quick else 1) for place in (folder, Path(disk)))
         for workload in WORKLOADS:
             if options.only and workload.key not in options.only:
                 continue
-            clients = measure(runner, workload, options.clients, result["repetitions"], not options.no_instructions)
-            title = workload.title
-            if workload.runs > 1:
-                title += f", {result['repetitions'] * workload.runs} runs"
-            result["workloads"][workload.key] = {"title": title, "clients": clients}
-            tables.append(f"**{title}**\n\n{report.workload_table(workload, clients)}")
+            runs = result["repetitions"] * workload.runs
+            clients = measure(on_disk if workload.is_on_disk else in_memory, workload, options.clients, runs,
+                              not options.no_instructions)
+            result["workloads"][workload.key] = {"title": workload.title, "runs": runs, "clients": clients}
+            number = f", {runs} runs" if workload.runs > 1 else ""
+            tables.append(f"**{workload.title}{number}**\n\n{report.workload_table(workload, clients)}")
             print(f"\n{tables[-1]}", flush=True)
     return tables
 

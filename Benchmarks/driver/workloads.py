@@ -96,25 +96,22 @@ def children_cpu_seconds() -> float:
 
 
 class Runner:
-    """Runs client programs against the server."""
+    """Runs client programs against the server. What they write goes into `folder`."""
 
-    def __init__(self, programs: Path, folder: Path, disk: Path, server: Server, document: bytes, cores: set[int],
+    def __init__(self, programs: Path, folder: Path, server: Server, document: bytes, cores: set[int],
                  share: float) -> None:
         self.programs = programs
         self.folder = folder
-        self.disk = disk  # another folder, on a disk
-        self.scratch = folder  # where clients write
         self.server = server
         self.document = document
         self.cores = cores  # all; the last is the client's
         self.share = share  # of the requests
-        self.environment = {"PATH": os.environ["PATH"], "LC_ALL": "C.UTF-8"}
+        self.environment = {"PATH": os.environ["PATH"], "LC_ALL": "C.UTF-8", "TMPDIR": str(folder)}
         self.headers = {name: self.sent_headers(name) for name in ("sequential", "json", "upload")}
 
     def measure(self, client: str, workload: Workload) -> Figures | None:
         """The figures of one run, or none where the client cannot do it."""
         requests = max(1, round(workload.requests * (1 if workload.name == "burst" else self.share)))
-        self.scratch = self.disk if workload.is_on_disk else self.folder
         with on_cores({max(self.cores)} if workload.is_pinned else self.cores):
             if workload.key == "start":
                 return self.measure_starts(client, workload)
@@ -157,7 +154,7 @@ class Runner:
         if workload.is_secure:
             options["--authority"] = self.server.authority
         if name == "download":
-            options["--file"] = self.scratch / "downloaded"
+            options["--file"] = self.folder / "downloaded"
         if name == "upload":
             options["--file"] = self.server.file
         for option, value in options.items():
@@ -167,14 +164,13 @@ class Runner:
         return result
 
     def run(self, arguments: list[str]) -> Figures | None:
-        (self.scratch / "downloaded").unlink(missing_ok=True)
+        (self.folder / "downloaded").unlink(missing_ok=True)
         finished = self.start(arguments)
         return None if finished.returncode == CANNOT else json.loads(finished.stdout)
 
     def start(self, arguments: list[str]) -> subprocess.CompletedProcess[str]:
         try:
-            finished = subprocess.run(arguments, env={**self.environment, "TMPDIR": str(self.scratch)},
-                                      capture_output=True, text=True, timeout=180)
+            finished = subprocess.run(arguments, env=self.environment, capture_output=True, text=True, timeout=180)
         except subprocess.TimeoutExpired as expired:
             raise ClientFailed(str(expired)) from None
         if finished.returncode not in (0, CANNOT):

@@ -4,6 +4,7 @@
 #include <Platform/Trust/Certificates.hpp>
 #include <Platform/Trust/SecTrust.hpp>
 #include <Platform/Types/URLError.hpp>
+#include <Support/DebugTrust.hpp>
 #include <Support/NginxServer.hpp>
 #include <Support/ScriptedServer.hpp>
 #include <Support/System.hpp>
@@ -250,7 +251,6 @@ class ForkTests : public testing::Test {
   }
   void TearDown() override {
     server_.releaseStalls();
-    TarnService::debugCertificateURLs.reset();
     Logger::remove(sink_);
     Logger::setDefaultSink(LogSink::standardError(LogLevel::error));
   }
@@ -459,10 +459,7 @@ TEST_F(ForkTests, OtherThreadsJudgeCertificatesMeanwhile) {
   secure.route("/", Script().respond(200, {}, "ok"));
   const auto chain = certificatesOf(files.certFile);
   const auto anchor = certificatesOf(authority.unknownCaFile()).front();
-  const TemporaryDirectory directory;
-  const std::string anchorFile = directory.file("anchor.der");
-  writeFile(anchorFile, TestAuthority::der(authority.unknownCaFile()));
-  TarnService::debugCertificateURLs = {URL::fileURL(anchorFile)};
+  const DebugTrust trust(authority.unknownCaFile());
 
   std::atomic<bool> over = false;
   std::array<std::string, 4> wrong;
@@ -611,10 +608,7 @@ TEST_F(ForkTests, TheParentsSharedConnectionsAreNotTheChildsEither) {
   TARN_SKIP_FORK();
   TestAuthority authority;
   const NginxServer nginx(authority, 8 << 20);
-  const TemporaryDirectory directory;
-  const std::string anchorFile = directory.file("anchor.der");
-  writeFile(anchorFile, TestAuthority::der(authority.caFile()));
-  TarnService::debugCertificateURLs = {URL::fileURL(anchorFile)};
+  const DebugTrust trust(authority.caFile());
   // The one that opens the connection is through with it before the other.
   const DispatchSemaphore done(0);
   for (const char* path : {"/hello", "/big"}) {

@@ -1,4 +1,5 @@
 #include <Support/Collector.hpp>
+#include <Support/DebugTrust.hpp>
 #include <Support/NginxServer.hpp>
 #include <Support/System.hpp>
 #include <Support/TestAuthority.hpp>
@@ -24,15 +25,6 @@ TEST(QuickstartTests, PrintsAnAnswerARefusalAndADocumentThatDoesNotFit) {
 
 class QuickstartAgainstNginxTests : public testing::Test {
  protected:
-  // The program finds the authority in its environment. This process may have read its trusted
-  // authorities before, and a process does so once.
-  QuickstartAgainstNginxTests() {
-    const std::string anchor = directory_.file("anchor.der");
-    writeFile(anchor, TestAuthority::der(authority_.caFile()));
-    TarnService::debugCertificateURLs = {URL::fileURL(anchor)};
-  }
-  ~QuickstartAgainstNginxTests() override { TarnService::debugCertificateURLs.reset(); }
-
   // Puts the file that the program asks for there, by the library itself, and runs the program.
   static std::string outputAgainst(const std::string& folder, const std::string& httpVersion) {
     Collector<DataResponse> responses;
@@ -51,8 +43,10 @@ class QuickstartAgainstNginxTests : public testing::Test {
   TestAuthority authority_;
 
  private:
-  const ScopedEnvironment trust_{"SSL_CERT_FILE", authority_.caFile()};
-  const TemporaryDirectory directory_;
+  // The program finds the authority in its environment. This process may have read its trusted
+  // authorities before, and a process does so once.
+  const ScopedEnvironment trustOfProgram_{"SSL_CERT_FILE", authority_.caFile()};
+  const DebugTrust trust_{authority_.caFile()};
 };
 
 TEST_F(QuickstartAgainstNginxTests, OverHTTP) {

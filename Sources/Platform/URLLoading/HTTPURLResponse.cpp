@@ -41,8 +41,7 @@ std::string_view HTTPURLResponse::declaredType() const noexcept {
 
 std::optional<std::string> HTTPURLResponse::textEncodingName() const {
   for (const auto& [name, value] : detail::parametersOf(contentType())) {
-    if (name != "charset") continue;
-    return value.empty() ? std::nullopt : std::optional(detail::lowercased(value));
+    if (name == "charset") return detail::lowercasedUnlessEmpty(value);
   }
   return std::nullopt;
 }

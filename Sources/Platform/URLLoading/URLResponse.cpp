@@ -22,8 +22,7 @@ URLResponse::URLResponse(URL url, std::int64_t expectedContentLength)
 URLResponse::~URLResponse() = default;
 
 std::optional<std::string> URLResponse::mimeType() const {
-  const auto type = declaredType();
-  return type.empty() ? std::nullopt : std::optional(detail::lowercased(type));
+  return detail::lowercasedUnlessEmpty(declaredType());
 }
 
 std::string_view URLResponse::declaredType() const noexcept {
@@ -32,8 +31,8 @@ std::string_view URLResponse::declaredType() const noexcept {
 }
 
 std::optional<std::string> URLResponse::textEncodingName() const {
-  const bool isKnown = type_ && !type_->textEncodingName.value_or("").empty();
-  return isKnown ? std::optional(detail::lowercased(*type_->textEncodingName)) : std::nullopt;
+  if (!type_ || !type_->textEncodingName) return std::nullopt;
+  return detail::lowercasedUnlessEmpty(*type_->textEncodingName);
 }
 
 std::string URLResponse::suggestedFilename() const {

@@ -85,6 +85,10 @@ std::string lowercased(std::string_view text) {
   return result;
 }
 
+std::optional<std::string> lowercasedUnlessEmpty(std::string_view text) {
+  return text.empty() ? std::nullopt : std::optional(lowercased(text));
+}
+
 bool isToken(std::string_view text) noexcept {
   constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
   return !text.empty() && std::all_of(text.begin(), text.end(), [marks](char c) {

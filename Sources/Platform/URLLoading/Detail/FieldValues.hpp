@@ -19,6 +19,8 @@ constexpr char lowercased(char c) noexcept {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 std::string lowercased(std::string_view text);
+/// As above; nothing for an empty text.
+std::optional<std::string> lowercasedUnlessEmpty(std::string_view text);
 /// Letters, digits and the few marks that a method or field name may hold (RFC 9110, 5.6.2).
 bool isToken(std::string_view text) noexcept;
 

@@ -60,6 +60,9 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 44> extensio
     {"video/mp4", "mp4"},
 }};
 
+constexpr std::size_t longestType =
+    std::ranges::max(extensions, {}, [](const auto& row) { return row.first.size(); }).first.size();
+
 // Bytes C2 80 to C2 9F are the second set of control characters.
 void removeSeparatorsAndControls(std::string& text) {
   std::size_t kept = 0;
@@ -109,10 +112,8 @@ std::string shortened(std::string name) {
 
 // Without the dot; empty where none is known.
 std::string_view usualExtension(std::string_view mimeType) noexcept {
-  std::array<char, 80> buffer;
-  static_assert(std::all_of(extensions.begin(), extensions.end(),
-                            [](const auto& row) { return row.first.size() <= 80; }));
-  if (mimeType.size() > buffer.size()) return {};
+  if (mimeType.size() > longestType) return {};
+  std::array<char, longestType> buffer;
   std::transform(mimeType.begin(), mimeType.end(), buffer.begin(),
                  [](char c) { return lowercased(c); });
   const std::string_view type(buffer.data(), mimeType.size());
