@@ -250,7 +250,7 @@ class ForkTests : public testing::Test {
     Logger::install(sink_);
   }
   void TearDown() override {
-    server_.releaseStalls();
+    server_.releaseStalls(0);
     Logger::remove(sink_);
     Logger::setDefaultSink(LogSink::standardError(LogLevel::error));
   }
@@ -285,7 +285,7 @@ class ForkTests : public testing::Test {
     for (int i = 0; i < sent_; ++i) {
       while (!answered_.wait(TimeInterval(0.05))) {
         ASSERT_LT(++waits_, 400) << "a request of the parent is not answered";
-        server_.releaseStalls();
+        server_.releaseStalls(0);
       }
     }
     EXPECT_EQ(succeeded_, sent_);

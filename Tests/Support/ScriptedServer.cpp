@@ -227,7 +227,8 @@ bool ScriptedServer::waitForConnection(
       limit);
 }
 
-void ScriptedServer::releaseStalls() {
+void ScriptedServer::releaseStalls(std::size_t count) {
+  if (!waitForStalls(count)) throw std::runtime_error("too few scripts stand in a stall");
   impl_->onThread([impl = impl_.get()] {
     for (const auto& connection : impl->liveConnections()) connection->releaseStall();
   });

@@ -129,8 +129,10 @@ class ScriptedServer {
       std::size_t ordinal, const std::function<bool(const ConnectionRecord&)>& condition,
       std::chrono::milliseconds limit = patience) const;
 
-  /// Lets every script that stands in `stall` now go on.
-  void releaseStalls();
+  /// Waits until at least `count` scripts stand in `stall`, and lets every one go on. Throws
+  /// std::runtime_error when they do not come to it: what a client has read tells only that the
+  /// step before is done.
+  void releaseStalls(std::size_t count = 1);
   /// Closes (FIN) every open connection, whatever it is doing; they are closed when this returns.
   void closeConnections();
   /// Stops listening: further connections are refused. Open ones go on.

@@ -453,8 +453,7 @@ TEST(ConnectionsPerHost, AreAsManyAsAskedForAndAtLeastOne) {
     std::vector<std::shared_ptr<URLSessionDataTask>> tasks;
     for (int i = 0; i < 6; ++i) tasks.push_back(session.start(server.url("/")));
     for (std::size_t done = 0; done < tasks.size(); done += peak) {
-      EXPECT_TRUE(server.waitForStalls(peak));
-      server.releaseStalls();
+      server.releaseStalls(peak);
       EXPECT_TRUE(session.delegate().waitForCompletions(done + peak));
     }
     EXPECT_EQ(server.peakConnections(), peak);

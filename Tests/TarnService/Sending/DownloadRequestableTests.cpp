@@ -168,7 +168,6 @@ TEST_F(DownloadSendTests, ABlockedQueueSeesTheLastProgressOnly) {
   queue.async([blocked] { blocked.wait(); });
   send(fetch("/pieces"), queue);
   for (int piece = 1; piece <= 2; ++piece) {
-    ASSERT_TRUE(server.waitForStalls(1));
     server.releaseStalls();
   }
   ASSERT_TRUE(test::eventually([&] { return downloads().size() == 1; }));

@@ -308,8 +308,7 @@ TEST_F(HTTPPollingTests, AFireHoldsTheTimerUntilItsCompletion) {
   // A fire takes its turn on the timer's queue: a tick would have run by then.
   Ticker::firePoll(request("/stall"), queue, responses.callback());
   EXPECT_EQ(Ticker::makes, 0);
-  ASSERT_TRUE(server.waitForStalls(2));
-  server.releaseStalls();
+  server.releaseStalls(2);
   ASSERT_TRUE(responses.waitFor(2));
   EXPECT_EQ(bodyOf(responses.value(0)), "at last");
   ASSERT_TRUE(drainUntil([&] { return events.count() > 0; }));
@@ -615,8 +614,7 @@ TEST_F(PollingAndRetryTests, TheTimerIsHeldDuringEachAttempt) {
   advance(100);
   Stubborn::firePoll(stubborn("/stall"), queue, responses.callback());
   EXPECT_EQ(Ticker::makes, 0);
-  ASSERT_TRUE(server.waitForStalls(2));
-  server.releaseStalls();
+  server.releaseStalls(2);
   ASSERT_TRUE(results.waitFor(1));
   ASSERT_TRUE(test::eventually([] { return Ticker::makes == 1; }));
   Stubborn::stopPolling();

@@ -167,8 +167,7 @@ TEST_F(CacheExchange, TwoLoadsOfOneAddressAtOnce) {
   server.route("/", Script().stall().respond(200, minute, "hello"));
   const auto one = session.start(request());
   const auto two = session.start(request());
-  ASSERT_TRUE(server.waitForStalls(2));
-  server.releaseStalls();
+  server.releaseStalls(2);
   EXPECT_EQ(session.finished(one).text(), "hello");
   EXPECT_EQ(session.finished(two).text(), "hello");
   EXPECT_EQ(load().text(), "hello");
