@@ -8,8 +8,13 @@
 
 namespace tarn::detail {
 
+DeliveryChain::DeliveryChain(std::shared_ptr<OperationQueue> queue, std::size_t capacity)
+    : queue_(std::move(queue)), capacity_(capacity) {
+  tasks_.reserve(capacity);
+}
+
 bool DeliveryChain::takes(const OperationQueue& queue) const noexcept {
-  return queue_.get() == &queue && count_ < capacity;
+  return queue_.get() == &queue && tasks_.size() < capacity_;
 }
 
 void DeliveryChain::start(std::shared_ptr<DeliveryChain> chain) {
@@ -20,7 +25,7 @@ void DeliveryChain::start(std::shared_ptr<DeliveryChain> chain) {
 void DeliveryChain::runNext(const std::shared_ptr<DeliveryChain>& chain) {
   for (bool ownTurn = true; ownTurn;) {
     const auto task = std::move(chain->tasks_[chain->next_++]);
-    ownTurn = chain->next_ < chain->count_;
+    ownTurn = chain->next_ < chain->tasks_.size();
     if (ownTurn) ownTurn = !handOn(chain);
     task->deliver();
   }

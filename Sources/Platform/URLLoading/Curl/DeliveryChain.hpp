@@ -1,8 +1,8 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <memory>
+#include <vector>
 
 namespace tarn {
 class OperationQueue;
@@ -19,13 +19,11 @@ class CurlTask;
 /// whole chain; where a task's event takes long or blocks, the queue gives the rest to another.
 class DeliveryChain {
  public:
-  /// More tasks in one chain would keep other threads from helping.
-  static constexpr std::size_t capacity = 8;
-
-  explicit DeliveryChain(std::shared_ptr<OperationQueue> queue) : queue_(std::move(queue)) {}
+  /// `capacity`: the most tasks that it takes.
+  DeliveryChain(std::shared_ptr<OperationQueue> queue, std::size_t capacity);
 
   bool takes(const OperationQueue& queue) const noexcept;
-  void add(std::shared_ptr<CurlTask> task) noexcept { tasks_[count_++] = std::move(task); }
+  void add(std::shared_ptr<CurlTask> task) noexcept { tasks_.push_back(std::move(task)); }
   static void start(std::shared_ptr<DeliveryChain> chain);
 
  private:
@@ -33,8 +31,8 @@ class DeliveryChain {
   static bool handOn(const std::shared_ptr<DeliveryChain>& chain);
 
   const std::shared_ptr<OperationQueue> queue_;
-  std::array<std::shared_ptr<CurlTask>, capacity> tasks_;
-  std::size_t count_ = 0;
+  const std::size_t capacity_;
+  std::vector<std::shared_ptr<CurlTask>> tasks_;
   std::size_t next_ = 0;  // used by one operation after another
 };
 

@@ -29,10 +29,11 @@ constexpr std::uint64_t wakeUpTag = std::numeric_limits<std::uint64_t>::max();
 constexpr int mostTurns = 4;
 
 // Deliveries wait for those of the next rounds while sockets are ready at once, so that fewer of
-// them wake a thread: until there are as many as one thread is given, and no longer than this.
-constexpr std::size_t fullDelivery = DeliveryChain::capacity;
-constexpr int mostRoundsHeldBack = 3;
-constexpr std::chrono::milliseconds longRound{1};
+// them wake a thread: until there are this many, and no longer than this.
+constexpr std::size_t fullDelivery = 32;
+constexpr std::chrono::milliseconds longestHold{1};
+// They are shared out among as many threads as can run, each with enough to be woken for.
+constexpr std::size_t shortestChain = 8;
 
 Mutex engineMutex;
 Engine* engine = nullptr;  // never freed: reachable for leak checkers, valid for late callers
@@ -86,6 +87,7 @@ Engine& Engine::shared() {
 Engine::Engine()
     : epoll_(checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
       wakeUp_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
+      processors_(usableProcessors()),
       now_(Clock::now()) {
   epoll_event event{};
   event.events = EPOLLIN | EPOLLET;  // told of each call once, without having to read it
@@ -166,7 +168,7 @@ void Engine::run() noexcept {
   while (!stopped_) {
     const bool quiet = !waitForEvents();
     settle();
-    const bool late = ++roundsHeldBack_ > mostRoundsHeldBack || Clock::now() - now_ > longRound;
+    const bool late = Clock::now() - heldSince_ > longestHold;
     if (quiet || late || deliveries_.size() >= fullDelivery) deliver();
   }
   deliver();
@@ -254,14 +256,16 @@ void Engine::serveSessions() noexcept {
 }
 
 void Engine::deliver() noexcept {
-  roundsHeldBack_ = 0;
+  const std::size_t count = deliveries_.size();
+  const auto chains = std::clamp<std::size_t>(count / shortestChain, 1, processors_);
+  const std::size_t share = (count + chains - 1) / chains;
   std::shared_ptr<DeliveryChain> chain;
   try {
     for (auto& task : deliveries_) {
       if (!task->flush()) continue;
       if (chain && !chain->takes(*task->queue()))
         DeliveryChain::start(std::exchange(chain, nullptr));
-      if (!chain) chain = std::make_shared<DeliveryChain>(task->queue());
+      if (!chain) chain = std::make_shared<DeliveryChain>(task->queue(), share);
       chain->add(std::move(task));
     }
     if (chain) DeliveryChain::start(std::move(chain));
@@ -336,8 +340,9 @@ void Engine::serveLater(std::shared_ptr<SessionCore> session) {
 
 void Engine::deliverLater(std::shared_ptr<CurlTask> task) {
   // A dead session's task fails in the child.
-  auto& deliveries = abandoned_ ? shared().deliveries_ : deliveries_;
-  deliveries.push_back(std::move(task));
+  Engine& engine = abandoned_ ? shared() : *this;
+  if (engine.deliveries_.empty()) engine.heldSince_ = engine.now_;
+  engine.deliveries_.push_back(std::move(task));
 }
 
 }  // namespace tarn::detail

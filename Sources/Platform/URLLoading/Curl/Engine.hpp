@@ -100,6 +100,7 @@ class Engine {
 
   const int epoll_;
   const int wakeUp_;
+  const std::size_t processors_;
   pthread_t thread_{};
   std::atomic<bool> stopped_{false};
   bool abandoned_ = false;  // set while the process has one thread
@@ -115,7 +116,7 @@ class Engine {
   std::vector<Work> work_;
   std::vector<std::shared_ptr<SessionCore>> sessions_;
   std::vector<std::shared_ptr<CurlTask>> deliveries_;
-  int roundsHeldBack_ = 0;
+  Clock::time_point heldSince_;  // the round in which the first of them came
 };
 
 }  // namespace tarn::detail

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <new>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -107,12 +108,16 @@ void SessionCore::attach(const Transfer& transfer, CURL* easy) {
 void SessionCore::detach(const Transfer& transfer, CURL* easy) noexcept {
   noteKeptConnection(transfer, easy);
   curl_multi_remove_handle(multi_, easy);
+  bool closed = false;
+  for (auto& plain : plainSockets_) {
+    if (plain.user != &transfer) continue;
+    plain.user = nullptr;
+    closed = closed || !plain.kept;
+  }
   // libcurl closes a socket that did not become a connection without a word, and the number may be
   // somebody else's by now.
-  std::erase_if(plainSockets_, [&](const auto& p) { return p.user == &transfer && !p.kept; });
-  for (auto& plain : plainSockets_) {
-    if (plain.user == &transfer) plain.user = nullptr;
-  }
+  if (closed) std::erase_if(plainSockets_, [](const auto& p) { return !p.user && !p.kept; });
+  idleChecked_ = {};
 }
 
 void SessionCore::release(const std::shared_ptr<HostQueue>& queue) {
@@ -208,13 +213,19 @@ void SessionCore::noteKeptConnection(const Transfer& transfer, CURL* easy) noexc
 
 // Bytes that arrive on a connection while it is idle belong to no request; libcurl would take them
 // for the answer to the next one. With the bytes gone and its end in sight, the connection looks to
-// libcurl like one that the server closed.
-void SessionCore::dropSurprisedSockets() noexcept {
-  for (auto& plain : plainSockets_) {
-    if (!plain.kept || plain.user != nullptr || plain.checked == engine_.now()) continue;
-    plain.checked = engine_.now();
-    if (dropBytes(plain.socket)) shutdown(plain.socket, SHUT_RDWR);
+// libcurl like one that the server closed. One call looks at all of them, once in a round.
+void SessionCore::dropSurprisedSockets() {
+  if (idleChecked_ == engine_.now()) return;
+  std::vector<pollfd> idle;
+  idle.reserve(plainSockets_.size());
+  for (const auto& plain : plainSockets_) {
+    if (plain.kept && plain.user == nullptr) idle.push_back({plain.socket, POLLIN, 0});
   }
+  poll(idle.data(), idle.size(), 0);
+  for (const auto& readable : idle) {
+    if (readable.revents != 0 && dropBytes(readable.fd)) shutdown(readable.fd, SHUT_RDWR);
+  }
+  idleChecked_ = engine_.now();
 }
 
 void SessionCore::socketOpened(int socket, const Transfer& transfer) {

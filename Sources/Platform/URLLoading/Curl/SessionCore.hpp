@@ -81,8 +81,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   struct PlainSocket {
     int socket;
     const Transfer* user;
-    bool kept = false;            // has been left by a transfer, in order to be used again
-    Clock::time_point checked{};  // the round in which it was last found to be quiet
+    bool kept = false;  // has been left by a transfer, in order to be used again
   };
 
   void open();
@@ -90,7 +89,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   void timerFired() noexcept override;
   void startWaiting() noexcept;
   void noteKeptConnection(const Transfer& transfer, CURL* easy) noexcept;
-  void dropSurprisedSockets() noexcept;
+  void dropSurprisedSockets();
   void socketChanged(CURL* easy, curl_socket_t socket, int what);
   static int onSocket(CURL* easy, curl_socket_t socket, int what, void* self, void*) noexcept;
   static int onTimer(CURLM* multi, long milliseconds, void* self) noexcept;
@@ -107,6 +106,7 @@ class SessionCore final : public std::enable_shared_from_this<SessionCore>,
   ResponseCache cache_;
   HostQueues queues_;
   std::vector<PlainSocket> plainSockets_;
+  Clock::time_point idleChecked_{};  // the round in which the idle ones were last seen to be quiet
   std::vector<const Transfer*> asking_;
   std::vector<std::shared_ptr<HostQueue>> movedOn_;  // where somebody may start now
   bool touched_ = false;
