@@ -1,5 +1,6 @@
 // The reference: a tuned libcurl multi loop, socket_action on epoll in one thread, which reuses its
-// handles and the parsed URL and has a queue of its own.
+// handles and the parsed URL and has a queue of its own. With BENCH_KEEPING it treats bodies as the
+// library does, which shows how much of the library's cost that is.
 
 #include <curl/curl.h>
 
@@ -16,9 +17,32 @@
 #include "Orders.hpp"
 #include "Workload.hpp"
 
+#ifdef BENCH_KEEPING
+#include <TarnService/TarnService.hpp>
+#endif
+
 namespace {
 
 using Clock = bench::Recorder::Clock;
+
+#ifdef BENCH_KEEPING
+class Bodies {
+ public:
+  bench::OrderPage decode(const std::string& body) {
+    return decoder_.decode<bench::OrderPage>(kept_.emplace_back(body));
+  }
+
+ private:
+  const tarn::JSONDecoder decoder_;
+  std::deque<tarn::Data> kept_;  // as in the records of ended tasks
+};
+#else
+struct Bodies {
+  static bench::OrderPage decode(const std::string& body) {
+    return bench::decodeWithNlohmann(body);
+  }
+};
+#endif
 
 class CurlLoopClient : public bench::Client {
  public:
@@ -128,7 +152,7 @@ class CurlLoopClient : public bench::Client {
       curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
       curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
       curl_multi_remove_handle(multi_, easy);
-      if (decodes_ && !bench::isServedPage(bench::decodeWithNlohmann(transfer->body))) {
+      if (decodes_ && !bench::isServedPage(bodies_.decode(transfer->body))) {
         throw std::runtime_error("another page than was served");
       }
       recorder_->record(transfer->start, int(status), transfer->body.size());
@@ -172,6 +196,7 @@ class CurlLoopClient : public bench::Client {
 
   const bench::Workload workload_;
   const bool decodes_;
+  Bodies bodies_;
   bench::Recorder* recorder_ = nullptr;
   std::size_t requests_ = 0;
   std::size_t handedOver_ = 0;
