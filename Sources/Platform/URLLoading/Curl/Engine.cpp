@@ -340,9 +340,9 @@ void Engine::serveLater(std::shared_ptr<SessionCore> session) {
 
 void Engine::deliverLater(std::shared_ptr<CurlTask> task) {
   // A dead session's task fails in the child.
-  Engine& engine = abandoned_ ? shared() : *this;
-  if (engine.deliveries_.empty()) engine.heldSince_ = engine.now_;
-  engine.deliveries_.push_back(std::move(task));
+  Engine& current = abandoned_ ? shared() : *this;
+  if (current.deliveries_.empty()) current.heldSince_ = current.now_;
+  current.deliveries_.push_back(std::move(task));
 }
 
 }  // namespace tarn::detail

@@ -221,9 +221,10 @@ void SessionCore::dropSurprisedSockets() {
   for (const auto& plain : plainSockets_) {
     if (plain.kept && plain.user == nullptr) idle.push_back({plain.socket, POLLIN, 0});
   }
-  poll(idle.data(), idle.size(), 0);
-  for (const auto& readable : idle) {
-    if (readable.revents != 0 && dropBytes(readable.fd)) shutdown(readable.fd, SHUT_RDWR);
+  // It fails, for one, with more sockets than the process may have by now.
+  const bool unknown = poll(idle.data(), idle.size(), 0) < 0;
+  for (const auto& [socket, events, readable] : idle) {
+    if ((unknown || readable != 0) && dropBytes(socket)) shutdown(socket, SHUT_RDWR);
   }
   idleChecked_ = engine_.now();
 }

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 namespace tarn::test {
 namespace {
@@ -413,6 +415,57 @@ TEST(Connections, OneWithUnaskedBytesIsNotUsedAgain) {
       0, [](const ConnectionRecord& record) { return record.bytesSent > 80; }));
   EXPECT_EQ(session.load(server.url("/second")).text(), "second");
   EXPECT_EQ(server.connectionCount(), 2u);
+}
+
+/// A session with two idle connections, of which some have been sent an answer nobody asked for.
+class UnaskedAnswers : public testing::Test {
+ protected:
+  void prepare(const std::vector<bool>& areUnasked) {
+    for (std::size_t i = 0; i < areUnasked.size(); ++i) {
+      Script script;
+      script.stall().respond(200, {}, "first").stall();
+      if (areUnasked[i]) script.send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nevil");
+      server_.route("/" + std::to_string(i), script);
+    }
+    server_.route("/second", Script().respond(200, {}, "second"));
+    std::vector<std::shared_ptr<URLSessionDataTask>> tasks;
+    for (std::size_t i = 0; i < areUnasked.size(); ++i) {
+      tasks.push_back(session_.start(server_.url("/" + std::to_string(i))));
+    }
+    server_.releaseStalls(areUnasked.size());
+    for (const auto& task : tasks) EXPECT_EQ(session_.finished(task).text(), "first");
+    server_.releaseStalls(areUnasked.size());
+    for (const auto& request : server_.requests()) {
+      if (!areUnasked[std::stoul(request.target.substr(1))]) continue;
+      const auto connection = static_cast<std::size_t>(request.connection);
+      ASSERT_TRUE(server_.waitForConnection(
+          connection, [](const ConnectionRecord& record) { return record.bytesSent > 80; }));
+    }
+  }
+
+  ScriptedServer server_;
+  RecordedSession session_;
+};
+
+TEST_F(UnaskedAnswers, AreNotTakenFromWhicheverConnectionTheyCameBy) {
+  prepare({false, true});
+  const auto one = session_.start(server_.url("/second"));
+  const auto other = session_.start(server_.url("/second"));
+  EXPECT_EQ(session_.finished(one).text(), "second");
+  EXPECT_EQ(session_.finished(other).text(), "second");
+}
+
+TEST_F(UnaskedAnswers, AreNotTakenWhereTheProcessMayOpenNothingMore) {
+  prepare({true, true});
+  rlimit former{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
+  rlimit none = former;
+  none.rlim_cur = 1;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const auto loaded = session_.load(server_.url("/second"));
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &former), 0);
+  EXPECT_NE(loaded.code(), 0);
+  EXPECT_EQ(loaded.text(), "");
 }
 
 TEST(Connections, OneWithUnaskedBytesIsReplacedWithoutSendingTwice) {
