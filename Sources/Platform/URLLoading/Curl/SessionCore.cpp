@@ -222,7 +222,7 @@ void SessionCore::dropSurprisedSockets() {
     if (plain.kept && plain.user == nullptr) idle.push_back({plain.socket, POLLIN, 0});
   }
   // It fails, for one, with more sockets than the process may have by now.
-  const bool unknown = poll(idle.data(), idle.size(), 0) < 0;
+  const bool unknown = !idle.empty() && poll(idle.data(), idle.size(), 0) < 0;
   for (const auto& [socket, events, readable] : idle) {
     if ((unknown || readable != 0) && dropBytes(socket)) shutdown(socket, SHUT_RDWR);
   }
